@@ -44,6 +44,8 @@ EngineClient::EngineClient(
       m_language(std::move(language))
 {
     m_reconnectTimer.setSingleShot(true);
+    // A coarse timer may fire 5% late, which at 8 s is most of a second of dictation lost.
+    m_reconnectTimer.setTimerType(Qt::PreciseTimer);
     QObject::connect(&m_reconnectTimer, &QTimer::timeout, this, [this] {
         if (m_shouldStayConnected) {
             openSocket();
