@@ -61,6 +61,9 @@ public:
     bool feedbackEnabled() const { return m_feedbackEnabled; }
     void setFeedbackEnabled(bool enabled) { m_feedbackEnabled = enabled; }
 
+    // Whether a socket exists (open or opening); sends need nothing more.
+    bool hasSocket() const { return m_socket != nullptr; }
+
     // The reconnect wait that the next failure will use.
     double reconnectDelaySeconds() const { return m_reconnectDelaySeconds; }
 

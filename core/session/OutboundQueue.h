@@ -1,0 +1,53 @@
+#pragma once
+
+#include "OutboundEvent.h"
+
+#include <QObject>
+
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+
+namespace sayvo {
+
+// An unbounded first-in first-out queue of outbound events. Producers on any thread
+// (the audio capture queue, the main thread) never block and nothing is dropped; the
+// consumer runs on the thread `context` lives on and is woken with a queued call whenever
+// events are waiting and it is not busy.
+class OutboundQueue
+{
+public:
+    // `consume` is called on the context's thread with the next event and a `done` callback
+    // that must be called once the event is handled; the next event waits for it.
+    using Consumer = std::function<void(OutboundEvent event, std::function<void()> done)>;
+
+    OutboundQueue(QObject *context, Consumer consume);
+    ~OutboundQueue();
+
+    OutboundQueue(const OutboundQueue &) = delete;
+    OutboundQueue &operator=(const OutboundQueue &) = delete;
+
+    // Thread-safe. Ignored once the queue is finished.
+    void enqueue(OutboundEvent event);
+
+    // No further events are accepted or handed out.
+    void finish();
+    bool isFinished() const;
+
+    size_t pendingCount() const;
+
+private:
+    void wake();      // any thread
+    void pumpNext();  // consumer thread
+
+    QObject *m_context;
+    Consumer m_consume;
+    mutable std::mutex m_mutex;
+    std::deque<OutboundEvent> m_events;
+    bool m_finished = false;
+    bool m_busy = false; // an event is being handled or a wake-up is on its way
+    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
+};
+
+} // namespace sayvo

@@ -1,0 +1,155 @@
+#pragma once
+
+#include "AppState.h"
+#include "AudioInputDevice.h"
+#include "EngineClientDelegate.h"
+#include "EngineConnectionHealth.h"
+#include "InboundMessages.h"
+#include "NotificationCenter.h"
+#include "OutboundQueue.h"
+
+#include <QObject>
+#include <QString>
+#include <QTimer>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace sayvo {
+
+class AudioCapture;
+class AudioDeviceObserver;
+class AudioHardware;
+class ContextHarvester;
+class EngineClient;
+class HotkeyManager;
+class SettingsStore;
+class TextInserter;
+class UsageStatsStore;
+
+// Runs one utterance at a time, from the trigger key to the inserted text, and keeps the
+// engine informed about context, pinned domain, suggestions and feedback. Lives on the main
+// thread and publishes everything the tray, the HUD and the windows show. It is the engine
+// client's delegate. The collaborators must outlive it.
+class SayvoCoordinator : public QObject, public EngineClientDelegate
+{
+    Q_OBJECT
+
+public:
+    using CalibrationSink = std::function<void(const FinalMessage &)>;
+
+    static constexpr double kSuccessDisplaySeconds = 1.2;
+    static constexpr double kErrorDisplaySeconds = 2.0;
+
+    SayvoCoordinator(EngineClient &engineClient, AudioCapture &audioCapture, HotkeyManager &hotkeyManager,
+                     ContextHarvester &contextHarvester, TextInserter &textInserter, SettingsStore &settings,
+                     UsageStatsStore &usageStats, AudioHardware &audioHardware,
+                     NotificationCenter &notificationCenter = NotificationCenter::defaultCenter(),
+                     QObject *parent = nullptr);
+    ~SayvoCoordinator() override;
+
+    void start();
+    void stop();
+
+    // The microphone is prepared and the trigger key is watched.
+    bool inputReady() const;
+    // Prepares whatever of the two is missing; returns the new inputReady().
+    bool retryInputSetupIfNeeded();
+
+    void handleTriggerDown();
+    void handleTriggerUp();
+
+    // Focus, domains, suggestions.
+    void handleFocusChange();
+    void pin(const QString &domain);
+    void unpinDomain();
+    void refreshSuggestions();
+    void dismissDictionarySuggestion(const DictionarySuggestion &suggestion);
+    void acceptDictionarySuggestion(const DictionarySuggestion &suggestion);
+
+    // Calibration runs the ordinary begin and end steps; while a sink is set, finals go to
+    // it instead of being inserted.
+    void beginCalibrationUtterance();
+    void endCalibrationUtterance();
+    void setCalibrationSink(CalibrationSink sink) { m_calibrationSink = std::move(sink); }
+    bool hasCalibrationSink() const { return static_cast<bool>(m_calibrationSink); }
+
+    const AppState &state() const { return m_state; }
+    const EngineConnectionHealth &connectionHealth() const { return m_connectionHealth; }
+    const std::optional<QString> &pinnedDomain() const { return m_pinnedDomain; }
+    const std::optional<QString> &resolvedDomain() const { return m_resolvedDomain; }
+    const std::optional<SuggestionsMessage> &suggestions() const { return m_suggestions; }
+    const AudioInputDeviceList &inputDevices() const { return m_inputDevices; }
+    bool isCaptureLive() const { return m_isCaptureLive; }
+    const std::optional<QString> &currentUtteranceId() const { return m_currentUtteranceId; }
+    bool hasEverConnected() const { return m_hasEverConnected; }
+    bool isReturnToIdlePending() const { return m_returnToIdleTimer.isActive(); }
+
+    // EngineClientDelegate
+    void engineClientDidChangeConnection(EngineClient &client, const ConnectionState &state) override;
+    void engineClientDidReceiveHelloAck(EngineClient &client, const HelloAckMessage &message) override;
+    void engineClientDidReceivePartial(EngineClient &client, const PartialMessage &message) override;
+    void engineClientDidReceiveFinal(EngineClient &client, const FinalMessage &message) override;
+    void engineClientDidReceiveDomainChanged(EngineClient &client, const DomainChangedMessage &message) override;
+    void engineClientDidReceiveError(EngineClient &client, const ErrorMessage &message) override;
+    void engineClientDidReceiveSuggestions(EngineClient &client, const SuggestionsMessage &message) override;
+
+signals:
+    void stateChanged(const sayvo::AppState &state);
+    void connectionHealthChanged(const sayvo::EngineConnectionHealth &health);
+    void pinnedDomainChanged(const std::optional<QString> &domain);
+    void resolvedDomainChanged(const std::optional<QString> &domain);
+    void suggestionsChanged();
+    void inputDevicesChanged(const sayvo::AudioInputDeviceList &devices);
+    void isCaptureLiveChanged(bool live);
+
+private:
+    void wireHotkey();
+    void wireAudio();
+    void beginUtterance();
+    void endUtterance();
+    void consume(OutboundEvent event, std::function<void()> done);
+    void failUtterance(const QString &message);
+    void scheduleReturnToIdle(double seconds);
+    void startFeedback(const QString &utteranceId, const QString &text, qint64 editDelayMs);
+    void reconnectClient();
+
+    void setState(AppState state);
+    void setConnectionHealth(EngineConnectionHealth health);
+    void setPinnedDomain(std::optional<QString> domain);
+    void setResolvedDomain(std::optional<QString> domain);
+    void setSuggestions(std::optional<SuggestionsMessage> suggestions);
+    void setInputDevices(AudioInputDeviceList devices);
+    void setIsCaptureLive(bool live);
+
+    EngineClient &m_engineClient;
+    AudioCapture &m_audioCapture;
+    HotkeyManager &m_hotkeyManager;
+    ContextHarvester &m_contextHarvester;
+    TextInserter &m_textInserter;
+    SettingsStore &m_settings;
+    UsageStatsStore &m_usageStats;
+    NotificationCenter &m_notificationCenter;
+    AudioDeviceObserver *m_deviceObserver = nullptr; // child
+
+    AppState m_state;
+    EngineConnectionHealth m_connectionHealth;
+    std::optional<QString> m_pinnedDomain;
+    std::optional<QString> m_resolvedDomain;
+    std::optional<SuggestionsMessage> m_suggestions;
+    AudioInputDeviceList m_inputDevices;
+    bool m_isCaptureLive = false;
+
+    CalibrationSink m_calibrationSink;
+    std::optional<QString> m_currentUtteranceId;
+    std::optional<std::chrono::steady_clock::time_point> m_utteranceStartedAt;
+    QTimer m_returnToIdleTimer;
+    bool m_hasEverConnected = false;
+    // Shared with the capture queue's chunk callback, which may still hold it briefly.
+    std::shared_ptr<OutboundQueue> m_outbound;
+    std::optional<NotificationCenter::Token> m_focusObserver;
+};
+
+} // namespace sayvo
