@@ -207,7 +207,7 @@ TEST_F(CoordinatorTest, AnEmptyFinalIsShownAsEmptyAndLoggedWithoutInsertion)
     dictate(CoordinatorHarness::tone(6400));
     EXPECT_TRUE(c().state().is<AppState::EmptyTranscript>());
     EXPECT_TRUE(h.pastedTexts().empty());
-    EXPECT_TRUE(h.pasteboard->log.isEmpty());
+    EXPECT_TRUE(h.synthesizer->posted.empty());
     const QStringList log = h.logLines();
     const auto line = std::find_if(log.begin(), log.end(), [](const QString &l) { return l.startsWith("empty transcript: "); });
     ASSERT_NE(line, log.end());
