@@ -10,10 +10,11 @@ NotificationCenter &NotificationCenter::defaultCenter()
     return center;
 }
 
-NotificationCenter::Token NotificationCenter::addObserver(const QString &name, std::function<void()> handler)
+NotificationCenter::Token NotificationCenter::addObserver(
+    const QString &name, std::function<void()> handler)
 {
     const Token token = m_nextToken++;
-    m_observers.emplace(token, Observer{name, std::move(handler)});
+    m_observers.emplace(token, Observer {name, std::move(handler)});
     return token;
 }
 

@@ -38,7 +38,7 @@ private:
 
 // The name an application-activation notification carries on the desktop this app was
 // first written for; the coordinator listens for it under this exact name.
-inline const QString kDidActivateApplicationNotification =
-    QStringLiteral("NSWorkspaceDidActivateApplicationNotification");
+inline const QString kDidActivateApplicationNotification
+    = QStringLiteral("NSWorkspaceDidActivateApplicationNotification");
 
 } // namespace sayvo

@@ -6,10 +6,8 @@
 namespace sayvo {
 
 OutboundQueue::OutboundQueue(QObject *context, Consumer consume)
-    : m_context(context)
-    , m_consume(std::move(consume))
-{
-}
+    : m_context(context), m_consume(std::move(consume))
+{ }
 
 OutboundQueue::~OutboundQueue()
 {

@@ -38,8 +38,8 @@ public:
     size_t pendingCount() const;
 
 private:
-    void wake();      // any thread
-    void pumpNext();  // consumer thread
+    void wake(); // any thread
+    void pumpNext(); // consumer thread
 
     QObject *m_context;
     Consumer m_consume;

@@ -18,32 +18,31 @@ namespace sayvo {
 
 namespace {
 
-    QString newUtteranceId()
-    {
-        return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
-    }
+QString newUtteranceId()
+{
+    return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+}
 
-    QString text(const std::string &s)
-    {
-        return QString::fromStdString(s);
-    }
+QString text(const std::string &s)
+{
+    return QString::fromStdString(s);
+}
 
 } // namespace
 
 SayvoCoordinator::SayvoCoordinator(EngineClient &engineClient, AudioCapture &audioCapture,
-                                   HotkeyManager &hotkeyManager, ContextHarvester &contextHarvester,
-                                   TextInserter &textInserter, SettingsStore &settings,
-                                   UsageStatsStore &usageStats, AudioHardware &audioHardware,
-                                   NotificationCenter &notificationCenter, QObject *parent)
-    : QObject(parent)
-    , m_engineClient(engineClient)
-    , m_audioCapture(audioCapture)
-    , m_hotkeyManager(hotkeyManager)
-    , m_contextHarvester(contextHarvester)
-    , m_textInserter(textInserter)
-    , m_settings(settings)
-    , m_usageStats(usageStats)
-    , m_notificationCenter(notificationCenter)
+    HotkeyManager &hotkeyManager, ContextHarvester &contextHarvester, TextInserter &textInserter,
+    SettingsStore &settings, UsageStatsStore &usageStats, AudioHardware &audioHardware,
+    NotificationCenter &notificationCenter, QObject *parent)
+    : QObject(parent),
+      m_engineClient(engineClient),
+      m_audioCapture(audioCapture),
+      m_hotkeyManager(hotkeyManager),
+      m_contextHarvester(contextHarvester),
+      m_textInserter(textInserter),
+      m_settings(settings),
+      m_usageStats(usageStats),
+      m_notificationCenter(notificationCenter)
 {
     m_deviceObserver = new AudioDeviceObserver(audioHardware, this);
     m_returnToIdleTimer.setSingleShot(true);
@@ -53,7 +52,9 @@ SayvoCoordinator::SayvoCoordinator(EngineClient &engineClient, AudioCapture &aud
     m_engineClient.setDelegate(this, this);
     wireHotkey();
     m_outbound = std::make_shared<OutboundQueue>(
-        this, [this](OutboundEvent event, std::function<void()> done) { consume(std::move(event), std::move(done)); });
+        this, [this](OutboundEvent event, std::function<void()> done) {
+            consume(std::move(event), std::move(done));
+        });
     wireAudio();
 
     // A changed feedback choice must reach the engine in the handshake, so reconnect.
@@ -84,12 +85,13 @@ SayvoCoordinator::SayvoCoordinator(EngineClient &engineClient, AudioCapture &aud
 
     // setInputDevice already does its work synchronously on the capture queue; calling it
     // from that queue would make the queue wait on itself.
-    connect(&m_settings, &SettingsStore::inputDeviceUIDChanged, this, [this](const std::optional<QString> &uid) {
-        m_audioCapture.setInputDevice(uid);
-        if (m_audioCapture.isPrepared()) {
-            m_audioCapture.rebuild();
-        }
-    });
+    connect(&m_settings, &SettingsStore::inputDeviceUIDChanged, this,
+        [this](const std::optional<QString> &uid) {
+            m_audioCapture.setInputDevice(uid);
+            if (m_audioCapture.isPrepared()) {
+                m_audioCapture.rebuild();
+            }
+        });
 }
 
 SayvoCoordinator::~SayvoCoordinator()
@@ -136,7 +138,7 @@ void SayvoCoordinator::wireAudio()
     std::weak_ptr<OutboundQueue> outbound = m_outbound;
     m_audioCapture.setOnChunk([outbound](const QByteArray &chunk) {
         if (auto queue = outbound.lock()) {
-            queue->enqueue(OutboundEvent{OutboundEvent::Audio{chunk}});
+            queue->enqueue(OutboundEvent {OutboundEvent::Audio {chunk}});
         }
     });
     QPointer<SayvoCoordinator> weak(this);
@@ -161,8 +163,8 @@ void SayvoCoordinator::start()
         reconnectClient();
     }
     if (!m_focusObserver) {
-        m_focusObserver = m_notificationCenter.addObserver(kDidActivateApplicationNotification,
-                                                           [this] { handleFocusChange(); });
+        m_focusObserver = m_notificationCenter.addObserver(
+            kDidActivateApplicationNotification, [this] { handleFocusChange(); });
     }
 }
 
@@ -190,7 +192,8 @@ bool SayvoCoordinator::retryInputSetupIfNeeded()
     if (!m_audioCapture.isPrepared()) {
         const auto status = m_audioCapture.prepare();
         if (!status) {
-            Logging::shared().error(QStringLiteral("audio prewarm failed: ") + status.error().describe());
+            Logging::shared().error(
+                QStringLiteral("audio prewarm failed: ") + status.error().describe());
         }
     }
     if (m_hotkeyManager.isInstalled()) {
@@ -198,8 +201,8 @@ bool SayvoCoordinator::retryInputSetupIfNeeded()
     }
     const auto status = m_hotkeyManager.start();
     if (!status) {
-        Logging::shared().error(QStringLiteral("hotkey tap failed to install: ") + describe(status.error())
-                                + QString::fromUtf8(" — Accessibility not granted?"));
+        Logging::shared().error(QStringLiteral("hotkey tap failed to install: ")
+            + describe(status.error()) + QString::fromUtf8(" — Accessibility not granted?"));
     }
     return inputReady();
 }
@@ -243,14 +246,15 @@ void SayvoCoordinator::beginUtterance()
     if (connected == nullptr) {
         setState(AppState::error(m_hasEverConnected ? QString::fromUtf8("Reconnecting to engine…")
                                                     : QString::fromUtf8("Engine starting up…")));
-        scheduleReturnToIdle(kErrorDisplaySeconds);
+        scheduleReturnToIdle(m_displayDurations.errorSeconds);
         return;
     }
     if (connected->mockBackends) {
-        Logging::shared().error(
-            QString::fromUtf8("refusing to dictate: engine backends are mock (placeholder) — restart the engine"));
-        setState(AppState::error(QString::fromUtf8("Engine in mock mode — restart it (no transcription)")));
-        scheduleReturnToIdle(kErrorDisplaySeconds);
+        Logging::shared().error(QString::fromUtf8(
+            "refusing to dictate: engine backends are mock (placeholder) — restart the engine"));
+        setState(AppState::error(
+            QString::fromUtf8("Engine in mock mode — restart it (no transcription)")));
+        scheduleReturnToIdle(m_displayDurations.errorSeconds);
         return;
     }
     m_returnToIdleTimer.stop();
@@ -261,7 +265,7 @@ void SayvoCoordinator::beginUtterance()
     setState(AppState::listening());
     ContextPack context = m_contextHarvester.harvestCheapContext(m_settings.personalDictionary());
     if (!m_outbound->isFinished()) {
-        m_outbound->enqueue(OutboundEvent{OutboundEvent::Start{id, std::move(context)}});
+        m_outbound->enqueue(OutboundEvent {OutboundEvent::Start {id, std::move(context)}});
     }
     m_audioCapture.startForwarding();
 }
@@ -275,7 +279,7 @@ void SayvoCoordinator::endUtterance()
     m_audioCapture.stopForwarding(true);
     setState(AppState::processing());
     if (!m_outbound->isFinished()) {
-        m_outbound->enqueue(OutboundEvent{OutboundEvent::End{*m_currentUtteranceId}});
+        m_outbound->enqueue(OutboundEvent {OutboundEvent::End {*m_currentUtteranceId}});
     }
 }
 
@@ -288,13 +292,15 @@ void SayvoCoordinator::consume(OutboundEvent event, std::function<void()> done)
             if (!weak) {
                 return;
             }
-            weak->m_engineClient.startUtterance(id, [weak, done](const std::optional<SendFailure> &failure) {
-                if (weak && failure) {
-                    Logging::shared().error(QStringLiteral("utterance.start failed: ") + failure->description);
-                    weak->failUtterance(QStringLiteral("failed to reach engine"));
-                }
-                done();
-            });
+            weak->m_engineClient.startUtterance(
+                id, [weak, done](const std::optional<SendFailure> &failure) {
+                    if (weak && failure) {
+                        Logging::shared().error(
+                            QStringLiteral("utterance.start failed: ") + failure->description);
+                        weak->failUtterance(QStringLiteral("failed to reach engine"));
+                    }
+                    done();
+                });
         };
         if (start->context.isEmpty()) {
             sendStart();
@@ -303,7 +309,8 @@ void SayvoCoordinator::consume(OutboundEvent event, std::function<void()> done)
         ContextUpdateMessage update;
         update.context = start->context;
         // A failed context update does not stop the utterance.
-        m_engineClient.send(update, [sendStart](const std::optional<SendFailure> &) { sendStart(); });
+        m_engineClient.send(
+            update, [sendStart](const std::optional<SendFailure> &) { sendStart(); });
         return;
     }
     if (auto *audio = std::get_if<OutboundEvent::Audio>(&event.value)) {
@@ -311,13 +318,15 @@ void SayvoCoordinator::consume(OutboundEvent event, std::function<void()> done)
             done();
             return;
         }
-        m_engineClient.sendBinary(audio->bytes, [done](const std::optional<SendFailure> &) { done(); });
+        m_engineClient.sendBinary(
+            audio->bytes, [done](const std::optional<SendFailure> &) { done(); });
         return;
     }
     const auto &end = std::get<OutboundEvent::End>(event.value);
     m_engineClient.endUtterance(end.id, [weak, done](const std::optional<SendFailure> &failure) {
         if (weak && failure) {
-            Logging::shared().error(QStringLiteral("utterance.end failed: ") + failure->description);
+            Logging::shared().error(
+                QStringLiteral("utterance.end failed: ") + failure->description);
             weak->failUtterance(QStringLiteral("failed to reach engine"));
         }
         done();
@@ -329,7 +338,7 @@ void SayvoCoordinator::failUtterance(const QString &message)
     m_currentUtteranceId.reset();
     m_audioCapture.stopForwarding(false);
     setState(AppState::error(message));
-    scheduleReturnToIdle(kErrorDisplaySeconds);
+    scheduleReturnToIdle(m_displayDurations.errorSeconds);
 }
 
 void SayvoCoordinator::scheduleReturnToIdle(double seconds)
@@ -355,11 +364,12 @@ void SayvoCoordinator::engineClientDidChangeConnection(EngineClient &, const Con
     setConnectionHealth(EngineConnectionHealth::from(state));
 }
 
-void SayvoCoordinator::engineClientDidReceiveHelloAck(EngineClient &, const HelloAckMessage &message)
+void SayvoCoordinator::engineClientDidReceiveHelloAck(
+    EngineClient &, const HelloAckMessage &message)
 {
     Logging::shared().info(QStringLiteral("connected: server=") + text(message.serverVersion)
-                           + QStringLiteral(" mock=")
-                           + (message.backends.isMock() ? QStringLiteral("true") : QStringLiteral("false")));
+        + QStringLiteral(" mock=")
+        + (message.backends.isMock() ? QStringLiteral("true") : QStringLiteral("false")));
 }
 
 void SayvoCoordinator::engineClientDidReceivePartial(EngineClient &, const PartialMessage &message)
@@ -387,72 +397,82 @@ void SayvoCoordinator::engineClientDidReceiveFinal(EngineClient &, const FinalMe
     }
     const QString formatted = text(message.formattedText);
     if (formatted.isEmpty()) {
-        Logging::shared().info(QStringLiteral("empty transcript: capturedBytes=%1 peakRMS=%2")
-                                   .arg(m_audioCapture.lastUtteranceBytes())
-                                   .arg(static_cast<double>(m_audioCapture.lastUtterancePeakRMS())));
+        Logging::shared().info(
+            QStringLiteral("empty transcript: capturedBytes=%1 peakRMS=%2")
+                .arg(m_audioCapture.lastUtteranceBytes())
+                .arg(static_cast<double>(m_audioCapture.lastUtterancePeakRMS())));
         setState(AppState::emptyTranscript());
-        scheduleReturnToIdle(kErrorDisplaySeconds);
+        scheduleReturnToIdle(m_displayDurations.errorSeconds);
         return;
     }
     bool inserted = false;
     if (m_settings.insertionMethod() == InsertionMethod::axDirect) {
-        inserted = m_textInserter.insertViaAX(formatted) || m_textInserter.insertViaPaste(formatted);
+        inserted
+            = m_textInserter.insertViaAX(formatted) || m_textInserter.insertViaPaste(formatted);
     } else {
         inserted = m_textInserter.insertViaPaste(formatted);
     }
     if (inserted) {
         setState(AppState::success(formatted, !message.guardrail.applied));
-        scheduleReturnToIdle(kSuccessDisplaySeconds);
+        scheduleReturnToIdle(m_displayDurations.successSeconds);
     } else {
         setState(AppState::error(QStringLiteral("couldn't insert text here")));
-        scheduleReturnToIdle(kErrorDisplaySeconds);
+        scheduleReturnToIdle(m_displayDurations.errorSeconds);
     }
     if (m_settings.feedbackEnabled() && m_utteranceStartedAt) {
         const auto elapsed = std::chrono::steady_clock::now() - *m_utteranceStartedAt;
-        startFeedback(id, formatted, std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count());
+        startFeedback(
+            id, formatted, std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count());
     }
 }
 
 void SayvoCoordinator::engineClientDidReceiveError(EngineClient &, const ErrorMessage &message)
 {
-    Logging::shared().error(QStringLiteral("engine error [") + text(message.code) + QStringLiteral("]: ")
-                            + text(message.message));
+    Logging::shared().error(QStringLiteral("engine error [") + text(message.code)
+        + QStringLiteral("]: ") + text(message.message));
     if (m_currentUtteranceId) {
         failUtterance(text(message.message));
     }
 }
 
-void SayvoCoordinator::engineClientDidReceiveDomainChanged(EngineClient &, const DomainChangedMessage &message)
+void SayvoCoordinator::engineClientDidReceiveDomainChanged(
+    EngineClient &, const DomainChangedMessage &message)
 {
     setResolvedDomain(text(message.domain));
 }
 
-void SayvoCoordinator::engineClientDidReceiveSuggestions(EngineClient &, const SuggestionsMessage &message)
+void SayvoCoordinator::engineClientDidReceiveSuggestions(
+    EngineClient &, const SuggestionsMessage &message)
 {
     setSuggestions(message);
 }
 
 void SayvoCoordinator::handleFocusChange()
 {
-    const ContextPack context = m_contextHarvester.harvestCheapContext(m_settings.personalDictionary());
-    QMetaObject::invokeMethod(this, [this, context] { m_engineClient.updateContext(context); }, Qt::QueuedConnection);
+    const ContextPack context
+        = m_contextHarvester.harvestCheapContext(m_settings.personalDictionary());
+    QMetaObject::invokeMethod(
+        this, [this, context] { m_engineClient.updateContext(context); }, Qt::QueuedConnection);
 }
 
 void SayvoCoordinator::pin(const QString &domain)
 {
     setPinnedDomain(domain);
-    QMetaObject::invokeMethod(this, [this, domain] { m_engineClient.pinDomain(domain); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this, domain] { m_engineClient.pinDomain(domain); }, Qt::QueuedConnection);
 }
 
 void SayvoCoordinator::unpinDomain()
 {
     setPinnedDomain(std::nullopt);
-    QMetaObject::invokeMethod(this, [this] { m_engineClient.unpinDomain(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this] { m_engineClient.unpinDomain(); }, Qt::QueuedConnection);
 }
 
 void SayvoCoordinator::refreshSuggestions()
 {
-    QMetaObject::invokeMethod(this, [this] { m_engineClient.requestSuggestions(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this] { m_engineClient.requestSuggestions(); }, Qt::QueuedConnection);
 }
 
 void SayvoCoordinator::dismissDictionarySuggestion(const DictionarySuggestion &suggestion)
@@ -462,7 +482,8 @@ void SayvoCoordinator::dismissDictionarySuggestion(const DictionarySuggestion &s
     }
     SuggestionsMessage remaining = *m_suggestions;
     const std::string key = suggestion.id();
-    std::erase_if(remaining.dictionary, [&key](const DictionarySuggestion &s) { return s.id() == key; });
+    std::erase_if(
+        remaining.dictionary, [&key](const DictionarySuggestion &s) { return s.id() == key; });
     setSuggestions(std::move(remaining));
 }
 
@@ -477,7 +498,8 @@ void SayvoCoordinator::acceptDictionarySuggestion(const DictionarySuggestion &su
     dismissDictionarySuggestion(suggestion);
 }
 
-void SayvoCoordinator::startFeedback(const QString &utteranceId, const QString &text, qint64 editDelayMs)
+void SayvoCoordinator::startFeedback(
+    const QString &utteranceId, const QString &text, qint64 editDelayMs)
 {
     QMetaObject::invokeMethod(
         this,

@@ -43,11 +43,21 @@ public:
     static constexpr double kSuccessDisplaySeconds = 1.2;
     static constexpr double kErrorDisplaySeconds = 2.0;
 
-    SayvoCoordinator(EngineClient &engineClient, AudioCapture &audioCapture, HotkeyManager &hotkeyManager,
-                     ContextHarvester &contextHarvester, TextInserter &textInserter, SettingsStore &settings,
-                     UsageStatsStore &usageStats, AudioHardware &audioHardware,
-                     NotificationCenter &notificationCenter = NotificationCenter::defaultCenter(),
-                     QObject *parent = nullptr);
+    // How long outcomes stay on screen before the return to idle. Long runs of utterances in
+    // tests shorten them; the app always uses the defaults.
+    struct DisplayDurations
+    {
+        double successSeconds = kSuccessDisplaySeconds;
+        double errorSeconds = kErrorDisplaySeconds;
+    };
+    void setDisplayDurations(DisplayDurations durations) { m_displayDurations = durations; }
+
+    SayvoCoordinator(EngineClient &engineClient, AudioCapture &audioCapture,
+        HotkeyManager &hotkeyManager, ContextHarvester &contextHarvester,
+        TextInserter &textInserter, SettingsStore &settings, UsageStatsStore &usageStats,
+        AudioHardware &audioHardware,
+        NotificationCenter &notificationCenter = NotificationCenter::defaultCenter(),
+        QObject *parent = nullptr);
     ~SayvoCoordinator() override;
 
     void start();
@@ -88,13 +98,18 @@ public:
     bool isReturnToIdlePending() const { return m_returnToIdleTimer.isActive(); }
 
     // EngineClientDelegate
-    void engineClientDidChangeConnection(EngineClient &client, const ConnectionState &state) override;
-    void engineClientDidReceiveHelloAck(EngineClient &client, const HelloAckMessage &message) override;
-    void engineClientDidReceivePartial(EngineClient &client, const PartialMessage &message) override;
+    void engineClientDidChangeConnection(
+        EngineClient &client, const ConnectionState &state) override;
+    void engineClientDidReceiveHelloAck(
+        EngineClient &client, const HelloAckMessage &message) override;
+    void engineClientDidReceivePartial(
+        EngineClient &client, const PartialMessage &message) override;
     void engineClientDidReceiveFinal(EngineClient &client, const FinalMessage &message) override;
-    void engineClientDidReceiveDomainChanged(EngineClient &client, const DomainChangedMessage &message) override;
+    void engineClientDidReceiveDomainChanged(
+        EngineClient &client, const DomainChangedMessage &message) override;
     void engineClientDidReceiveError(EngineClient &client, const ErrorMessage &message) override;
-    void engineClientDidReceiveSuggestions(EngineClient &client, const SuggestionsMessage &message) override;
+    void engineClientDidReceiveSuggestions(
+        EngineClient &client, const SuggestionsMessage &message) override;
 
 signals:
     void stateChanged(const sayvo::AppState &state);
@@ -146,6 +161,7 @@ private:
     std::optional<QString> m_currentUtteranceId;
     std::optional<std::chrono::steady_clock::time_point> m_utteranceStartedAt;
     QTimer m_returnToIdleTimer;
+    DisplayDurations m_displayDurations;
     bool m_hasEverConnected = false;
     // Shared with the capture queue's chunk callback, which may still hold it briefly.
     std::shared_ptr<OutboundQueue> m_outbound;

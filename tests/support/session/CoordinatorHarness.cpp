@@ -9,16 +9,16 @@
 namespace sayvo::test {
 
 namespace {
-    QStringList g_log;
-    QtMessageHandler g_previous = nullptr;
+QStringList g_log;
+QtMessageHandler g_previous = nullptr;
 
-    void captureLog(QtMsgType type, const QMessageLogContext &context, const QString &message)
-    {
-        g_log.append(message);
-        if (g_previous != nullptr) {
-            g_previous(type, context, message);
-        }
+void captureLog(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    g_log.append(message);
+    if (g_previous != nullptr) {
+        g_previous(type, context, message);
     }
+}
 } // namespace
 
 CoordinatorHarness::CoordinatorHarness()
@@ -46,7 +46,7 @@ CoordinatorHarness::CoordinatorHarness()
     mic.name = QStringLiteral("Built-in Microphone");
     mic.sampleRate = 16000.0;
     hardware.setDevices({mic});
-    auto audio = std::make_unique<FakeAudioInputEngine>(AudioStreamFormat{16000.0, 1});
+    auto audio = std::make_unique<FakeAudioInputEngine>(AudioStreamFormat {16000.0, 1});
     audioEngine = audio.get();
     capture = std::make_unique<AudioCapture>(std::move(audio), hardware);
 
@@ -59,18 +59,22 @@ CoordinatorHarness::CoordinatorHarness()
     synthesizer->onPaste = [this] { m_pasted.push_back(pasteboard->string().value_or(QString())); };
     accessibility = std::make_shared<testing::FakeAccessibilityProvider>();
     workspace = std::make_shared<testing::FakeWorkspace>();
-    workspace->front = FrontApplication{QStringLiteral("org.example.Editor"), QStringLiteral("Editor"), 4242};
+    workspace->front
+        = FrontApplication {QStringLiteral("org.example.Editor"), QStringLiteral("Editor"), 4242};
     windowList = std::make_shared<testing::FakeWindowList>();
-    harvester = std::make_unique<ContextHarvester>(workspace, accessibility, windowList, pasteboard);
+    harvester
+        = std::make_unique<ContextHarvester>(workspace, accessibility, windowList, pasteboard);
     inserter = std::make_unique<TextInserter>(pasteboard, synthesizer, accessibility, workspace);
 
     settings = std::make_unique<SettingsStore>(preferences);
     usage = std::make_unique<UsageStatsStore>(preferences);
     client = std::make_unique<EngineClient>(engine.url(), QStringLiteral("0.1.0"));
-    coordinator = std::make_unique<SayvoCoordinator>(*client, *capture, *hotkeys, *harvester, *inserter, *settings,
-                                                     *usage, hardware, center);
-    QObject::connect(coordinator.get(), &SayvoCoordinator::stateChanged,
-                     [this](const AppState &state) { states.push_back({state, clock.elapsed()}); });
+    coordinator = std::make_unique<SayvoCoordinator>(
+        *client, *capture, *hotkeys, *harvester, *inserter, *settings, *usage, hardware, center);
+    QObject::connect(
+        coordinator.get(), &SayvoCoordinator::stateChanged, [this](const AppState &state) {
+            states.push_back({state, clock.elapsed()});
+        });
 }
 
 CoordinatorHarness::~CoordinatorHarness()
@@ -83,8 +87,9 @@ CoordinatorHarness::~CoordinatorHarness()
 bool CoordinatorHarness::startAndConnect()
 {
     coordinator->start();
-    return QTest::qWaitFor([this] { return coordinator->connectionHealth().is<EngineConnectionHealth::Connected>(); },
-                           5000);
+    return QTest::qWaitFor(
+        [this] { return coordinator->connectionHealth().is<EngineConnectionHealth::Connected>(); },
+        5000);
 }
 
 void CoordinatorHarness::speak(const QByteArray &pcm)
@@ -96,7 +101,8 @@ QByteArray CoordinatorHarness::tone(int bytes)
 {
     QByteArray pcm(bytes, '\0');
     for (int i = 0; i + 1 < bytes; i += 2) {
-        const auto sample = static_cast<qint16>(8000.0 * std::sin(i / 2 * 2.0 * M_PI * 440.0 / 16000.0));
+        const auto sample
+            = static_cast<qint16>(8000.0 * std::sin(i / 2 * 2.0 * M_PI * 440.0 / 16000.0));
         pcm[i] = static_cast<char>(sample & 0xff);
         pcm[i + 1] = static_cast<char>((sample >> 8) & 0xff);
     }

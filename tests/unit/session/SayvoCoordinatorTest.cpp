@@ -114,9 +114,11 @@ TEST(CoordinatorStartTest, InputSetUpFailuresAreLoggedAndRetried)
     h.keys->failInstall = true;
     EXPECT_FALSE(h.coordinator->retryInputSetupIfNeeded());
     const QStringList log = h.logLines();
-    EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](const QString &l) { return l.startsWith("audio prewarm failed: "); }));
+    EXPECT_TRUE(std::any_of(log.begin(), log.end(),
+        [](const QString &l) { return l.startsWith("audio prewarm failed: "); }));
     EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](const QString &l) {
-        return l.startsWith("hotkey tap failed to install: ") && l.endsWith(QString::fromUtf8(" — Accessibility not granted?"));
+        return l.startsWith("hotkey tap failed to install: ")
+            && l.endsWith(QString::fromUtf8(" — Accessibility not granted?"));
     }));
     EXPECT_FALSE(h.coordinator->inputReady());
 
@@ -135,29 +137,34 @@ TEST_F(CoordinatorTest, HoldToTalkSendsContextStartAudioEndInOrderAndInsertsTheF
     ASSERT_TRUE(c().state() == AppState::listening(""));
     ASSERT_TRUE(c().currentUtteranceId().has_value());
     const QString id = *c().currentUtteranceId();
-    EXPECT_TRUE(QRegularExpression("^[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}$").match(id).hasMatch());
+    EXPECT_TRUE(QRegularExpression("^[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}$")
+                    .match(id)
+                    .hasMatch());
 
     const QByteArray pcm = CoordinatorHarness::tone(7000);
     h.speak(pcm);
-    h.engine.sendText(QByteArray::fromStdString(encode(PartialMessage{id.toStdString(), "hello"})));
+    h.engine.sendText(
+        QByteArray::fromStdString(encode(PartialMessage {id.toStdString(), "hello"})));
     ASSERT_TRUE(waitFor([&] { return c().state() == AppState::listening("hello"); }));
     c().handleTriggerUp();
     EXPECT_TRUE(c().state().is<AppState::Processing>() || c().state().is<AppState::Success>());
     ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Success>(); }));
     EXPECT_EQ(c().state(), AppState::success("Hello there.", false));
     EXPECT_FALSE(c().currentUtteranceId());
-    EXPECT_EQ(h.pastedTexts(), std::vector<QString>{"Hello there."});
+    EXPECT_EQ(h.pastedTexts(), std::vector<QString> {"Hello there."});
 
     // The engine saw context, start, every byte of audio in 3200-byte chunks, then end.
     const auto types = h.engine.textTypes();
-    EXPECT_EQ(types, (std::vector<QString>{"hello", "context.update", "utterance.start", "utterance.end"}));
+    EXPECT_EQ(types,
+        (std::vector<QString> {"hello", "context.update", "utterance.start", "utterance.end"}));
     const auto frames = h.engine.frames();
-    const auto endIndex = std::find_if(frames.begin(), frames.end(), [](const auto &f) {
-        return !f.binary && f.bytes.contains("utterance.end");
-    });
-    const auto lastAudio = std::find_if(frames.rbegin(), frames.rend(), [](const auto &f) { return f.binary; });
+    const auto endIndex = std::find_if(frames.begin(), frames.end(),
+        [](const auto &f) { return !f.binary && f.bytes.contains("utterance.end"); });
+    const auto lastAudio
+        = std::find_if(frames.rbegin(), frames.rend(), [](const auto &f) { return f.binary; });
     ASSERT_NE(lastAudio, frames.rend());
-    EXPECT_LT(std::distance(frames.begin(), lastAudio.base()), std::distance(frames.begin(), endIndex) + 1);
+    EXPECT_LT(std::distance(frames.begin(), lastAudio.base()),
+        std::distance(frames.begin(), endIndex) + 1);
     QByteArray audio;
     std::vector<int> sizes;
     for (const QByteArray &frame : h.audioFramesReceived()) {
@@ -165,7 +172,7 @@ TEST_F(CoordinatorTest, HoldToTalkSendsContextStartAudioEndInOrderAndInsertsTheF
         sizes.push_back(static_cast<int>(frame.size()));
     }
     EXPECT_EQ(audio, pcm);
-    EXPECT_EQ(sizes, (std::vector<int>{3200, 3200, 600}));
+    EXPECT_EQ(sizes, (std::vector<int> {3200, 3200, 600}));
     const auto messages = textMessages(h);
     EXPECT_EQ(messages[2]["utterance_id"], id.toStdString());
     EXPECT_EQ(messages[3]["utterance_id"], id.toStdString());
@@ -178,7 +185,8 @@ TEST_F(CoordinatorTest, SuccessReturnsToIdleAfterOnePointTwoSeconds)
     dictate();
     ASSERT_TRUE(c().state().is<AppState::Success>());
     EXPECT_TRUE(c().isReturnToIdlePending());
-    const qint64 shown = shownForMs(lastIndexOf([](const AppState &s) { return s.is<AppState::Success>(); }));
+    const qint64 shown
+        = shownForMs(lastIndexOf([](const AppState &s) { return s.is<AppState::Success>(); }));
     EXPECT_GE(shown, 1150);
     EXPECT_LE(shown, 1500);
 }
@@ -193,7 +201,7 @@ TEST_F(CoordinatorTest, AnUnappliedGuardrailMarksTheSuccessRaw)
 TEST_F(CoordinatorTest, StatsOfTheFinalReachTheUsageStore)
 {
     FinalMessage final = CoordinatorHarness::finalWithText("Two words.");
-    final.stats = Stats{10.0, 25, 150.0, 0.3, 0.2, 2, 0.08};
+    final.stats = Stats {10.0, 25, 150.0, 0.3, 0.2, 2, 0.08};
     h.answerWith(final);
     dictate();
     EXPECT_EQ(h.usage->utterances(), 1);
@@ -209,10 +217,13 @@ TEST_F(CoordinatorTest, AnEmptyFinalIsShownAsEmptyAndLoggedWithoutInsertion)
     EXPECT_TRUE(h.pastedTexts().empty());
     EXPECT_TRUE(h.synthesizer->posted.empty());
     const QStringList log = h.logLines();
-    const auto line = std::find_if(log.begin(), log.end(), [](const QString &l) { return l.startsWith("empty transcript: "); });
+    const auto line = std::find_if(log.begin(), log.end(),
+        [](const QString &l) { return l.startsWith("empty transcript: "); });
     ASSERT_NE(line, log.end());
-    EXPECT_TRUE(line->startsWith("empty transcript: capturedBytes=6400 peakRMS=0.")) << line->toStdString();
-    const qint64 shown = shownForMs(lastIndexOf([](const AppState &s) { return s.is<AppState::EmptyTranscript>(); }));
+    EXPECT_TRUE(line->startsWith("empty transcript: capturedBytes=6400 peakRMS=0."))
+        << line->toStdString();
+    const qint64 shown = shownForMs(
+        lastIndexOf([](const AppState &s) { return s.is<AppState::EmptyTranscript>(); }));
     EXPECT_GE(shown, 1950);
     EXPECT_LE(shown, 2400);
 }
@@ -224,13 +235,14 @@ TEST_F(CoordinatorTest, AxDirectFallsBackToPasteWhenAccessibilityFails)
     h.answerWith(CoordinatorHarness::finalWithText("Via paste."));
     dictate();
     EXPECT_EQ(c().state(), AppState::success("Via paste.", false));
-    EXPECT_EQ(h.pastedTexts(), std::vector<QString>{"Via paste."});
+    EXPECT_EQ(h.pastedTexts(), std::vector<QString> {"Via paste."});
 }
 
 TEST_F(CoordinatorTest, AxDirectWritesTheFocusedFieldWithoutPasting)
 {
     h.settings->setInsertionMethod(InsertionMethod::axDirect);
-    auto field = h.accessibility->addApplication(4242, QStringLiteral("notes"), QStringLiteral("Dear "));
+    auto field
+        = h.accessibility->addApplication(4242, QStringLiteral("notes"), QStringLiteral("Dear "));
     field->writable.insert(QStringLiteral("AXSelectedText"));
     h.accessibility->focusSystemWide(field);
     h.answerWith(CoordinatorHarness::finalWithText("Sam,"));
@@ -247,7 +259,8 @@ TEST_F(CoordinatorTest, WhenBothInsertionsFailTheUserIsTold)
     h.answerWith(CoordinatorHarness::finalWithText("Lost."));
     dictate();
     EXPECT_EQ(c().state(), AppState::error("couldn't insert text here"));
-    const qint64 shown = shownForMs(lastIndexOf([](const AppState &s) { return s.is<AppState::Error>(); }));
+    const qint64 shown
+        = shownForMs(lastIndexOf([](const AppState &s) { return s.is<AppState::Error>(); }));
     EXPECT_GE(shown, 1950);
     EXPECT_LE(shown, 2400);
 }
@@ -359,7 +372,8 @@ TEST_F(CoordinatorTest, AnEngineErrorDuringAnUtteranceIsShownForTwoSeconds)
     EXPECT_EQ(c().state(), AppState::error("utterance too long"));
     EXPECT_TRUE(h.logLines().contains("engine error [too_long]: utterance too long"));
     EXPECT_FALSE(h.capture->isForwarding());
-    const qint64 shown = shownForMs(lastIndexOf([](const AppState &s) { return s.is<AppState::Error>(); }));
+    const qint64 shown
+        = shownForMs(lastIndexOf([](const AppState &s) { return s.is<AppState::Error>(); }));
     EXPECT_GE(shown, 1950);
     EXPECT_LE(shown, 2400);
 }
@@ -384,7 +398,8 @@ TEST_F(CoordinatorTest, LosingTheConnectionWhileProcessingShowsConnectionLost)
     EXPECT_EQ(c().state(), AppState::error("connection lost"));
     EXPECT_EQ(c().connectionHealth(), EngineConnectionHealth::offline());
     EXPECT_FALSE(c().currentUtteranceId());
-    const qint64 shown = shownForMs(lastIndexOf([](const AppState &s) { return s.is<AppState::Error>(); }));
+    const qint64 shown
+        = shownForMs(lastIndexOf([](const AppState &s) { return s.is<AppState::Error>(); }));
     EXPECT_GE(shown, 1950);
     EXPECT_LE(shown, 2400);
 }
@@ -392,7 +407,8 @@ TEST_F(CoordinatorTest, LosingTheConnectionWhileProcessingShowsConnectionLost)
 TEST_F(CoordinatorTest, LosingTheConnectionWhileIdleOnlyChangesHealth)
 {
     h.engine.dropConnection();
-    ASSERT_TRUE(waitFor([&] { return c().connectionHealth() == EngineConnectionHealth::offline(); }));
+    ASSERT_TRUE(
+        waitFor([&] { return c().connectionHealth() == EngineConnectionHealth::offline(); }));
     EXPECT_TRUE(isIdle(c()));
     EXPECT_TRUE(h.states.empty());
 }
@@ -403,7 +419,9 @@ TEST(CoordinatorConnectionTest, BeforeTheFirstConnectionTheEngineIsStartingUpAft
     h.engine.stopListening();
     h.client->updateEndpoint(QUrl(QStringLiteral("ws://127.0.0.1:%1").arg(h.engine.port())));
     h.coordinator->start();
-    ASSERT_TRUE(QTest::qWaitFor([&] { return h.coordinator->connectionHealth() == EngineConnectionHealth::offline(); }, 5000));
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return h.coordinator->connectionHealth() == EngineConnectionHealth::offline(); },
+        5000));
     h.coordinator->handleTriggerDown();
     EXPECT_EQ(h.coordinator->state(), AppState::error(QString::fromUtf8("Engine starting up…")));
     EXPECT_FALSE(h.coordinator->currentUtteranceId());
@@ -416,27 +434,33 @@ TEST(CoordinatorConnectionTest, BeforeTheFirstConnectionTheEngineIsStartingUpAft
     sayvo::test::TestEngine second;
     ASSERT_TRUE(second.listen());
     h.client->updateEndpoint(second.url());
-    ASSERT_TRUE(QTest::qWaitFor([&] { return h.coordinator->connectionHealth().is<EngineConnectionHealth::Connected>(); }, 5000));
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return h.coordinator->connectionHealth().is<EngineConnectionHealth::Connected>(); },
+        5000));
     EXPECT_TRUE(h.coordinator->hasEverConnected());
     second.dropConnection();
-    ASSERT_TRUE(QTest::qWaitFor([&] { return h.coordinator->connectionHealth() == EngineConnectionHealth::offline(); }, 5000));
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return h.coordinator->connectionHealth() == EngineConnectionHealth::offline(); },
+        5000));
     h.coordinator->handleTriggerDown();
-    EXPECT_EQ(h.coordinator->state(), AppState::error(QString::fromUtf8("Reconnecting to engine…")));
+    EXPECT_EQ(
+        h.coordinator->state(), AppState::error(QString::fromUtf8("Reconnecting to engine…")));
 }
 
 TEST(CoordinatorConnectionTest, AMockEngineIsRefused)
 {
     CoordinatorHarness h;
-    h.engine.setHelloAckBackends(Backends{"mock", "mock", "mock"});
+    h.engine.setHelloAckBackends(Backends {"mock", "mock", "mock"});
     ASSERT_TRUE(h.startAndConnect());
     EXPECT_EQ(h.coordinator->connectionHealth(), EngineConnectionHealth::connected(true));
     h.coordinator->handleTriggerDown();
-    EXPECT_EQ(h.coordinator->state(), AppState::error(QString::fromUtf8("Engine in mock mode — restart it (no transcription)")));
-    EXPECT_TRUE(h.logLines().contains(
-        QString::fromUtf8("refusing to dictate: engine backends are mock (placeholder) — restart the engine")));
+    EXPECT_EQ(h.coordinator->state(),
+        AppState::error(QString::fromUtf8("Engine in mock mode — restart it (no transcription)")));
+    EXPECT_TRUE(h.logLines().contains(QString::fromUtf8(
+        "refusing to dictate: engine backends are mock (placeholder) — restart the engine")));
     EXPECT_FALSE(h.capture->isForwarding());
     QTest::qWait(50);
-    EXPECT_EQ(h.engine.textTypes(), std::vector<QString>{"hello"});
+    EXPECT_EQ(h.engine.textTypes(), std::vector<QString> {"hello"});
 }
 
 TEST_F(CoordinatorTest, AFailedStartSendShowsFailedToReachEngine)
@@ -448,8 +472,10 @@ TEST_F(CoordinatorTest, AFailedStartSendShowsFailedToReachEngine)
     EXPECT_FALSE(c().currentUtteranceId());
     EXPECT_FALSE(h.capture->isForwarding());
     const QStringList log = h.logLines();
-    EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](const QString &l) { return l.startsWith("utterance.start failed: "); }));
-    const qint64 shown = shownForMs(lastIndexOf([](const AppState &s) { return s.is<AppState::Error>(); }));
+    EXPECT_TRUE(std::any_of(log.begin(), log.end(),
+        [](const QString &l) { return l.startsWith("utterance.start failed: "); }));
+    const qint64 shown
+        = shownForMs(lastIndexOf([](const AppState &s) { return s.is<AppState::Error>(); }));
     EXPECT_GE(shown, 1950);
     EXPECT_LE(shown, 2400);
 }
@@ -463,16 +489,19 @@ TEST_F(CoordinatorTest, AFailedEndSendShowsFailedToReachEngine)
     ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Error>(); }));
     EXPECT_EQ(c().state(), AppState::error("failed to reach engine"));
     const QStringList log = h.logLines();
-    EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](const QString &l) { return l.startsWith("utterance.end failed: "); }));
+    EXPECT_TRUE(std::any_of(log.begin(), log.end(),
+        [](const QString &l) { return l.startsWith("utterance.end failed: "); }));
 }
 
 TEST_F(CoordinatorTest, ANewUtteranceCancelsThePendingReturnToIdle)
 {
     h.engine.dropConnection();
-    ASSERT_TRUE(waitFor([&] { return c().connectionHealth() == EngineConnectionHealth::offline(); }));
+    ASSERT_TRUE(
+        waitFor([&] { return c().connectionHealth() == EngineConnectionHealth::offline(); }));
     c().handleTriggerDown(); // error "Reconnecting to engine…", idle in 2 s
     ASSERT_TRUE(c().state().is<AppState::Error>());
-    ASSERT_TRUE(waitFor([&] { return c().connectionHealth().is<EngineConnectionHealth::Connected>(); }));
+    ASSERT_TRUE(
+        waitFor([&] { return c().connectionHealth().is<EngineConnectionHealth::Connected>(); }));
     QTest::qWait(300);
     ASSERT_TRUE(waitFor([&] { return isIdle(c()); }));
     h.answerNothing();
@@ -532,11 +561,15 @@ TEST_F(CoordinatorTest, ChangingTheFeedbackSettingReconnectsEachTime)
 {
     ASSERT_EQ(h.engine.connectionCount(), 1);
     h.settings->setFeedbackEnabled(true);
-    ASSERT_TRUE(waitFor([&] { return h.engine.connectionCount() == 2 && c().connectionHealth().is<EngineConnectionHealth::Connected>(); }));
+    ASSERT_TRUE(waitFor([&] {
+        return h.engine.connectionCount() == 2
+            && c().connectionHealth().is<EngineConnectionHealth::Connected>();
+    }));
     EXPECT_EQ(textMessages(h).back()["feedback_enabled"], true);
     h.settings->setFeedbackEnabled(false);
     ASSERT_TRUE(waitFor([&] { return h.engine.connectionCount() == 3; }));
-    ASSERT_TRUE(waitFor([&] { return c().connectionHealth().is<EngineConnectionHealth::Connected>(); }));
+    ASSERT_TRUE(
+        waitFor([&] { return c().connectionHealth().is<EngineConnectionHealth::Connected>(); }));
     EXPECT_EQ(textMessages(h).back()["feedback_enabled"], false);
     EXPECT_EQ(h.engine.closeCode(0), 1001);
 }
@@ -549,7 +582,10 @@ TEST_F(CoordinatorTest, FeedbackFollowsEachFinalOnlyWhenEnabled)
     EXPECT_EQ(countOfType(h, "utterance.feedback"), 0);
 
     h.settings->setFeedbackEnabled(true);
-    ASSERT_TRUE(waitFor([&] { return h.engine.connectionCount() == 2 && c().connectionHealth().is<EngineConnectionHealth::Connected>(); }));
+    ASSERT_TRUE(waitFor([&] {
+        return h.engine.connectionCount() == 2
+            && c().connectionHealth().is<EngineConnectionHealth::Connected>();
+    }));
     ASSERT_TRUE(waitFor([&] { return isIdle(c()); }));
     h.synthesizer->succeeds = false; // sent even when the insertion failed
     h.answerWith(CoordinatorHarness::finalWithText("With feedback."));
@@ -577,7 +613,7 @@ TEST_F(CoordinatorTest, ACalibrationSinkTakesTheFinalInsteadOfTheInserter)
     std::vector<FinalMessage> sunk;
     c().setCalibrationSink([&](const FinalMessage &f) { sunk.push_back(f); });
     FinalMessage final = CoordinatorHarness::finalWithText("Calibrated.");
-    final.stats = Stats{1.0, 1, 60.0, 0.5, 0.4, 0, 0.0};
+    final.stats = Stats {1.0, 1, 60.0, 0.5, 0.4, 0, 0.0};
     h.answerWith(final);
     c().beginCalibrationUtterance();
     h.speak(CoordinatorHarness::tone(3200));
@@ -605,7 +641,8 @@ TEST_F(CoordinatorTest, StopRemovesTheTapDisconnectsAndSendsNothingMore)
 
 TEST_F(CoordinatorTest, AnActivationNotificationOnTheDefaultCentreSendsContext)
 {
-    EXPECT_EQ(h.center.observerCount(QStringLiteral("NSWorkspaceDidActivateApplicationNotification")), 1);
+    EXPECT_EQ(
+        h.center.observerCount(QStringLiteral("NSWorkspaceDidActivateApplicationNotification")), 1);
     h.center.post(QStringLiteral("SomeOtherNotification"));
     settle();
     EXPECT_EQ(countOfType(h, "context.update"), 0);
@@ -662,14 +699,14 @@ TEST_F(CoordinatorTest, SuggestionsAreRequestedReceivedDismissedAndAccepted)
     ASSERT_EQ(c().suggestions()->dictionary.size(), 3u);
 
     // Dismiss removes every entry with the same pair, whatever its count; exemplars stay.
-    c().dismissDictionarySuggestion(DictionarySuggestion{"say vo", "Sayvo", 99});
+    c().dismissDictionarySuggestion(DictionarySuggestion {"say vo", "Sayvo", 99});
     ASSERT_EQ(c().suggestions()->dictionary.size(), 1u);
     EXPECT_EQ(c().suggestions()->dictionary[0].suggestedTerm, "Kube");
     EXPECT_EQ(c().suggestions()->exemplars.size(), 1u);
     EXPECT_TRUE(h.settings->personalDictionary().isEmpty());
 
-    c().acceptDictionarySuggestion(DictionarySuggestion{"cube", "Kube", 2});
-    EXPECT_EQ(h.settings->personalDictionary(), QStringList{"Kube"});
+    c().acceptDictionarySuggestion(DictionarySuggestion {"cube", "Kube", 2});
+    EXPECT_EQ(h.settings->personalDictionary(), QStringList {"Kube"});
     EXPECT_TRUE(c().suggestions()->dictionary.empty());
     settle();
     EXPECT_EQ(countOfType(h, "context.update"), 0); // nothing sent directly
@@ -678,26 +715,28 @@ TEST_F(CoordinatorTest, SuggestionsAreRequestedReceivedDismissedAndAccepted)
 TEST_F(CoordinatorTest, AcceptingATermAlreadyInTheDictionaryOnlyRemovesTheSuggestion)
 {
     h.settings->setPersonalDictionary({QStringLiteral("Kube")});
-    h.engine.sendText(R"({"type":"suggestions","dictionary":[{"misrecognized":"cube","suggested_term":"Kube","occurrences":2}],"exemplars":[]})");
+    h.engine.sendText(
+        R"({"type":"suggestions","dictionary":[{"misrecognized":"cube","suggested_term":"Kube","occurrences":2}],"exemplars":[]})");
     ASSERT_TRUE(waitFor([&] { return c().suggestions().has_value(); }));
     QSignalSpy dictionaryChanges(h.settings.get(), &SettingsStore::personalDictionaryChanged);
-    c().acceptDictionarySuggestion(DictionarySuggestion{"cube", "Kube", 2});
-    EXPECT_EQ(h.settings->personalDictionary(), QStringList{"Kube"});
+    c().acceptDictionarySuggestion(DictionarySuggestion {"cube", "Kube", 2});
+    EXPECT_EQ(h.settings->personalDictionary(), QStringList {"Kube"});
     EXPECT_EQ(dictionaryChanges.count(), 0);
     EXPECT_TRUE(c().suggestions()->dictionary.empty());
 
     // A different spelling is a different term.
-    h.engine.sendText(R"({"type":"suggestions","dictionary":[{"misrecognized":"cube","suggested_term":"kube","occurrences":2}],"exemplars":[]})");
+    h.engine.sendText(
+        R"({"type":"suggestions","dictionary":[{"misrecognized":"cube","suggested_term":"kube","occurrences":2}],"exemplars":[]})");
     ASSERT_TRUE(waitFor([&] { return !c().suggestions()->dictionary.empty(); }));
-    c().acceptDictionarySuggestion(DictionarySuggestion{"cube", "kube", 2});
-    EXPECT_EQ(h.settings->personalDictionary(), (QStringList{"Kube", "kube"}));
+    c().acceptDictionarySuggestion(DictionarySuggestion {"cube", "kube", 2});
+    EXPECT_EQ(h.settings->personalDictionary(), (QStringList {"Kube", "kube"}));
 }
 
 TEST_F(CoordinatorTest, DismissOrAcceptWithNoSuggestionsLeavesThemAbsent)
 {
     QSignalSpy changes(&c(), &SayvoCoordinator::suggestionsChanged);
-    c().dismissDictionarySuggestion(DictionarySuggestion{"a", "b", 1});
-    c().acceptDictionarySuggestion(DictionarySuggestion{"a", "b", 1});
+    c().dismissDictionarySuggestion(DictionarySuggestion {"a", "b", 1});
+    c().acceptDictionarySuggestion(DictionarySuggestion {"a", "b", 1});
     EXPECT_FALSE(c().suggestions().has_value());
     EXPECT_EQ(changes.count(), 0);
 }
