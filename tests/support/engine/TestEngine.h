@@ -50,6 +50,9 @@ public:
     }
     void setServerVersion(QString version) { m_serverVersion = std::move(version); }
 
+    // Off: frames are answered but not kept, for long runs that must not grow.
+    void setRecording(bool recording) { m_recording = recording; }
+
     // Called for every text frame after it is recorded (for scripted replies).
     void setOnText(std::function<void(const QByteArray &text, int connection)> handler)
     {
@@ -86,6 +89,7 @@ private:
     std::optional<Backends> m_ackBackends = Backends {"test-stream", "test-final", "test-gec"};
     QString m_serverVersion = QStringLiteral("test-engine 1.0");
     std::function<void(const QByteArray &, int)> m_onText;
+    bool m_recording = true;
 };
 
 } // namespace sayvo::test
