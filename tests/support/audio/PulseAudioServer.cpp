@@ -28,7 +28,46 @@ PipeMicrophone::PipeMicrophone(QString name, int moduleIndex, int fd, int bytesP
 
 PipeMicrophone::~PipeMicrophone()
 {
+    stopStreaming();
     ::close(m_fd);
+}
+
+bool PipeMicrophone::writeAll(const char *data, qsizetype length)
+{
+    qsizetype written = 0;
+    while (written < length) {
+        const ssize_t n = ::write(m_fd, data + written, size_t(length - written));
+        if (n <= 0) {
+            return false;
+        }
+        written += n;
+    }
+    return true;
+}
+
+void PipeMicrophone::startStreaming()
+{
+    stopStreaming();
+    m_streaming = true;
+    m_streamer = std::thread([this] {
+        const QByteArray silence(m_bytesPerSecond / 100, '\0');
+        auto next = std::chrono::steady_clock::now();
+        while (m_streaming) {
+            if (!writeAll(silence.constData(), silence.size())) {
+                return;
+            }
+            next += std::chrono::milliseconds(10);
+            std::this_thread::sleep_until(next);
+        }
+    });
+}
+
+void PipeMicrophone::stopStreaming()
+{
+    m_streaming = false;
+    if (m_streamer.joinable()) {
+        m_streamer.join();
+    }
 }
 
 void PipeMicrophone::play(const QByteArray &samples)

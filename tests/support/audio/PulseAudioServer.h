@@ -6,8 +6,10 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include <atomic>
 #include <memory>
 #include <optional>
+#include <thread>
 
 namespace sayvo::test {
 
@@ -27,11 +29,20 @@ public:
     // than real time, as a microphone would deliver them.
     void play(const QByteArray &samples);
 
+    // Writes silence in 10 ms pieces at real-time pace on a thread of its own, like a live
+    // microphone in a quiet room, until stopStreaming() or destruction.
+    void startStreaming();
+    void stopStreaming();
+
 private:
+    bool writeAll(const char *data, qsizetype length);
+
     QString m_name;
     int m_moduleIndex;
     int m_fd;
     int m_bytesPerSecond;
+    std::atomic<bool> m_streaming {false};
+    std::thread m_streamer;
 };
 
 // A private PulseAudio daemon for one test: its own runtime directory and socket, no
