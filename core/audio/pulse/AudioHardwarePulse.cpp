@@ -32,6 +32,11 @@ AudioTransportType transportOf(const pa_source_info &info)
 AudioHardwarePulse::AudioHardwarePulse() : m_connection("Sayvo")
 {
     m_connection.setReadyHandler([this](pa_context *context) {
+        // A server that was missing comes with devices of its own.
+        if (m_serverWasMissing && !m_listeners.empty()) {
+            notifyListeners();
+        }
+        m_serverWasMissing = false;
         pa_context_set_subscribe_callback(
             context,
             [](pa_context *, pa_subscription_event_type_t, uint32_t, void *userdata) {
@@ -44,7 +49,17 @@ AudioHardwarePulse::AudioHardwarePulse() : m_connection("Sayvo")
             pa_operation_unref(operation);
         }
     });
-    m_connection.setFailureHandler([this] { notifyListeners(); });
+    m_connection.setFailureHandler([this](bool wasReady) {
+        m_serverWasMissing = true;
+        if (wasReady) {
+            notifyListeners();
+        }
+        // While anyone listens, keep looking for a server that comes back: its devices
+        // are a change of the list too.
+        if (!m_listeners.empty()) {
+            m_connection.reconnectLater(kReconnectDelayMs);
+        }
+    });
 }
 
 AudioHardwarePulse::~AudioHardwarePulse()

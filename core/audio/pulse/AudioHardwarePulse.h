@@ -12,7 +12,8 @@ namespace sayvo {
 // description, transport from the monitor link and the "device.bus" property. PulseAudio
 // picks each source's rate itself, so the only rate on offer is the current one and rate
 // writes are refused. List changes come from the server's source subscription events; a
-// lost server counts as a change, and a server that comes back is found on the next read.
+// lost server counts as a change, and so does one that comes back, which is looked for
+// every second while anyone listens.
 class AudioHardwarePulse : public AudioHardware
 {
 public:
@@ -45,10 +46,15 @@ private:
     std::optional<Source> source(AudioObjectId device);
     void notifyListeners();
 
+    static constexpr int kReconnectDelayMs = 1000;
+
     PulseConnection m_connection;
     // Guarded by the connection's lock: the listeners run on its loop thread.
     std::map<ListenerId, std::function<void()>> m_listeners;
     ListenerId m_nextListener = 1;
+    // Guarded by the connection's lock. Until a first connection, listeners have seen no
+    // server's devices.
+    bool m_serverWasMissing = true;
 };
 
 } // namespace sayvo

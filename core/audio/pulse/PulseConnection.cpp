@@ -36,6 +36,10 @@ PulseConnection::~PulseConnection()
         Lock lock(*this);
         m_onReady = nullptr;
         m_onFailure = nullptr;
+        if (m_retry) {
+            api()->time_free(m_retry);
+            m_retry = nullptr;
+        }
         dropContext();
     }
     pa_threaded_mainloop_stop(m_loop);
@@ -48,7 +52,7 @@ void PulseConnection::setReadyHandler(std::function<void(pa_context *)> handler)
     m_onReady = std::move(handler);
 }
 
-void PulseConnection::setFailureHandler(std::function<void()> handler)
+void PulseConnection::setFailureHandler(std::function<void(bool wasReady)> handler)
 {
     Lock lock(*this);
     m_onFailure = std::move(handler);
@@ -70,13 +74,56 @@ void PulseConnection::contextStateChanged(pa_context *context, void *userdata)
 {
     auto *self = static_cast<PulseConnection *>(userdata);
     const pa_context_state_t state = pa_context_get_state(context);
-    if (state == PA_CONTEXT_READY && self->m_onReady) {
-        self->m_onReady(context);
-    } else if ((state == PA_CONTEXT_FAILED || state == PA_CONTEXT_TERMINATED)
-        && self->m_onFailure) {
-        self->m_onFailure();
+    if (state == PA_CONTEXT_READY) {
+        self->m_contextWasReady = true;
+        if (self->m_onReady) {
+            self->m_onReady(context);
+        }
+    } else if (!PA_CONTEXT_IS_GOOD(state) && self->m_onFailure) {
+        self->m_onFailure(self->m_contextWasReady);
     }
     self->signal();
+}
+
+void PulseConnection::reconnectLater(int delayMs)
+{
+    if (m_retry) {
+        return;
+    }
+    struct timeval when;
+    pa_timeval_add(pa_gettimeofday(&when), pa_usec_t(delayMs) * PA_USEC_PER_MSEC);
+    m_retry = api()->time_new(api(), &when, &PulseConnection::retryDue, this);
+}
+
+void PulseConnection::retryDue(
+    pa_mainloop_api *api, pa_time_event *event, const struct timeval *, void *userdata)
+{
+    auto *self = static_cast<PulseConnection *>(userdata);
+    api->time_free(event);
+    self->m_retry = nullptr;
+    if (self->m_context && PA_CONTEXT_IS_GOOD(pa_context_get_state(self->m_context))) {
+        return;
+    }
+    self->dropContext();
+    QString error;
+    self->startConnecting(&error);
+}
+
+bool PulseConnection::startConnecting(QString *error)
+{
+    m_context = pa_context_new(api(), m_clientName.constData());
+    m_contextWasReady = false;
+    pa_context_set_state_callback(m_context, &PulseConnection::contextStateChanged, this);
+    // A dictation client has no business starting a sound server of its own.
+    if (pa_context_connect(m_context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
+        *error = QString::fromUtf8(pa_strerror(pa_context_errno(m_context)));
+        dropContext();
+        if (m_onFailure) {
+            m_onFailure(false);
+        }
+        return false;
+    }
+    return true;
 }
 
 pa_context *PulseConnection::readyContext(QString *error)
@@ -90,15 +137,8 @@ pa_context *PulseConnection::readyContext(QString *error)
             dropContext();
         }
     }
-    if (!m_context) {
-        m_context = pa_context_new(api(), m_clientName.constData());
-        pa_context_set_state_callback(m_context, &PulseConnection::contextStateChanged, this);
-        // A dictation client has no business starting a sound server of its own.
-        if (pa_context_connect(m_context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
-            *error = QString::fromUtf8(pa_strerror(pa_context_errno(m_context)));
-            dropContext();
-            return nullptr;
-        }
+    if (!m_context && !startConnecting(error)) {
+        return nullptr;
     }
     pa_context *context = m_context;
     const bool settled = waitUntil([context] {

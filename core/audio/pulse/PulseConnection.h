@@ -52,22 +52,34 @@ public:
     // Wakes every waiter; for callbacks on the loop thread.
     void signal() { pa_threaded_mainloop_signal(m_loop, 0); }
 
-    // Called on the loop thread, lock held: after a context became ready, and after the
-    // context failed or the server went away.
+    // Called on the loop thread, lock held: after a context became ready, and after a
+    // context failed (`wasReady`: it had been connected, so the server went away; otherwise
+    // a connection attempt failed).
     void setReadyHandler(std::function<void(pa_context *)> handler);
-    void setFailureHandler(std::function<void()> handler);
+    void setFailureHandler(std::function<void(bool wasReady)> handler);
+
+    // Locked, or on the loop thread. Starts a connection attempt after the delay unless a
+    // context is connected or connecting by then; the outcome goes to the handlers above.
+    void reconnectLater(int delayMs);
 
     pa_mainloop_api *api() { return pa_threaded_mainloop_get_api(m_loop); }
 
 private:
     static void contextStateChanged(pa_context *context, void *userdata);
+    static void retryDue(
+        pa_mainloop_api *api, pa_time_event *event, const struct timeval *, void *userdata);
+    // Locked. Creates a context and starts connecting it; false (after telling the failure
+    // handler) if that failed at once.
+    bool startConnecting(QString *error);
     void dropContext();
 
     QByteArray m_clientName;
     pa_threaded_mainloop *m_loop = nullptr;
     pa_context *m_context = nullptr;
+    bool m_contextWasReady = false;
+    pa_time_event *m_retry = nullptr;
     std::function<void(pa_context *)> m_onReady;
-    std::function<void()> m_onFailure;
+    std::function<void(bool wasReady)> m_onFailure;
 };
 
 } // namespace sayvo

@@ -4,6 +4,7 @@
 #include "PulseAudioServer.h"
 
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -116,4 +117,39 @@ TEST_F(PulseAudioDevicesTest, ServerThatGoesAwayEmptiesTheList)
 
     ASSERT_TRUE(spy.wait(5000));
     EXPECT_TRUE(observer.devices().isEmpty());
+}
+
+TEST_F(PulseAudioDevicesTest, ServerThatComesBackIsPublishedAgain)
+{
+    auto hardware = createAudioHardware();
+    AudioDeviceObserver observer(*hardware);
+    QSignalSpy spy(&observer, &AudioDeviceObserver::devicesChanged);
+    server.stop();
+    QTest::qWait(300);
+    EXPECT_TRUE(spy.isEmpty());
+
+    ASSERT_TRUE(server.start()) << server.error().toStdString();
+    auto mic = server.addMicrophone("mic16", 16000, 1, "Desk Microphone");
+    ASSERT_TRUE(mic);
+
+    ASSERT_TRUE(QTest::qWaitFor([&] { return observer.devices().size() == 1; }, 5000));
+    EXPECT_EQ(observer.devices()[0].uid, "mic16");
+}
+
+TEST(PulseAudioWithoutServerTest, ObserverStartsEmptyAndPicksUpAServerThatStartsLater)
+{
+    QTemporaryDir nowhere;
+    qputenv("PULSE_SERVER", "unix:" + nowhere.filePath("native").toUtf8());
+    auto hardware = createAudioHardware();
+    AudioDeviceObserver observer(*hardware);
+    EXPECT_TRUE(observer.devices().isEmpty());
+
+    PulseAudioServer server;
+    ASSERT_TRUE(server.start()) << server.error().toStdString();
+    auto mic = server.addMicrophone("mic16", 16000, 1, "Desk Microphone");
+    ASSERT_TRUE(mic);
+    server.useForThisProcess();
+
+    ASSERT_TRUE(QTest::qWaitFor([&] { return observer.devices().size() == 1; }, 5000));
+    EXPECT_EQ(observer.devices()[0].name, "Desk Microphone");
 }
