@@ -73,10 +73,8 @@ Expected<AudioStreamFormat, QString> AudioInputEnginePulse::inputFormat()
         },
         &lookup);
     if (!m_connection.complete(operation)) {
-        QString reason;
-        if (!m_connection.readyContext(&reason)) {
-            return Expected<AudioStreamFormat, QString>::failure(reason);
-        }
+        return Expected<AudioStreamFormat, QString>::failure(
+            QStringLiteral("the server did not answer"));
     }
     // A source that is missing (no input device at all) reads as 0 Hz and 0 channels.
     return lookup.format;
