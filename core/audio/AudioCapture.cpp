@@ -2,6 +2,7 @@
 
 #include "AudioDevices.h"
 #include "Logging.h"
+#include "PCMConverter.h"
 
 #include <algorithm>
 #include <cmath>

@@ -4,7 +4,6 @@
 #include "AudioHardware.h"
 #include "AudioInputEngine.h"
 #include "Expected.h"
-#include "PCMConverter.h"
 #include "SerialQueue.h"
 
 #include <QByteArray>
@@ -17,6 +16,8 @@
 #include <optional>
 
 namespace sayvo {
+
+class PCMConverter;
 
 // The microphone path: prepared once while idle (format read, converter built, tap
 // installed, microphone still closed), running only between startForwarding() and

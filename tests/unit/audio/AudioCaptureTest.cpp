@@ -2,6 +2,7 @@
 #include "FakeAudioHardware.h"
 #include "FakeAudioInputEngine.h"
 #include "LogCapture.h"
+#include "PCMConverter.h"
 
 #include <gtest/gtest.h>
 
