@@ -46,7 +46,8 @@ public:
     AudioCapture(const AudioCapture &) = delete;
     AudioCapture &operator=(const AudioCapture &) = delete;
 
-    // Set these before prepare(); each is read on the thread it runs on.
+    // May be replaced at any time from the owner's thread; a handler that is running
+    // finishes first.
     void setOnChunk(ChunkHandler handler);
     void setOnRMS(RMSHandler handler);
     void setOnCaptureLive(LiveHandler handler);

@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <numbers>
+#include <thread>
 
 using namespace sayvo;
 using sayvo::test::LogCapture;
@@ -314,6 +315,28 @@ TEST_F(AudioCaptureTest, ChunksArriveOnTheCaptureQueue)
     engine->playS16(ramp(4000), 1600);
     capture->stopForwarding(true);
     ASSERT_EQ(chunks.size(), 3);
+    EXPECT_TRUE(chunksOnQueue);
+}
+
+TEST_F(AudioCaptureTest, LevelRunsOnTheAudioThreadAndChunksOnTheQueue)
+{
+    prepared();
+    std::thread::id levelThread;
+    std::thread::id liveThread;
+    capture->setOnRMS([&](float) { levelThread = std::this_thread::get_id(); });
+    capture->setOnCaptureLive([&] { liveThread = std::this_thread::get_id(); });
+    capture->startForwarding();
+    std::thread audioThread([&] { engine->playS16(ramp(3200), 1600); });
+    const std::thread::id audioThreadId = audioThread.get_id();
+    audioThread.join();
+    capture->stopForwarding(true);
+
+    EXPECT_EQ(levelThread, audioThreadId);
+    std::thread::id queueThread;
+    capture->queue().sync([&] { queueThread = std::this_thread::get_id(); });
+    EXPECT_EQ(liveThread, queueThread);
+    EXPECT_NE(queueThread, std::this_thread::get_id());
+    EXPECT_EQ(chunks.size(), 2);
     EXPECT_TRUE(chunksOnQueue);
 }
 
