@@ -1,0 +1,111 @@
+#pragma once
+
+#include "AudioCaptureError.h"
+#include "AudioHardware.h"
+#include "AudioInputEngine.h"
+#include "Expected.h"
+#include "SerialQueue.h"
+
+#include <QByteArray>
+#include <QSet>
+#include <QString>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace sayvo {
+
+class PCMConverter;
+
+// The microphone path: prepared once while idle (format read, converter built, tap
+// installed, microphone still closed), running only between startForwarding() and
+// stopForwarding(). Captured audio is converted to 16 kHz mono s16le and handed out in
+// chunks of kChunkByteSize bytes.
+//
+// Threads: the public operations are called from the owner's thread (the main thread),
+// never from the capture queue. onChunk and onCaptureLive run on the private serial queue
+// (a flush's last chunk runs inside stopForwarding, still on the queue); onRMS runs on the
+// sound system's audio thread. Receivers hop to their own thread. The hardware must
+// outlive the capture.
+class AudioCapture
+{
+public:
+    using ChunkHandler = std::function<void(const QByteArray &chunk)>;
+    using RMSHandler = std::function<void(float rms)>;
+    using LiveHandler = std::function<void()>;
+
+    static constexpr int kChunkByteSize = 3200;
+    static constexpr quint32 kTapBufferFrames = 1600;
+    static constexpr const char *kQueueLabel = "com.sayvoapp.audiocapture";
+
+    AudioCapture(std::unique_ptr<AudioInputEngine> engine, AudioHardware &hardware);
+    ~AudioCapture();
+
+    AudioCapture(const AudioCapture &) = delete;
+    AudioCapture &operator=(const AudioCapture &) = delete;
+
+    // May be replaced at any time from the owner's thread; a handler that is running
+    // finishes first.
+    void setOnChunk(ChunkHandler handler);
+    void setOnRMS(RMSHandler handler);
+    void setOnCaptureLive(LiveHandler handler);
+
+    // Builds the capture path without opening the microphone; does nothing when already
+    // prepared. May be retried any number of times after a failure.
+    Status<AudioCaptureError> prepare();
+    bool isPrepared() const { return m_isPrepared.load(); }
+    bool isReady() const { return isPrepared(); }
+
+    // Opens the microphone and starts a new utterance's statistics. Never fails: a dead
+    // microphone shows as no live signal and a zero byte count.
+    void startForwarding();
+    // Closes the microphone. With flush, the last partial chunk is delivered before this
+    // returns; without, it is dropped.
+    void stopForwarding(bool flush);
+    bool isForwarding() const { return m_isForwarding.load(); }
+
+    // The user's device choice (nullopt: the system default input); rebuilds when prepared.
+    void setInputDevice(const std::optional<QString> &uid);
+    // Moves the binding back in line with the choice after the device list changed.
+    void reconcile(const QSet<QString> &availableUIDs);
+    // Tears the capture path down and prepares it again for the current choice. The
+    // microphone stays closed afterwards, even when forwarding was on.
+    void rebuild();
+
+    std::optional<QString> desiredDeviceUID() const;
+    // The device actually captured from; nullopt means the system default input.
+    std::optional<QString> activeDeviceUID() const;
+
+    // Statistics of the utterance since the last startForwarding().
+    float lastUtterancePeakRMS() const;
+    qint64 lastUtteranceBytes() const;
+
+    // The capture's private queue, for callers that must order work after its chunks.
+    SerialQueue &queue() { return *m_queue; }
+
+private:
+    std::optional<QString> selectConfiguredDevice();
+    void handleBuffer(const AudioBufferView &buffer);
+    void enqueue(QByteArray bytes);
+
+    std::unique_ptr<AudioInputEngine> m_engine;
+    AudioHardware &m_hardware;
+    std::unique_ptr<PCMConverter> m_converter;
+    QByteArray m_pendingBytes;
+    std::atomic<bool> m_isForwarding {false};
+    bool m_didSignalLive = false;
+    std::atomic<bool> m_isPrepared {false};
+    std::optional<QString> m_desiredDeviceUID;
+    std::optional<QString> m_activeDeviceUID;
+    float m_lastUtterancePeakRMS = 0.0f;
+    qint64 m_lastUtteranceBytes = 0;
+    ChunkHandler m_onChunk;
+    std::atomic<std::shared_ptr<const RMSHandler>> m_onRMS;
+    LiveHandler m_onCaptureLive;
+    // Last member: destroyed first, so no queued work outlives the state it touches.
+    std::unique_ptr<SerialQueue> m_queue;
+};
+
+} // namespace sayvo

@@ -1,0 +1,38 @@
+#include "AudioCaptureError.h"
+
+#include <charconv>
+#include <cmath>
+
+namespace sayvo {
+
+QString formatSampleRate(double sampleRate)
+{
+    char text[64];
+    const auto result = std::to_chars(text, text + sizeof text, sampleRate);
+    QString formatted = QString::fromLatin1(text, result.ptr - text);
+    if (std::isfinite(sampleRate) && !formatted.contains(QLatin1Char('.'))
+        && !formatted.contains(QLatin1Char('e'))) {
+        formatted += QStringLiteral(".0");
+    }
+    return formatted;
+}
+
+QString AudioCaptureError::describe() const
+{
+    switch (kind) {
+    case Kind::invalidInputFormat:
+        return QStringLiteral("input node reported an unusable format (%1 Hz, %2 ch) \u2014 mic "
+                              "permission not granted, or no input device")
+            .arg(formatSampleRate(sampleRate))
+            .arg(channels);
+    case Kind::converterUnavailable:
+        return QStringLiteral("no converter from %1 Hz/%2 ch to 16 kHz mono s16le")
+            .arg(formatSampleRate(sampleRate))
+            .arg(channels);
+    case Kind::soundServerUnavailable:
+        return QStringLiteral("could not reach the sound server: %1").arg(reason);
+    }
+    return {};
+}
+
+} // namespace sayvo

@@ -1,0 +1,34 @@
+#include "AudioDeviceObserver.h"
+
+#include "AudioDevices.h"
+
+#include <QMetaObject>
+
+namespace sayvo {
+
+AudioDeviceObserver::AudioDeviceObserver(AudioHardware &hardware, QObject *parent)
+    : QObject(parent), m_devices(AudioDevices::inputDevices(hardware)), m_system(hardware)
+{
+    // The sound system notifies on its own thread; the refresh is queued to ours, and Qt
+    // drops it if this observer is gone by then.
+    m_listener = m_system.addDeviceListListener([this] {
+        QMetaObject::invokeMethod(this, &AudioDeviceObserver::refresh, Qt::QueuedConnection);
+    });
+}
+
+AudioDeviceObserver::~AudioDeviceObserver()
+{
+    m_system.removeDeviceListListener(m_listener);
+}
+
+void AudioDeviceObserver::refresh()
+{
+    AudioInputDeviceList current = AudioDevices::inputDevices(m_system);
+    if (current == m_devices) {
+        return;
+    }
+    m_devices = std::move(current);
+    emit devicesChanged(m_devices);
+}
+
+} // namespace sayvo

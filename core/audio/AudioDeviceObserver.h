@@ -1,0 +1,36 @@
+#pragma once
+
+#include "AudioHardware.h"
+#include "AudioInputDevice.h"
+
+#include <QObject>
+
+namespace sayvo {
+
+// Publishes the input-device list and keeps it current. Lives on the main thread; the
+// hardware must outlive it. `devices` changes (and devicesChanged is emitted) only when a
+// refresh finds a list that differs, field by field and in order, from the current one.
+class AudioDeviceObserver : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(sayvo::AudioInputDeviceList devices READ devices NOTIFY devicesChanged)
+
+public:
+    explicit AudioDeviceObserver(AudioHardware &hardware, QObject *parent = nullptr);
+    ~AudioDeviceObserver() override;
+
+    AudioInputDeviceList devices() const { return m_devices; }
+
+public slots:
+    void refresh();
+
+signals:
+    void devicesChanged(const sayvo::AudioInputDeviceList &devices);
+
+private:
+    AudioInputDeviceList m_devices;
+    AudioHardware &m_system;
+    AudioHardware::ListenerId m_listener = 0;
+};
+
+} // namespace sayvo
