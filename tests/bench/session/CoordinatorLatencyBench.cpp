@@ -46,7 +46,10 @@ void BM_LoopbackRoundTripBaseline(benchmark::State &state)
     engine.setHelloAckBackends(std::nullopt);
     QWebSocket socket;
     socket.open(engine.url());
-    QTest::qWaitFor([&] { return socket.state() == QAbstractSocket::ConnectedState; }, 5000);
+    if (!QTest::qWaitFor([&] { return socket.state() == QAbstractSocket::ConnectedState; }, 5000)) {
+        state.SkipWithError("no loopback connection");
+        return;
+    }
     bool echoed = false;
     QObject::connect(
         &socket, &QWebSocket::textMessageReceived, [&](const QString &) { echoed = true; });
@@ -85,7 +88,10 @@ void BM_FinalToInserter(benchmark::State &state)
     const QByteArray pcm = CoordinatorHarness::tone(3200);
     for (auto _ : state) {
         state.PauseTiming();
-        QTest::qWaitFor([&] { return h.coordinator->state().is<AppState::Idle>(); }, 5000);
+        if (!QTest::qWaitFor([&] { return h.coordinator->state().is<AppState::Idle>(); }, 5000)) {
+            state.SkipWithError("the coordinator did not return to idle");
+            break;
+        }
         h.coordinator->handleTriggerDown();
         const std::string id = h.coordinator->currentUtteranceId()->toStdString();
         h.speak(pcm);
@@ -128,7 +134,10 @@ void BM_TriggerUpToEndFrame(benchmark::State &state)
     const QByteArray pcm = CoordinatorHarness::tone(14400 + 1000);
     for (auto _ : state) {
         state.PauseTiming();
-        QTest::qWaitFor([&] { return h.coordinator->state().is<AppState::Idle>(); }, 5000);
+        if (!QTest::qWaitFor([&] { return h.coordinator->state().is<AppState::Idle>(); }, 5000)) {
+            state.SkipWithError("the coordinator did not return to idle");
+            break;
+        }
         h.coordinator->handleTriggerDown();
         h.speak(pcm);
         QTest::qWait(5);
