@@ -119,15 +119,18 @@ void BM_TriggerUpToEndFrame(benchmark::State &state)
         state.SkipWithError("engine did not connect");
         return;
     }
-    h.answerWith(CoordinatorHarness::finalWithText("Done."));
     QElapsedTimer timer;
     std::vector<double> micros;
     bool ended = false;
     h.engine.setRecording(false);
     h.engine.setOnText([&](const QByteArray &text, int) {
-        if (text.contains("\"utterance.end\"")) {
+        const auto decoded = decodeOutbound(text.toStdString());
+        if (decoded && std::holds_alternative<UtteranceEndMessage>(decoded.value())) {
             micros.push_back(static_cast<double>(timer.nsecsElapsed()) / 1000.0);
             ended = true;
+            FinalMessage final = CoordinatorHarness::finalWithText("Done.");
+            final.utteranceId = std::get<UtteranceEndMessage>(decoded.value()).utteranceId;
+            h.engine.sendText(QByteArray::fromStdString(encode(final)));
         }
     });
     // 0.45 s of audio: the flush leaves a partial chunk behind, as a real release does.
