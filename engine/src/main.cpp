@@ -49,8 +49,8 @@ int main(int argc, char **argv)
         QStringLiteral("Address to listen on (default 127.0.0.1)."), QStringLiteral("address"),
         QStringLiteral("127.0.0.1"));
     const QCommandLineOption port(QStringLiteral("port"),
-        QStringLiteral("Port to listen on (default 8765; 0 picks a free one)."), QStringLiteral("port"),
-        QStringLiteral("8765"));
+        QStringLiteral("Port to listen on (default 8765; 0 picks a free one)."),
+        QStringLiteral("port"), QStringLiteral("8765"));
     const QCommandLineOption asr(QStringLiteral("asr"),
         QStringLiteral("Recogniser: pocketsphinx (default), replay:FILE or mock."),
         QStringLiteral("name"), QStringLiteral("pocketsphinx"));
@@ -113,7 +113,8 @@ int main(int argc, char **argv)
         ? parser.value(dataDir)
         : QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
             + QStringLiteral("/SayvoApp/engine");
-    const std::string storePath = QDir(data).filePath(QStringLiteral("learning.sqlite3")).toStdString();
+    const std::string storePath
+        = QDir(data).filePath(QStringLiteral("learning.sqlite3")).toStdString();
     std::unique_ptr<sayvo::LearningStore> store;
     if (auto opened = sayvo::LearningStore::open(storePath)) {
         store = std::move(opened).value();
@@ -132,14 +133,15 @@ int main(int argc, char **argv)
 
     sayvo::Formatter formatter;
     sayvo::RecentUtterances recent;
-    sayvo::EngineServices services {*recognizers, formatter, store.get(), recent,
-        SAYVO_ENGINE_VERSION, logLine};
+    sayvo::EngineServices services {
+        *recognizers, formatter, store.get(), recent, SAYVO_ENGINE_VERSION, logLine};
     sayvo::EngineServer server(services);
     if (!server.listen(address, static_cast<quint16>(portNumber))) {
         logLine("cannot listen on " + parser.value(host).toStdString() + ":"
             + std::to_string(portNumber) + ": " + server.errorString().toStdString());
         return kCannotListen;
     }
-    logLine("listening on ws://" + parser.value(host).toStdString() + ":" + std::to_string(server.port()));
+    logLine("listening on ws://" + parser.value(host).toStdString() + ":"
+        + std::to_string(server.port()));
     return app.exec();
 }

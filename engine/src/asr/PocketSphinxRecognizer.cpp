@@ -136,8 +136,7 @@ PocketSphinxRecognizerFactory::load(const std::string &modelDir)
 
 PocketSphinxRecognizerFactory::PocketSphinxRecognizerFactory(std::shared_ptr<DecoderPool> pool)
     : m_pool(std::move(pool))
-{
-}
+{ }
 
 PocketSphinxRecognizerFactory::~PocketSphinxRecognizerFactory() = default;
 

@@ -73,8 +73,7 @@ Expected<std::unique_ptr<ReplayRecognizerFactory>, std::string> ReplayRecognizer
 
 ReplayRecognizerFactory::ReplayRecognizerFactory(std::vector<std::string> lines)
     : m_lines(std::move(lines))
-{
-}
+{ }
 
 Backends ReplayRecognizerFactory::backends() const
 {

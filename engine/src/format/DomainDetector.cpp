@@ -26,28 +26,30 @@ bool mentions(const std::string &haystack, const std::array<std::string_view, N>
 // Applications and window titles say the most; the text on screen only breaks ties.
 constexpr std::array<std::string_view, 10> kEmailApps = {"mail", "outlook", "thunderbird",
     "evolution", "geary", "kmail", "spark", "airmail", "superhuman", "inbox"};
-constexpr std::array<std::string_view, 11> kChatApps = {"slack", "discord", "telegram",
-    "whatsapp", "signal", "messages", "imessage", "messenger", "element", "mattermost", "teams"};
+constexpr std::array<std::string_view, 11> kChatApps = {"slack", "discord", "telegram", "whatsapp",
+    "signal", "messages", "imessage", "messenger", "element", "mattermost", "teams"};
 constexpr std::array<std::string_view, 8> kLegalTitles = {"agreement", "contract", "nda",
     "terms of service", "lease", "legal", "addendum", "memorandum of understanding"};
-constexpr std::array<std::string_view, 6> kLegalText = {"whereas", "hereinafter",
-    "indemnif", "notwithstanding", "governing law", "the parties"};
-constexpr std::array<std::string_view, 5> kEmailText = {
-    "subject:", "dear ", "best regards", "kind regards", "sincerely"};
+constexpr std::array<std::string_view, 6> kLegalText
+    = {"whereas", "hereinafter", "indemnif", "notwithstanding", "governing law", "the parties"};
+constexpr std::array<std::string_view, 5> kEmailText
+    = {"subject:", "dear ", "best regards", "kind regards", "sincerely"};
 
 } // namespace
 
 std::string DomainDetector::detect(const ContextPack &context)
 {
-    const std::string app = lower(context.appBundleId.value_or("") + " " + context.appName.value_or(""));
+    const std::string app
+        = lower(context.appBundleId.value_or("") + " " + context.appName.value_or(""));
     const std::string title = lower(context.windowTitle.value_or(""));
     const std::string screen = lower(context.screenText.value_or(""));
 
     if (mentions(title, kLegalTitles)) {
         return "legal";
     }
-    if (mentions(app, kEmailApps) || mentions(title, std::array<std::string_view, 4> {
-                                          "inbox", "compose", "gmail", "new message"})) {
+    if (mentions(app, kEmailApps)
+        || mentions(
+            title, std::array<std::string_view, 4> {"inbox", "compose", "gmail", "new message"})) {
         return "email";
     }
     if (mentions(app, kChatApps)) {

@@ -44,30 +44,31 @@ std::string capitalized(std::string text)
     return text;
 }
 
-template <std::size_t N> bool oneOf(std::string_view word, const std::array<std::string_view, N> &set)
+template <std::size_t N>
+bool oneOf(std::string_view word, const std::array<std::string_view, N> &set)
 {
     return std::find(set.begin(), set.end(), word) != set.end();
 }
 
 // ---- number words ------------------------------------------------------------------
 
-constexpr std::array<std::string_view, 10> kUnits = {
-    "zero", "one", "two", "three", "four", "five", "six", "seven", "eight", "nine"};
+constexpr std::array<std::string_view, 10> kUnits
+    = {"zero", "one", "two", "three", "four", "five", "six", "seven", "eight", "nine"};
 constexpr std::array<std::string_view, 10> kTeens = {"ten", "eleven", "twelve", "thirteen",
     "fourteen", "fifteen", "sixteen", "seventeen", "eighteen", "nineteen"};
-constexpr std::array<std::string_view, 8> kTens = {
-    "twenty", "thirty", "forty", "fifty", "sixty", "seventy", "eighty", "ninety"};
-constexpr std::array<std::string_view, 10> kUnitOrdinals = {"zeroth", "first", "second", "third",
-    "fourth", "fifth", "sixth", "seventh", "eighth", "ninth"};
-constexpr std::array<std::string_view, 10> kTeenOrdinals = {"tenth", "eleventh", "twelfth",
-    "thirteenth", "fourteenth", "fifteenth", "sixteenth", "seventeenth", "eighteenth",
-    "nineteenth"};
+constexpr std::array<std::string_view, 8> kTens
+    = {"twenty", "thirty", "forty", "fifty", "sixty", "seventy", "eighty", "ninety"};
+constexpr std::array<std::string_view, 10> kUnitOrdinals = {
+    "zeroth", "first", "second", "third", "fourth", "fifth", "sixth", "seventh", "eighth", "ninth"};
+constexpr std::array<std::string_view, 10> kTeenOrdinals
+    = {"tenth", "eleventh", "twelfth", "thirteenth", "fourteenth", "fifteenth", "sixteenth",
+        "seventeenth", "eighteenth", "nineteenth"};
 constexpr std::array<std::string_view, 8> kTensOrdinals = {"twentieth", "thirtieth", "fortieth",
     "fiftieth", "sixtieth", "seventieth", "eightieth", "ninetieth"};
 constexpr std::array<std::string_view, 12> kMonths = {"january", "february", "march", "april",
     "may", "june", "july", "august", "september", "october", "november", "december"};
-constexpr std::array<std::string_view, 7> kDays = {
-    "monday", "tuesday", "wednesday", "thursday", "friday", "saturday", "sunday"};
+constexpr std::array<std::string_view, 7> kDays
+    = {"monday", "tuesday", "wednesday", "thursday", "friday", "saturday", "sunday"};
 
 int indexIn(std::string_view word, const auto &set)
 {
@@ -222,7 +223,8 @@ public:
             }
             if (indexIn(word(next), kUnits) < 0) {
                 if (auto rest = belowHundred(next); rest && rest->value >= 10) {
-                    return Parsed {century->value * 100 + rest->value, century->length + rest->length};
+                    return Parsed {
+                        century->value * 100 + rest->value, century->length + rest->length};
                 }
             }
         }
@@ -279,13 +281,13 @@ Token numberToken(std::string text)
     return Token {std::move(text), Kind::word, true};
 }
 
-constexpr std::array<std::string_view, 9> kTimePrepositions = {
-    "at", "by", "until", "till", "from", "before", "after", "around", "since"};
-constexpr std::array<std::string_view, 17> kNumberedNouns = {"room", "number", "extension",
-    "flight", "gate", "suite", "apartment", "page", "section", "chapter", "article", "clause",
-    "step", "version", "item", "exhibit", "schedule"};
-constexpr std::array<std::string_view, 5> kLegalNumberedNouns = {
-    "section", "article", "clause", "exhibit", "schedule"};
+constexpr std::array<std::string_view, 9> kTimePrepositions
+    = {"at", "by", "until", "till", "from", "before", "after", "around", "since"};
+constexpr std::array<std::string_view, 17> kNumberedNouns
+    = {"room", "number", "extension", "flight", "gate", "suite", "apartment", "page", "section",
+        "chapter", "article", "clause", "step", "version", "item", "exhibit", "schedule"};
+constexpr std::array<std::string_view, 5> kLegalNumberedNouns
+    = {"section", "article", "clause", "exhibit", "schedule"};
 
 // "am"/"pm" as one or two words; the written suffix and the tokens it took.
 std::optional<std::pair<std::string, std::size_t>> meridiem(const NumberReader &r, std::size_t i)
@@ -297,7 +299,8 @@ std::optional<std::pair<std::string, std::size_t>> meridiem(const NumberReader &
     if (w == "pm" || w == "p.m." || w == "p.m") {
         return std::make_pair(std::string("pm"), std::size_t {1});
     }
-    if ((w == "a" || w == "p" || w == "a." || w == "p.") && (r.word(i + 1) == "m" || r.word(i + 1) == "m.")) {
+    if ((w == "a" || w == "p" || w == "a." || w == "p.")
+        && (r.word(i + 1) == "m" || r.word(i + 1) == "m.")) {
         return std::make_pair(std::string(w.substr(0, 1)) + "m", std::size_t {2});
     }
     return std::nullopt;
@@ -360,8 +363,8 @@ std::vector<Token> writeNumbers(const std::vector<Token> &in, std::string_view d
 
         // Times: "three pm" -> "3pm", "at four thirty" -> "at 4:30".
         if (auto hour = r.belowHundred(i); hour && hour->value >= 1 && hour->value <= 12) {
-            const bool afterPreposition = !out.empty() && out.back().isWord()
-                && oneOf(out.back().text, kTimePrepositions);
+            const bool afterPreposition
+                = !out.empty() && out.back().isWord() && oneOf(out.back().text, kTimePrepositions);
             std::size_t next = i + hour->length;
             std::optional<std::string> minutes;
             if ((r.word(next) == "oh" || r.word(next) == "o") && r.unit(next + 1) > 0) {
@@ -513,7 +516,8 @@ std::string compact(std::string_view text)
 
 // Personal-dictionary terms in their own spelling: "maren" -> "Maren", and a term the
 // recogniser split into pieces ("type script") -> "TypeScript".
-std::vector<Token> dictionaryTerms(const std::vector<Token> &in, const std::vector<std::string> &terms)
+std::vector<Token> dictionaryTerms(
+    const std::vector<Token> &in, const std::vector<std::string> &terms)
 {
     struct Term
     {
@@ -579,8 +583,8 @@ std::vector<Token> dictionaryTerms(const std::vector<Token> &in, const std::vect
 void emailGreeting(std::vector<Token> &tokens)
 {
     static constexpr std::array<std::string_view, 4> kGreetings = {"hi", "hello", "hey", "dear"};
-    static constexpr std::array<std::string_view, 6> kNotNames = {
-        "there", "all", "everyone", "team", "guys", "folks"};
+    static constexpr std::array<std::string_view, 6> kNotNames
+        = {"there", "all", "everyone", "team", "guys", "folks"};
     if (tokens.size() < 2 || !tokens[0].isWord() || !oneOf(tokens[0].text, kGreetings)
         || !tokens[1].isWord()) {
         return;
@@ -658,15 +662,15 @@ bool isBreak(const Token &t)
 // question word asks something.
 bool opensQuestion(const std::vector<Token> &tokens, std::size_t i)
 {
-    static constexpr std::array<std::string_view, 29> kAuxiliaries = {"is", "are", "am", "was",
-        "were", "do", "does", "did", "can", "could", "will", "would", "shall", "should", "may",
-        "might", "must", "have", "has", "had", "isn't", "aren't", "don't", "doesn't", "didn't",
-        "can't", "won't", "wouldn't", "shouldn't"};
-    static constexpr std::array<std::string_view, 23> kSubjects = {"i", "you", "we", "they",
-        "he", "she", "it", "this", "that", "these", "those", "there", "the", "a", "an", "your",
-        "my", "our", "their", "his", "her", "anyone", "someone"};
-    static constexpr std::array<std::string_view, 6> kQuestionWords = {
-        "what", "where", "why", "who", "how", "which"};
+    static constexpr std::array<std::string_view, 29> kAuxiliaries
+        = {"is", "are", "am", "was", "were", "do", "does", "did", "can", "could", "will", "would",
+            "shall", "should", "may", "might", "must", "have", "has", "had", "isn't", "aren't",
+            "don't", "doesn't", "didn't", "can't", "won't", "wouldn't", "shouldn't"};
+    static constexpr std::array<std::string_view, 23> kSubjects
+        = {"i", "you", "we", "they", "he", "she", "it", "this", "that", "these", "those", "there",
+            "the", "a", "an", "your", "my", "our", "their", "his", "her", "anyone", "someone"};
+    static constexpr std::array<std::string_view, 6> kQuestionWords
+        = {"what", "where", "why", "who", "how", "which"};
     if (i >= tokens.size() || !tokens[i].isWord()) {
         return false;
     }
@@ -678,6 +682,12 @@ bool opensQuestion(const std::vector<Token> &tokens, std::size_t i)
         && (oneOf(lower(tokens[i + 1].text), kSubjects) || tokens[i + 1].verbatim);
     if (first == "when") {
         return i + 1 < tokens.size() && oneOf(lower(tokens[i + 1].text), kAuxiliaries);
+    }
+    // "do it", "do this": an instruction, not a question.
+    if (first == "do" && i + 1 < tokens.size()
+        && oneOf(
+            lower(tokens[i + 1].text), std::array<std::string_view, 3> {"it", "this", "that"})) {
+        return false;
     }
     return oneOf(first, kAuxiliaries) && subjectFollows;
 }
@@ -691,8 +701,8 @@ void sentences(std::vector<Token> &tokens)
         // [start, end) is one sentence without its terminator.
         bool asks = opensQuestion(tokens, start);
         for (std::size_t k = start; k < end; ++k) {
-            const bool clauseBreak
-                = tokens[k].kind == Kind::mark && (tokens[k].text == "," || tokens[k].text == kEmDash);
+            const bool clauseBreak = tokens[k].kind == Kind::mark
+                && (tokens[k].text == "," || tokens[k].text == kEmDash);
             if (clauseBreak && opensQuestion(tokens, k + 1)) {
                 asks = true;
             }
@@ -781,8 +791,8 @@ bool isWordByte(std::string_view text, std::size_t i, std::size_t &width)
 
 bool Formatter::isFiller(std::string_view word)
 {
-    static constexpr std::array<std::string_view, 10> kFillers = {
-        "um", "uh", "er", "ah", "hmm", "umm", "uhm", "erm", "uhh", "hm"};
+    static constexpr std::array<std::string_view, 10> kFillers
+        = {"um", "uh", "er", "ah", "hmm", "umm", "uhm", "erm", "uhh", "hm"};
     return oneOf(word, kFillers);
 }
 

@@ -9,15 +9,17 @@
 namespace sayvo {
 
 EngineServer::EngineServer(EngineServices &services, QObject *parent)
-    : QObject(parent)
-    , m_services(services)
-    , m_server(new QWebSocketServer(QStringLiteral("sayvo-engine"), QWebSocketServer::NonSecureMode, this))
+    : QObject(parent),
+      m_services(services),
+      m_server(new QWebSocketServer(
+          QStringLiteral("sayvo-engine"), QWebSocketServer::NonSecureMode, this))
 {
     connect(m_server, &QWebSocketServer::originAuthenticationRequired, this,
         [this](QWebSocketCorsAuthenticator *authenticator) {
             const bool allowed = authenticator->origin().isEmpty();
             if (!allowed) {
-                m_services.log("refused handshake with origin " + authenticator->origin().toStdString());
+                m_services.log(
+                    "refused handshake with origin " + authenticator->origin().toStdString());
             }
             authenticator->setAllowed(allowed);
         });
@@ -51,15 +53,18 @@ void EngineServer::acceptPending()
             + std::to_string(socket->peerPort());
         m_services.log("connection opened: peer=" + peer);
 
-        auto session = std::make_shared<EngineSession>(m_services, [socket](const std::string &json) {
-            socket->sendTextMessage(QString::fromUtf8(json.data(), static_cast<qsizetype>(json.size())));
-        });
+        auto session
+            = std::make_shared<EngineSession>(m_services, [socket](const std::string &json) {
+                  socket->sendTextMessage(
+                      QString::fromUtf8(json.data(), static_cast<qsizetype>(json.size())));
+              });
         connect(socket, &QWebSocket::textMessageReceived, socket, [session](const QString &text) {
             const QByteArray bytes = text.toUtf8();
-            session->handleText(std::string_view(bytes.constData(), static_cast<std::size_t>(bytes.size())));
+            session->handleText(
+                std::string_view(bytes.constData(), static_cast<std::size_t>(bytes.size())));
         });
-        connect(socket, &QWebSocket::binaryMessageReceived, socket,
-            [session](const QByteArray &bytes) {
+        connect(
+            socket, &QWebSocket::binaryMessageReceived, socket, [session](const QByteArray &bytes) {
                 session->handleBinary(
                     std::string_view(bytes.constData(), static_cast<std::size_t>(bytes.size())));
             });

@@ -50,8 +50,7 @@ struct EngineSession::Utterance
 
 EngineSession::EngineSession(EngineServices &services, Send send)
     : m_services(services), m_send(std::move(send))
-{
-}
+{ }
 
 EngineSession::~EngineSession() = default;
 
@@ -133,7 +132,8 @@ void EngineSession::handleBinary(std::string_view frame)
         finalize();
         m_overlongId = id;
         error("utterance_too_long",
-            "utterance " + id + " reached the 5 minute limit and was finalised; later audio is ignored");
+            "utterance " + id
+                + " reached the 5 minute limit and was finalised; later audio is ignored");
         return;
     }
 
@@ -202,7 +202,8 @@ void EngineSession::handle(const UtteranceEndMessage &message)
         return; // already finalised at the length limit
     }
     if (!m_utterance) {
-        error("no_utterance", "utterance.end for " + message.utteranceId + " but no utterance is open");
+        error("no_utterance",
+            "utterance.end for " + message.utteranceId + " but no utterance is open");
         return;
     }
     if (m_utterance->id != message.utteranceId) {
@@ -257,16 +258,17 @@ void EngineSession::finalize()
     stats.asrRtf = stats.audioDurationS > 0.0 ? recognitionMs / 1000.0 / stats.audioDurationS : 0.0;
     stats.transcriptionRtf
         = stats.audioDurationS > 0.0 ? processingMs / 1000.0 / stats.audioDurationS : 0.0;
-    stats.fillerRate = formatted.spokenWordCount > 0
-        ? static_cast<double>(formatted.fillerCount) / static_cast<double>(formatted.spokenWordCount)
-        : 0.0;
+    stats.fillerRate = formatted.spokenWordCount > 0 ? static_cast<double>(formatted.fillerCount)
+            / static_cast<double>(formatted.spokenWordCount)
+                                                     : 0.0;
     final.stats = stats;
 
     m_services.recent.add(UtteranceRecord {u->id, raw, formatted.text, domainUsed});
     char summary[160];
-    std::snprintf(summary, sizeof summary, "utterance %s: %.2fs audio, %lld words, domain=%s, final in %.1fms",
-        u->id.c_str(), stats.audioDurationS, static_cast<long long>(stats.wordCount),
-        domainUsed.c_str(), timings.total.value_or(0.0));
+    std::snprintf(summary, sizeof summary,
+        "utterance %s: %.2fs audio, %lld words, domain=%s, final in %.1fms", u->id.c_str(),
+        stats.audioDurationS, static_cast<long long>(stats.wordCount), domainUsed.c_str(),
+        timings.total.value_or(0.0));
     m_services.log(summary);
     m_send(encode(final));
 }
@@ -302,7 +304,8 @@ void EngineSession::handle(const UtteranceFeedbackMessage &message)
         return;
     }
     if (!m_services.store) {
-        error("learning_unavailable", "the learning store could not be opened; feedback not stored");
+        error(
+            "learning_unavailable", "the learning store could not be opened; feedback not stored");
         return;
     }
     FeedbackRecord feedback;

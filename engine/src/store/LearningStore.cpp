@@ -22,7 +22,8 @@ public:
     bool ok() const { return m_stmt != nullptr; }
     void bind(int index, const std::string &text)
     {
-        sqlite3_bind_text(m_stmt, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+        sqlite3_bind_text(
+            m_stmt, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
     }
     void bind(int index, std::int64_t value) { sqlite3_bind_int64(m_stmt, index, value); }
     int step() { return sqlite3_step(m_stmt); }
@@ -30,7 +31,7 @@ public:
     {
         const auto *p = sqlite3_column_text(m_stmt, column);
         return p ? std::string(reinterpret_cast<const char *>(p),
-                       static_cast<std::size_t>(sqlite3_column_bytes(m_stmt, column)))
+                   static_cast<std::size_t>(sqlite3_column_bytes(m_stmt, column)))
                  : std::string();
     }
     std::int64_t integer(int column) const { return sqlite3_column_int64(m_stmt, column); }
@@ -173,7 +174,8 @@ bool LearningStore::record(const FeedbackRecord &feedback)
             break;
         }
         Statement pair(m_db,
-            "INSERT INTO corrections (feedback_id, misrecognized, suggested_term) VALUES (?, ?, ?)");
+            "INSERT INTO corrections (feedback_id, misrecognized, suggested_term) VALUES (?, ?, "
+            "?)");
         ok = pair.ok();
         if (ok) {
             pair.bind(1, id);
@@ -202,8 +204,8 @@ SuggestionsMessage LearningStore::suggestions() const
     if (dictionary.ok()) {
         dictionary.bind(1, std::int64_t {kMinOccurrences});
         while (dictionary.step() == SQLITE_ROW) {
-            out.dictionary.push_back(
-                DictionarySuggestion {dictionary.text(0), dictionary.text(1), dictionary.integer(2)});
+            out.dictionary.push_back(DictionarySuggestion {
+                dictionary.text(0), dictionary.text(1), dictionary.integer(2)});
         }
     }
     Statement exemplars(m_db,
