@@ -29,7 +29,8 @@ protected:
 
     void startEngine(QStringList extra = {})
     {
-        QStringList args {"--asr", "replay:" + m_dir.filePath("replay.txt"), "--data-dir", m_dir.filePath("data")};
+        QStringList args {"--asr", "replay:" + m_dir.filePath("replay.txt"), "--data-dir",
+            m_dir.filePath("data")};
         args << extra;
         ASSERT_TRUE(m_engine.start(args)) << m_engine.log().toStdString();
     }
@@ -125,8 +126,8 @@ TEST_F(EngineProtocol, EveryBadInputGetsAnErrorAndTheSessionGoesOn)
     client.sendAudio(QByteArray(1024 * 1024 + 2, '\0'));
     ASSERT_TRUE(client.waitFor<ErrorMessage>(6));
     EXPECT_EQ(client.errorCodes(),
-        (std::vector<std::string> {"invalid_json", "unknown_type", "no_utterance", "odd_frame_length",
-            "utterance_mismatch", "frame_too_large"}));
+        (std::vector<std::string> {"invalid_json", "unknown_type", "no_utterance",
+            "odd_frame_length", "utterance_mismatch", "frame_too_large"}));
     client.send(UtteranceEndMessage {.utteranceId = "U1"});
     ASSERT_TRUE(client.waitFor<FinalMessage>());
     EXPECT_EQ(client.received<FinalMessage>()[0].utteranceId, "U1");
@@ -203,17 +204,20 @@ TEST_F(EngineProtocol, RepeatedCorrectionsBecomeSuggestionsThatSurviveAKill)
             speak(client, id, 2);
             ASSERT_TRUE(client.waitFor<FinalMessage>(static_cast<std::size_t>(n)));
             // The first line has nothing to correct; lines two and three say "marin".
-            const std::string text = n == 1 ? client.received<FinalMessage>()[0].formattedText
-                                            : "Ask Maren about it.";
-            client.send(UtteranceFeedbackMessage {
-                .utteranceId = id, .finalTextAfterEdit = text, .editDelayMs = 900, .source = "user"});
+            const std::string text
+                = n == 1 ? client.received<FinalMessage>()[0].formattedText : "Ask Maren about it.";
+            client.send(UtteranceFeedbackMessage {.utteranceId = id,
+                .finalTextAfterEdit = text,
+                .editDelayMs = 900,
+                .source = "user"});
         }
         client.send(SuggestionsRequestMessage {});
         ASSERT_TRUE(client.waitFor<SuggestionsMessage>(2));
         const SuggestionsMessage s = client.received<SuggestionsMessage>()[1];
         EXPECT_EQ(s.dictionary, (std::vector<DictionarySuggestion> {{"marin", "Maren", 2}}));
         EXPECT_EQ(s.exemplars,
-            (std::vector<ExemplarSuggestion> {{"default", "ask marin about it", "Ask Maren about it.", 2}}));
+            (std::vector<ExemplarSuggestion> {
+                {"default", "ask marin about it", "Ask Maren about it.", 2}}));
     }
     m_engine.kill(); // SIGKILL: no orderly shutdown
     startEngine();
@@ -232,7 +236,8 @@ TEST_F(EngineProtocol, AStoreThatCannotOpenIsReportedAndTheEngineRunsWithoutLear
     QFile blocker(m_dir.filePath("blocker"));
     ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
     blocker.close();
-    QStringList args {"--asr", "replay:" + m_dir.filePath("replay.txt"), "--data-dir", m_dir.filePath("blocker/data")};
+    QStringList args {"--asr", "replay:" + m_dir.filePath("replay.txt"), "--data-dir",
+        m_dir.filePath("blocker/data")};
     ASSERT_TRUE(m_engine.start(args));
     EXPECT_TRUE(m_engine.log().contains("learning store unavailable"));
     EXPECT_TRUE(m_engine.log().contains(m_dir.filePath("blocker/data/learning.sqlite3")));
@@ -259,7 +264,8 @@ TEST_F(EngineProtocol, TheMockEngineSaysSo)
 TEST_F(EngineProtocol, ABrokenModelLeavesAPlaceholderEngine)
 {
     m_engine.kill();
-    ASSERT_TRUE(m_engine.start({"--model-dir", m_dir.filePath("no-model"), "--data-dir", m_dir.filePath("data")}));
+    ASSERT_TRUE(m_engine.start(
+        {"--model-dir", m_dir.filePath("no-model"), "--data-dir", m_dir.filePath("data")}));
     EXPECT_TRUE(m_engine.log().contains("recogniser failed to load"));
     EngineTestClient client;
     ASSERT_TRUE(client.connectTo(m_engine.url()));

@@ -32,7 +32,8 @@ ScriptRun runScript(const QString &script, const QStringList &arguments,
     QProcess process;
     process.setProcessEnvironment(environment);
     process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(QStringLiteral("/bin/bash"), QStringList {kPayload + "/scripts/" + script} + arguments);
+    process.start(
+        QStringLiteral("/bin/bash"), QStringList {kPayload + "/scripts/" + script} + arguments);
     process.waitForFinished(60000);
     ScriptRun run;
     run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
@@ -44,7 +45,8 @@ class PayloadScripts : public ::testing::Test
 {
 protected:
     QString root() const { return m_dir.filePath("SayvoApp/runtime"); }
-    ScriptRun bootstrap(const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
+    ScriptRun bootstrap(
+        const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
     {
         return runScript("bootstrap_runtime.sh",
             {"--payload", kPayload, "--install-root", root(), "--version", "1.4.0"}, environment);
@@ -53,8 +55,8 @@ protected:
     QTemporaryDir m_dir;
 };
 
-const QStringList kSteps = {"mac", "uv", "copy", "venv", "deps", "models_stream", "models_final",
-    "models_gec", "finalize"};
+const QStringList kSteps = {
+    "mac", "uv", "copy", "venv", "deps", "models_stream", "models_final", "models_gec", "finalize"};
 
 TEST_F(PayloadScripts, BootstrapBuildsTheRuntimeTheLocatorExpects)
 {
@@ -159,7 +161,10 @@ protected:
         m_environment.insert("SAYVO_UNINSTALL_WAIT_SECONDS", "10");
     }
 
-    ScriptRun uninstall(const QStringList &arguments) { return runScript("uninstall.sh", arguments, m_environment); }
+    ScriptRun uninstall(const QStringList &arguments)
+    {
+        return runScript("uninstall.sh", arguments, m_environment);
+    }
     QString app() const { return m_dir.filePath("Applications/Sayvo.app"); }
 
     QProcessEnvironment m_environment = QProcessEnvironment::systemEnvironment();
@@ -210,9 +215,11 @@ TEST_F(Uninstall, RefusesDangerousPathsAndRemovesNothing)
         {{"--install-root", home, "--app", app()}, "home folder"},
         {{"--install-root", home + "/../home/", "--app", app()}, "home folder"},
         {{"--install-root", m_dir.path(), "--app", app()}, "contains the home folder"},
-        {{"--install-root", m_dir.filePath("Documents"), "--app", app()}, "does not look like a Sayvo runtime"},
+        {{"--install-root", m_dir.filePath("Documents"), "--app", app()},
+            "does not look like a Sayvo runtime"},
         {{"--install-root", "relative/runtime", "--app", app()}, "not absolute"},
-        {{"--install-root", root(), "--app", m_dir.filePath("Documents")}, "not a Sayvo application"},
+        {{"--install-root", root(), "--app", m_dir.filePath("Documents")},
+            "not a Sayvo application"},
         {{"--install-root", root(), "--app", "/"}, "root folder"},
         {{"--install-root", root(), "--app", home}, "home folder"},
     };

@@ -28,11 +28,12 @@ const std::vector<std::string> kSentences = {
     "the weather is nice today",
 };
 
-// Word error rate ceiling over the whole set. PocketSphinx's general English model gets
-// most of this clean synthetic speech right but stumbles on a few words a sentence at
-// worst; 0.25 leaves room for that while still failing if recognition stops working
-// (wrong sample format, wrong model, garbled frames all give rates near 1).
-constexpr double kMaxWordErrorRate = 0.25;
+// Word error rate ceiling over the whole set. Synthesis and decoding are deterministic, and
+// this set measures about 0.09 with Debian's model (a few words misheard: "two oh four" as
+// "to have four", "call me" as "tommy"). 0.20 leaves room for other package versions of the
+// voice or the model, yet any real fault (wrong sample format or byte order, dropped
+// frames, the wrong model) gives rates well above 0.5.
+constexpr double kMaxWordErrorRate = 0.20;
 
 std::vector<std::string> words(const std::string &text)
 {
@@ -55,7 +56,8 @@ std::size_t editDistance(const std::vector<std::string> &a, const std::vector<st
         row[0] = i;
         for (std::size_t j = 1; j <= b.size(); ++j) {
             const std::size_t above = row[j];
-            row[j] = std::min({diagonal + (a[i - 1] == b[j - 1] ? 0 : 1), row[j - 1] + 1, above + 1});
+            row[j]
+                = std::min({diagonal + (a[i - 1] == b[j - 1] ? 0 : 1), row[j - 1] + 1, above + 1});
             diagonal = above;
         }
     }
@@ -78,7 +80,9 @@ protected:
             tts.closeWriteChannel();
             tts.waitForFinished(60000);
             QProcess sox;
-            sox.start("sox", {wav, "-r", "16000", "-c", "1", "-b", "16", "-e", "signed-integer", "-t", "raw", raw});
+            sox.start("sox",
+                {wav, "-r", "16000", "-c", "1", "-b", "16", "-e", "signed-integer", "-t", "raw",
+                    raw});
             sox.waitForFinished(30000);
             QFile file(raw);
             s_audio->push_back(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray());
@@ -104,7 +108,8 @@ TEST_F(RealSpeech, SynthesisedSentencesBecomeTheRightWords)
         ASSERT_GT(pcm.size(), 32000) << "festival or sox produced no audio";
     }
     EngineProcess engine;
-    ASSERT_TRUE(engine.start({"--data-dir", s_dir->filePath("data")})) << engine.log().toStdString();
+    ASSERT_TRUE(engine.start({"--data-dir", s_dir->filePath("data")}))
+        << engine.log().toStdString();
     ASSERT_TRUE(engine.log().contains("recogniser: pocketsphinx")) << engine.log().toStdString();
     EngineTestClient client;
     ASSERT_TRUE(client.connectTo(engine.url()));
@@ -127,8 +132,8 @@ TEST_F(RealSpeech, SynthesisedSentencesBecomeTheRightWords)
         EXPECT_EQ(f.utteranceId, id);
         const auto reference = words(kSentences[i]);
         const std::size_t e = editDistance(reference, words(f.rawText));
-        std::cout << "[ heard    ] " << f.rawText << "  (" << e << "/" << reference.size() << " errors) -> "
-                  << f.formattedText << "\n";
+        std::cout << "[ heard    ] " << f.rawText << "  (" << e << "/" << reference.size()
+                  << " errors) -> " << f.formattedText << "\n";
         errors += e;
         referenceWords += reference.size();
         ASSERT_TRUE(f.stats.has_value());
@@ -137,7 +142,8 @@ TEST_F(RealSpeech, SynthesisedSentencesBecomeTheRightWords)
     const double wer = static_cast<double>(errors) / static_cast<double>(referenceWords);
     std::cout << "[ WER      ] " << wer << " over " << referenceWords << " words\n";
     EXPECT_LT(wer, kMaxWordErrorRate);
-    EXPECT_GE(client.received<PartialMessage>().size(), kSentences.size()) << "partials while streaming";
+    EXPECT_GE(client.received<PartialMessage>().size(), kSentences.size())
+        << "partials while streaming";
     EXPECT_TRUE(client.errorCodes().empty());
 }
 
