@@ -26,6 +26,7 @@ public:
     QString url() const;
     // Everything the engine wrote to standard error so far.
     QString log();
+    qint64 pid() const { return m_process.processId(); }
     bool isRunning() const { return m_process.state() != QProcess::NotRunning; }
 
 private:
