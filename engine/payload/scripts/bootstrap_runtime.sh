@@ -15,15 +15,16 @@
 #   ROOT/app/data/                     the learning store (kept across re-runs)
 #   ROOT/VERSION                       written last: its presence means "provisioned"
 #
-# --engine-binary installs a freshly built engine instead of the payload's (developer
-# runtimes); --model-source (or SAYVO_MODEL_SOURCE) names the model to link. Re-running
+# --engine-binary (or SAYVO_ENGINE_BINARY) installs a freshly built engine instead of the
+# payload's, for developer runtimes; --model-source (or SAYVO_MODEL_SOURCE) names the model
+# to link. Re-running
 # is safe: every step replaces what an earlier run left.
 set -uo pipefail
 
 payload=""
 root=""
 version=""
-engine_binary=""
+engine_binary="${SAYVO_ENGINE_BINARY:-}"
 model_source="${SAYVO_MODEL_SOURCE:-/usr/share/pocketsphinx/model/en-us}"
 
 usage() { echo "usage: bootstrap_runtime.sh --payload DIR --install-root DIR --version V [--engine-binary PATH] [--model-source DIR]" >&2; exit 2; }

@@ -29,6 +29,8 @@ struct Decoder
 
 struct DecoderPool
 {
+    static constexpr std::size_t kMaxIdle = 2;
+
     std::string modelDir;
     std::vector<std::unique_ptr<Decoder>> idle;
 
@@ -78,7 +80,11 @@ public:
         if (m_started) {
             ps_end_utt(m_decoder->decoder);
         }
-        m_pool->idle.push_back(std::move(m_decoder));
+        // Keep a couple of warm decoders for the next utterances; more would only hold
+        // memory after a burst of concurrent sessions.
+        if (m_pool->idle.size() < DecoderPool::kMaxIdle) {
+            m_pool->idle.push_back(std::move(m_decoder));
+        }
     }
 
     void feed(std::span<const std::int16_t> samples) override

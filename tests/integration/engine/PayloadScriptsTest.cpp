@@ -92,6 +92,33 @@ TEST_F(PayloadScripts, BootstrapCanRunAgainAndKeepsTheLearningStore)
     EXPECT_FALSE(QFileInfo::exists(root() + "/app/engine.new"));
 }
 
+TEST_F(PayloadScripts, BootstrapCanInstallAFreshlyBuiltEngine)
+{
+    // A developer runtime: the payload's scripts, and the engine just built.
+    const QString payload = m_dir.filePath("payload");
+    QDir().mkpath(payload + "/engine");
+    const ScriptRun run = runScript("bootstrap_runtime.sh",
+        {"--payload", payload, "--install-root", root(), "--version", "dev", "--engine-binary",
+            QStringLiteral(SAYVO_ENGINE_BINARY)});
+    ASSERT_EQ(run.exitCode, 0) << run.text().toStdString();
+    QFile installed(root() + "/app/engine/bin/sayvo-engine");
+    QFile built(QStringLiteral(SAYVO_ENGINE_BINARY));
+    ASSERT_TRUE(installed.open(QIODevice::ReadOnly) && built.open(QIODevice::ReadOnly));
+    EXPECT_EQ(installed.readAll(), built.readAll());
+    EXPECT_TRUE(QFileInfo(root() + "/app/.venv/bin/sayvo-engine").isExecutable());
+}
+
+TEST_F(PayloadScripts, BootstrapWithoutAnEngineFailsItsStep)
+{
+    const QString payload = m_dir.filePath("empty-payload");
+    QDir().mkpath(payload + "/engine");
+    const ScriptRun run = runScript("bootstrap_runtime.sh",
+        {"--payload", payload, "--install-root", root(), "--version", "dev"});
+    EXPECT_NE(run.exitCode, 0);
+    EXPECT_TRUE(run.has("STEP uv fail")) << run.text().toStdString();
+    EXPECT_FALSE(run.has("DONE"));
+}
+
 TEST_F(PayloadScripts, AMissingModelIsANeedAndLeavesNoVersion)
 {
     auto environment = QProcessEnvironment::systemEnvironment();
