@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdio>
 #include <optional>
 #include <sstream>
@@ -322,7 +323,13 @@ std::vector<Token> writeNumbers(const std::vector<Token> &in, std::string_view d
 
         // Dates: "january first twenty twenty six" -> "January 1, 2026".
         if (const int month = indexIn(w, kMonths); month >= 0) {
-            if (auto d = r.day(i + 1)) {
+            // "may" and "march" are also a verb: only an ordinal day makes them a month.
+            const bool ambiguous = w == "may" || w == "march";
+            auto d = r.day(i + 1);
+            if (d && ambiguous && r.belowHundred(i + 1)) {
+                d.reset();
+            }
+            if (d) {
                 std::string text = capitalized(std::string(w)) + " " + std::to_string(d->value);
                 std::size_t used = 1 + d->length;
                 if (auto y = r.year(i + used)) {

@@ -300,6 +300,57 @@ TEST_F(EngineSessionTest, AHelloAtAnotherSampleRateIsRefused)
     EXPECT_TRUE(sent<HelloAckMessage>().empty());
 }
 
+class EngineSessionSilence : public EngineSessionTest
+{
+protected:
+    EngineSessionSilence() : EngineSessionTest({""}) { }
+};
+
+TEST_F(EngineSessionSilence, NothingHeardGivesAnEmptyFinal)
+{
+    utterance("U1", 0);
+    ASSERT_EQ(sent<FinalMessage>().size(), 1u);
+    const FinalMessage f = sent<FinalMessage>()[0];
+    EXPECT_EQ(f.rawText, "");
+    EXPECT_EQ(f.formattedText, "");
+    EXPECT_EQ(f.stats->wordCount, 0);
+    EXPECT_DOUBLE_EQ(f.stats->audioDurationS, 0.0);
+    EXPECT_DOUBLE_EQ(f.stats->spokenWpm, 0.0);
+    EXPECT_DOUBLE_EQ(f.stats->fillerRate, 0.0);
+    EXPECT_TRUE(sent<PartialMessage>().empty());
+}
+
+TEST(ReplayRecognizer, HandsOutLinesInTurnAndCycles)
+{
+    ReplayRecognizerFactory factory({"one two", "three"});
+    std::vector<std::string> finals;
+    for (int i = 0; i < 3; ++i) {
+        finals.push_back(factory.create()->finish());
+    }
+    EXPECT_EQ(finals, (std::vector<std::string> {"one two", "three", "one two"}));
+}
+
+TEST(ReplayRecognizer, RevealsAWordPer100MsOfAudio)
+{
+    ReplayRecognizerFactory factory({"a b c"});
+    auto r = factory.create();
+    EXPECT_EQ(r->partialText(), "");
+    const std::vector<std::int16_t> tenth(1600);
+    r->feed(tenth);
+    EXPECT_EQ(r->partialText(), "a");
+    r->feed(tenth);
+    r->feed(tenth);
+    r->feed(tenth);
+    EXPECT_EQ(r->partialText(), "a b c");
+}
+
+TEST(ReplayRecognizer, AMissingFileIsAnError)
+{
+    auto loaded = ReplayRecognizerFactory::load("/nonexistent/replay.txt");
+    ASSERT_FALSE(loaded);
+    EXPECT_NE(loaded.error().find("/nonexistent/replay.txt"), std::string::npos);
+}
+
 TEST(EngineSessionMock, TheMockBackendIsNamedMock)
 {
     MockRecognizerFactory mock;

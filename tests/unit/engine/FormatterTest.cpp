@@ -102,6 +102,13 @@ TEST(Formatter, WritesDates)
     EXPECT_EQ(fmt("due december twenty first two thousand twenty five"), "Due December 21, 2025.");
 }
 
+TEST(Formatter, MayAndMarchAreMonthsOnlyBeforeAnOrdinal)
+{
+    EXPECT_EQ(fmt("we may one day agree"), "We may one day agree.");
+    EXPECT_EQ(fmt("it ships may fifth"), "It ships May 5.");
+    EXPECT_EQ(fmt("we march on"), "We march on.");
+}
+
 TEST(Formatter, AsksQuestions)
 {
     EXPECT_EQ(fmt("what time is it"), "What time is it?");
