@@ -81,6 +81,10 @@ rm -f "$root/VERSION"
 
 # 3. Engine files, swapped in whole.
 step copy 25 "Copying engine files"
+# Never replace a folder this script did not make (a source checkout's engine/, say).
+if [ -e "$app/engine" ] && [ ! -e "$app/engine/bin/sayvo-engine" ]; then
+  fail "$app/engine exists but is not an installed engine; not replacing it"
+fi
 rm -rf "$app/engine.new"
 mkdir -p "$app/engine.new/bin" || fail "cannot write to $app"
 if [ -d "$payload/engine" ]; then

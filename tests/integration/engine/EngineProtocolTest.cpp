@@ -74,7 +74,7 @@ TEST_F(EngineProtocol, AnUtteranceEndToEnd)
     context.context.appBundleId = "org.gnome.TextEditor";
     context.context.windowTitle = "notes";
     client.send(context);
-    speak(client, "A1B2C3D4-0000-4000-8000-000000000001", 14, 60);
+    speak(client, "A1B2C3D4-0000-4000-8000-000000000001", 14, 80);
     ASSERT_TRUE(client.waitFor<FinalMessage>());
     const auto partials = client.received<PartialMessage>();
     ASSERT_GE(partials.size(), 2u);

@@ -119,6 +119,18 @@ TEST_F(PayloadScripts, BootstrapWithoutAnEngineFailsItsStep)
     EXPECT_FALSE(run.has("DONE"));
 }
 
+TEST_F(PayloadScripts, BootstrapNeverReplacesAFolderItDidNotMake)
+{
+    QDir().mkpath(root() + "/app/engine/src");
+    QFile source(root() + "/app/engine/CMakeLists.txt");
+    ASSERT_TRUE(source.open(QIODevice::WriteOnly));
+    source.close();
+    const ScriptRun run = bootstrap();
+    EXPECT_NE(run.exitCode, 0);
+    EXPECT_TRUE(run.has("STEP copy fail")) << run.text().toStdString();
+    EXPECT_TRUE(QFileInfo::exists(root() + "/app/engine/CMakeLists.txt"));
+}
+
 TEST_F(PayloadScripts, AMissingModelIsANeedAndLeavesNoVersion)
 {
     auto environment = QProcessEnvironment::systemEnvironment();
