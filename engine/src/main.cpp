@@ -66,7 +66,9 @@ int main(int argc, char **argv)
 
     bool portOk = false;
     const uint portNumber = parser.value(port).toUInt(&portOk);
-    const QHostAddress address(parser.value(host));
+    const QString hostName = parser.value(host);
+    const QHostAddress address(
+        hostName == QStringLiteral("localhost") ? QStringLiteral("127.0.0.1") : hostName);
     if (!portOk || portNumber > 65535) {
         logLine("invalid --port " + parser.value(port).toStdString());
         return kBadArguments;

@@ -4,6 +4,7 @@
 #include "EngineTestClient.h"
 
 #include <QFile>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -95,6 +96,7 @@ TEST_F(EngineProtocol, AnUtteranceEndToEnd)
     EXPECT_TRUE(f.timingsMs->total.has_value());
     EXPECT_TRUE(client.errorCodes().empty());
     EXPECT_TRUE(m_engine.log().contains("utterance A1B2C3D4-0000-4000-8000-000000000001"));
+    EXPECT_EQ(client.undecodable(), 0) << "every reply decodes with the client's decoder";
 }
 
 TEST_F(EngineProtocol, DomainsFollowContextAndPins)
@@ -272,6 +274,44 @@ TEST_F(EngineProtocol, ABrokenModelLeavesAPlaceholderEngine)
     client.send(HelloMessage {.version = "0.1.0"});
     ASSERT_TRUE(client.waitFor<HelloAckMessage>());
     EXPECT_TRUE(client.received<HelloAckMessage>()[0].backends.isMock());
+}
+
+int runEngine(const QStringList &arguments, QString *output = nullptr)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(QStringLiteral(SAYVO_ENGINE_BINARY), arguments);
+    if (!process.waitForFinished(15000)) {
+        process.kill();
+        process.waitForFinished();
+        return -1;
+    }
+    if (output) {
+        *output = QString::fromUtf8(process.readAll());
+    }
+    return process.exitCode();
+}
+
+TEST_F(EngineProtocol, CommandLineMistakesExitWithTheirCodes)
+{
+    const QString data = m_dir.filePath("data");
+    QString out;
+    EXPECT_EQ(runEngine({"--asr", "whisper", "--data-dir", data}, &out), 2);
+    EXPECT_TRUE(out.contains("unknown --asr whisper"));
+    EXPECT_EQ(runEngine({"--port", "70000", "--data-dir", data}), 2);
+    EXPECT_EQ(runEngine({"--host", "not an address", "--data-dir", data}), 2);
+    EXPECT_EQ(
+        runEngine({"--asr", "replay:" + m_dir.filePath("missing.txt"), "--data-dir", data}, &out),
+        3);
+    EXPECT_TRUE(out.contains(m_dir.filePath("missing.txt")));
+    EXPECT_EQ(
+        runEngine({"--asr", "mock", "--port", QString::number(m_engine.port()), "--data-dir", data},
+            &out),
+        4);
+    EXPECT_TRUE(out.contains("cannot listen"));
+    EXPECT_EQ(runEngine({"--check", "--data-dir", data}, &out), 0);
+    EXPECT_TRUE(out.contains("backends: pocketsphinx-en-us"));
+    EXPECT_EQ(runEngine({"--check", "--asr", "mock", "--data-dir", data}), 3);
 }
 
 } // namespace

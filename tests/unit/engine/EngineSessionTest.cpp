@@ -85,6 +85,17 @@ TEST_F(EngineSessionTest, HelloIsAcknowledgedWithTheLoadedBackends)
     EXPECT_FALSE(acks[0].backends.isMock());
 }
 
+TEST_F(EngineSessionTest, KeyOrderAndUnknownKeysDoNotMatter)
+{
+    text(
+        R"({"feedback_enabled":false,"sample_rate":16000,"version":"0.1.0","future":[1],"client":"macos","type":"hello"})");
+    text(R"({"utterance_id":"U1","type":"utterance.start","extra":{"a":null}})");
+    text(R"({"utterance_id":"U1","type":"utterance.end"})");
+    EXPECT_EQ(sent<HelloAckMessage>().size(), 1u);
+    EXPECT_EQ(sent<FinalMessage>().size(), 1u);
+    EXPECT_TRUE(errorCodes().empty());
+}
+
 TEST_F(EngineSessionTest, AnUtteranceGetsGrowingPartialsAndACompleteFinal)
 {
     utterance("U1", 5);
