@@ -4,7 +4,7 @@
 #include "LearningStore.h"
 #include "WireCodec.h"
 
-#include <cstring>
+#include <cstdio>
 #include <vector>
 
 namespace sayvo {
