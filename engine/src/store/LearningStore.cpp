@@ -111,8 +111,11 @@ Expected<std::unique_ptr<LearningStore>, std::string> LearningStore::open(const 
     using Result = Expected<std::unique_ptr<LearningStore>, std::string>;
     std::error_code ec;
     const auto parent = std::filesystem::path(path).parent_path();
-    if (!parent.empty()) {
-        std::filesystem::create_directories(parent, ec);
+    if (!parent.empty() && !std::filesystem::exists(parent, ec)) {
+        // Corrections quote what the user dictated: keep them from other local users.
+        if (std::filesystem::create_directories(parent, ec)) {
+            std::filesystem::permissions(parent, std::filesystem::perms::owner_all, ec);
+        }
     }
     sqlite3 *db = nullptr;
     const int rc = sqlite3_open_v2(path.c_str(), &db,
@@ -127,6 +130,12 @@ Expected<std::unique_ptr<LearningStore>, std::string> LearningStore::open(const 
     if (!store->exec("PRAGMA journal_mode=WAL") || !store->exec("PRAGMA synchronous=FULL")
         || !store->exec(kSchema)) {
         return Result::failure(path + ": " + store->lastError());
+    }
+    {
+        Statement check(db, "PRAGMA quick_check");
+        if (!check.ok() || check.step() != SQLITE_ROW || check.text(0) != "ok") {
+            return Result::failure(path + ": the database is damaged (" + check.text(0) + ")");
+        }
     }
     return store;
 }

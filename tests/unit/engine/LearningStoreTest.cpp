@@ -103,6 +103,15 @@ TEST_F(LearningStoreTest, UsesWriteAheadLogging)
     EXPECT_TRUE(std::filesystem::exists(path() + "-wal"));
 }
 
+TEST_F(LearningStoreTest, ANewDataFolderIsPrivate)
+{
+    const std::string nested = m_dir.filePath("fresh/learning.sqlite3").toStdString();
+    ASSERT_TRUE(LearningStore::open(nested));
+    const auto perms = std::filesystem::status(m_dir.filePath("fresh").toStdString()).permissions();
+    EXPECT_EQ(perms & (std::filesystem::perms::group_all | std::filesystem::perms::others_all),
+        std::filesystem::perms::none);
+}
+
 TEST_F(LearningStoreTest, AnUnopenableDatabaseIsReportedWithItsPath)
 {
     const std::string blocker = m_dir.filePath("not-a-dir").toStdString();
