@@ -58,12 +58,19 @@ if [ -e "$root" ]; then
   fi
 fi
 
-# The application is a bundle or program named for Sayvo.
-app_name=$(basename -- "$(absolute "$app")")
-case "$(printf '%s' "$app_name" | tr '[:upper:]' '[:lower:]')" in
+# The application is a program named for Sayvo, or a Sayvo .app bundle; any other folder
+# (a source checkout called sayvo, say) is not ours to remove.
+app_name=$(basename -- "$(absolute "$app")" | tr '[:upper:]' '[:lower:]')
+case "$app_name" in
   sayvo*) ;;
   *) refuse "the application $app is not a Sayvo application" ;;
 esac
+if [ -d "$app" ]; then
+  case "$app_name" in
+    *.app) ;;
+    *) refuse "the application $app is a folder but not a Sayvo application bundle" ;;
+  esac
+fi
 
 shared="$(dirname -- "$(absolute "$root")")/shared"
 if [ "$purge_shared" = 1 ]; then

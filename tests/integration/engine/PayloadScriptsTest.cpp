@@ -241,9 +241,24 @@ TEST_F(Uninstall, KeepsSharedModelsUnlessAskedAndNeedsConfirmation)
     EXPECT_TRUE(QFileInfo::exists(m_dir.filePath("SayvoApp/shared/models")));
 }
 
+TEST_F(Uninstall, RemovesAnInstalledProgramFile)
+{
+    QDir(m_dir.path()).mkpath("opt/bin");
+    QFile program(m_dir.filePath("opt/bin/sayvo"));
+    ASSERT_TRUE(program.open(QIODevice::WriteOnly));
+    program.close();
+    const ScriptRun run
+        = uninstall({"--yes", "--install-root", root(), "--app", program.fileName()});
+    EXPECT_EQ(run.exitCode, 0) << run.text().toStdString();
+    EXPECT_FALSE(program.exists());
+    EXPECT_TRUE(QFileInfo::exists(m_dir.filePath("opt/bin")));
+    EXPECT_TRUE(run.text().contains("removed preferences"));
+}
+
 TEST_F(Uninstall, RefusesDangerousPathsAndRemovesNothing)
 {
     QDir(m_dir.path()).mkpath("Documents");
+    QDir(m_dir.path()).mkpath("sayvo-checkout");
     QFile keep(m_dir.filePath("Documents/thesis.txt"));
     ASSERT_TRUE(keep.open(QIODevice::WriteOnly));
     keep.close();
@@ -260,6 +275,8 @@ TEST_F(Uninstall, RefusesDangerousPathsAndRemovesNothing)
         {{"--install-root", root(), "--app", m_dir.filePath("Documents")},
             "not a Sayvo application"},
         {{"--install-root", root(), "--app", "/"}, "root folder"},
+        {{"--install-root", root(), "--app", m_dir.filePath("sayvo-checkout")},
+            "not a Sayvo application bundle"},
         {{"--install-root", root(), "--app", home}, "home folder"},
     };
     for (const auto &[arguments, reason] : cases) {
@@ -271,6 +288,7 @@ TEST_F(Uninstall, RefusesDangerousPathsAndRemovesNothing)
     EXPECT_TRUE(QFileInfo::exists(root() + "/VERSION"));
     EXPECT_TRUE(QFileInfo::exists(app()));
     EXPECT_TRUE(QFileInfo::exists(m_dir.filePath("Documents/thesis.txt")));
+    EXPECT_TRUE(QFileInfo::exists(m_dir.filePath("sayvo-checkout")));
     EXPECT_TRUE(QFileInfo::exists(m_dir.filePath("home/.config/SayvoApp/Sayvo.conf")));
 }
 
