@@ -2,6 +2,7 @@
 // 'B' is a binary frame (the rest), anything else a text frame. Every reply must be a
 // message the client can decode.
 #include "EngineSession.h"
+#include "LearningStore.h"
 #include "ReplayRecognizer.h"
 #include "WireCodec.h"
 
@@ -16,7 +17,10 @@ struct Engine
         {"um the total comes to forty two dollars", "", "ask marin"}};
     sayvo::Formatter formatter;
     sayvo::RecentUtterances recent;
-    sayvo::EngineServices services {recognizers, formatter, nullptr, recent, "fuzz"};
+    // An in-memory store: feedback and suggestions are exercised without touching the disk.
+    std::unique_ptr<sayvo::LearningStore> store
+        = std::move(sayvo::LearningStore::open(":memory:")).value();
+    sayvo::EngineServices services {recognizers, formatter, store.get(), recent, "fuzz"};
 };
 
 } // namespace
