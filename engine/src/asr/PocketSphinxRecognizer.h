@@ -1,0 +1,37 @@
+#pragma once
+
+#include "Expected.h"
+#include "Recognizer.h"
+
+#include <memory>
+#include <string>
+
+namespace sayvo {
+
+struct DecoderPool;
+
+// PocketSphinx with a US English acoustic model, language model and dictionary taken from
+// one model directory ("en-us/", "en-us.lm.bin", "cmudict-en-us.dict"). Decoders are
+// expensive to load, so finished utterances hand theirs back to a pool for the next one.
+class PocketSphinxRecognizerFactory : public RecognizerFactory
+{
+public:
+    // The model directory of the system's pocketsphinx-en-us package.
+    static std::string defaultModelDir();
+
+    // Loads one decoder up front so that a broken model is found at start-up.
+    static Expected<std::unique_ptr<PocketSphinxRecognizerFactory>, std::string> load(
+        const std::string &modelDir);
+
+    ~PocketSphinxRecognizerFactory() override;
+
+    Backends backends() const override;
+    std::unique_ptr<Recognizer> create() override;
+
+private:
+    explicit PocketSphinxRecognizerFactory(std::shared_ptr<DecoderPool> pool);
+
+    std::shared_ptr<DecoderPool> m_pool;
+};
+
+} // namespace sayvo

@@ -1,0 +1,149 @@
+// sayvo-engine: the reference speech engine. Listens for Sayvo clients on a WebSocket,
+// recognises their speech, formats it and learns from their corrections.
+#include "EngineServer.h"
+#include "Formatter.h"
+#include "LearningStore.h"
+#include "PocketSphinxRecognizer.h"
+#include "ReplayRecognizer.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QHostAddress>
+#include <QStandardPaths>
+
+#include <cstdio>
+#include <memory>
+
+#ifndef SAYVO_ENGINE_VERSION
+#define SAYVO_ENGINE_VERSION "dev"
+#endif
+
+namespace {
+
+void logLine(const std::string &line)
+{
+    std::fprintf(stderr, "sayvo-engine: %s\n", line.c_str());
+    std::fflush(stderr);
+}
+
+enum ExitCode {
+    kBadArguments = 2,
+    kBadRecognizer = 3,
+    kCannotListen = 4,
+};
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("sayvo-engine"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(SAYVO_ENGINE_VERSION));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Sayvo's reference speech engine"));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QCommandLineOption host(QStringLiteral("host"),
+        QStringLiteral("Address to listen on (default 127.0.0.1)."), QStringLiteral("address"),
+        QStringLiteral("127.0.0.1"));
+    const QCommandLineOption port(QStringLiteral("port"),
+        QStringLiteral("Port to listen on (default 8765; 0 picks a free one)."),
+        QStringLiteral("port"), QStringLiteral("8765"));
+    const QCommandLineOption asr(QStringLiteral("asr"),
+        QStringLiteral("Recogniser: pocketsphinx (default), replay:FILE or mock."),
+        QStringLiteral("name"), QStringLiteral("pocketsphinx"));
+    const QCommandLineOption dataDir(QStringLiteral("data-dir"),
+        QStringLiteral("Directory of the learning store."), QStringLiteral("dir"));
+    const QCommandLineOption modelDir(QStringLiteral("model-dir"),
+        QStringLiteral("PocketSphinx model directory (en-us/, en-us.lm.bin, cmudict-en-us.dict)."),
+        QStringLiteral("dir"));
+    const QCommandLineOption check(QStringLiteral("check"),
+        QStringLiteral("Load the recogniser and the store, report, and exit."));
+    parser.addOptions({host, port, asr, dataDir, modelDir, check});
+    parser.process(app);
+
+    bool portOk = false;
+    const uint portNumber = parser.value(port).toUInt(&portOk);
+    const QString hostName = parser.value(host);
+    const QHostAddress address(
+        hostName == QStringLiteral("localhost") ? QStringLiteral("127.0.0.1") : hostName);
+    if (!portOk || portNumber > 65535) {
+        logLine("invalid --port " + parser.value(port).toStdString());
+        return kBadArguments;
+    }
+    if (address.isNull()) {
+        logLine("invalid --host " + parser.value(host).toStdString());
+        return kBadArguments;
+    }
+
+    // Recogniser. A real one that fails to load leaves the engine running as a declared
+    // placeholder, so the client can tell the user instead of finding nothing listening.
+    std::unique_ptr<sayvo::RecognizerFactory> recognizers;
+    const std::string asrName = parser.value(asr).toStdString();
+    if (asrName == "pocketsphinx") {
+        const std::string models = parser.isSet(modelDir)
+            ? parser.value(modelDir).toStdString()
+            : sayvo::PocketSphinxRecognizerFactory::defaultModelDir();
+        auto loaded = sayvo::PocketSphinxRecognizerFactory::load(models);
+        if (loaded) {
+            recognizers = std::move(loaded).value();
+            logLine("recogniser: pocketsphinx, model " + models);
+        } else {
+            logLine("recogniser failed to load: " + loaded.error() + "; running as mock");
+            recognizers = std::make_unique<sayvo::MockRecognizerFactory>();
+        }
+    } else if (asrName.starts_with("replay:")) {
+        auto loaded = sayvo::ReplayRecognizerFactory::load(asrName.substr(7));
+        if (!loaded) {
+            logLine(loaded.error());
+            return kBadRecognizer;
+        }
+        recognizers = std::move(loaded).value();
+        logLine("recogniser: replay of " + asrName.substr(7));
+    } else if (asrName == "mock") {
+        recognizers = std::make_unique<sayvo::MockRecognizerFactory>();
+        logLine("recogniser: mock");
+    } else {
+        logLine("unknown --asr " + asrName + " (pocketsphinx, replay:FILE or mock)");
+        return kBadArguments;
+    }
+
+    // Learning store. Without it the engine still transcribes; it just cannot learn.
+    const QString data = parser.isSet(dataDir)
+        ? parser.value(dataDir)
+        : QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
+            + QStringLiteral("/SayvoApp/engine");
+    const std::string storePath
+        = QDir(data).filePath(QStringLiteral("learning.sqlite3")).toStdString();
+    std::unique_ptr<sayvo::LearningStore> store;
+    if (auto opened = sayvo::LearningStore::open(storePath)) {
+        store = std::move(opened).value();
+        logLine("learning store: " + storePath);
+    } else {
+        logLine("learning store unavailable, running without learning: " + opened.error());
+    }
+
+    if (parser.isSet(check)) {
+        const sayvo::Backends b = recognizers->backends();
+        std::printf("backends: %s %s %s\nstore: %s\n", b.streaming.value_or("").c_str(),
+            b.finalPass.value_or("").c_str(), b.gec.value_or("").c_str(),
+            store ? "ok" : "unavailable");
+        return b.isMock() ? kBadRecognizer : 0;
+    }
+
+    sayvo::Formatter formatter;
+    sayvo::RecentUtterances recent;
+    sayvo::EngineServices services {
+        *recognizers, formatter, store.get(), recent, SAYVO_ENGINE_VERSION, logLine};
+    sayvo::EngineServer server(services);
+    if (!server.listen(address, static_cast<quint16>(portNumber))) {
+        logLine("cannot listen on " + parser.value(host).toStdString() + ":"
+            + std::to_string(portNumber) + ": " + server.errorString().toStdString());
+        return kCannotListen;
+    }
+    logLine("listening on ws://" + parser.value(host).toStdString() + ":"
+        + std::to_string(server.port()));
+    return app.exec();
+}

@@ -1,0 +1,78 @@
+#include "EngineServer.h"
+
+#include <QWebSocket>
+#include <QWebSocketCorsAuthenticator>
+#include <QWebSocketServer>
+
+#include <memory>
+
+namespace sayvo {
+
+EngineServer::EngineServer(EngineServices &services, QObject *parent)
+    : QObject(parent),
+      m_services(services),
+      m_server(new QWebSocketServer(
+          QStringLiteral("sayvo-engine"), QWebSocketServer::NonSecureMode, this))
+{
+    connect(m_server, &QWebSocketServer::originAuthenticationRequired, this,
+        [this](QWebSocketCorsAuthenticator *authenticator) {
+            const bool allowed = authenticator->origin().isEmpty();
+            if (!allowed) {
+                m_services.log(
+                    "refused handshake with origin " + authenticator->origin().toStdString());
+            }
+            authenticator->setAllowed(allowed);
+        });
+    connect(m_server, &QWebSocketServer::newConnection, this, &EngineServer::acceptPending);
+}
+
+EngineServer::~EngineServer() = default;
+
+bool EngineServer::listen(const QHostAddress &address, quint16 port)
+{
+    return m_server->listen(address, port);
+}
+
+QString EngineServer::errorString() const
+{
+    return m_server->errorString();
+}
+
+quint16 EngineServer::port() const
+{
+    return m_server->serverPort();
+}
+
+void EngineServer::acceptPending()
+{
+    while (QWebSocket *socket = m_server->nextPendingConnection()) {
+        socket->setParent(this);
+        socket->setMaxAllowedIncomingMessageSize(kHardMessageLimitBytes);
+        socket->setMaxAllowedIncomingFrameSize(kHardMessageLimitBytes);
+        const std::string peer = socket->peerAddress().toString().toStdString() + ":"
+            + std::to_string(socket->peerPort());
+        m_services.log("connection opened: peer=" + peer);
+
+        auto session
+            = std::make_shared<EngineSession>(m_services, [socket](const std::string &json) {
+                  socket->sendTextMessage(
+                      QString::fromUtf8(json.data(), static_cast<qsizetype>(json.size())));
+              });
+        connect(socket, &QWebSocket::textMessageReceived, socket, [session](const QString &text) {
+            const QByteArray bytes = text.toUtf8();
+            session->handleText(
+                std::string_view(bytes.constData(), static_cast<std::size_t>(bytes.size())));
+        });
+        connect(
+            socket, &QWebSocket::binaryMessageReceived, socket, [session](const QByteArray &bytes) {
+                session->handleBinary(
+                    std::string_view(bytes.constData(), static_cast<std::size_t>(bytes.size())));
+            });
+        connect(socket, &QWebSocket::disconnected, this, [this, socket, peer]() mutable {
+            m_services.log("connection closed: peer=" + peer);
+            socket->deleteLater();
+        });
+    }
+}
+
+} // namespace sayvo

@@ -1,0 +1,258 @@
+// Engine performance on real speech synthesised at start-up with festival:
+//  - Recognition: PocketSphinx's real-time factor on one core (processing time over audio
+//    time, so the audio duration is the baseline), against a bare pass over the same samples.
+//  - Latency: a real engine process streamed at twice real time; the time from sending
+//    "utterance.end" to receiving "final", p50 and p95.
+//  - Memory: the engine's resident set with the recogniser loaded, against the same engine
+//    running its placeholder recogniser.
+//  - Formatting: the formatter on the calibration sentences, against splitting them into words.
+#include "EngineProcess.h"
+#include "EngineTestClient.h"
+#include "Formatter.h"
+#include "PocketSphinxRecognizer.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <sched.h>
+#include <time.h>
+
+namespace {
+
+using namespace sayvo;
+
+const std::vector<std::string> kSentences = {
+    "please send me the report before the meeting",
+    "the meeting is at three pm in room two oh four",
+    "can you send me the file when you're done",
+    "there's a bug in the checkout flow we should fix it",
+    "we need to update the budget for next year",
+    "the weather is nice today",
+};
+
+QTemporaryDir &workDir()
+{
+    static QTemporaryDir dir;
+    return dir;
+}
+
+const std::vector<QByteArray> &speech()
+{
+    static const std::vector<QByteArray> audio = [] {
+        std::vector<QByteArray> out;
+        for (std::size_t i = 0; i < kSentences.size(); ++i) {
+            const QString wav = workDir().filePath(QString("b%1.wav").arg(i));
+            const QString raw = workDir().filePath(QString("b%1.raw").arg(i));
+            QProcess tts;
+            tts.start("text2wave", {"-eval", "(voice_cmu_us_slt_arctic_hts)", "-o", wav});
+            tts.write(QByteArray::fromStdString(kSentences[i]));
+            tts.closeWriteChannel();
+            tts.waitForFinished(60000);
+            QProcess sox;
+            sox.start("sox",
+                {wav, "-r", "16000", "-c", "1", "-b", "16", "-e", "signed-integer", "-t", "raw",
+                    raw});
+            sox.waitForFinished(30000);
+            QFile file(raw);
+            out.push_back(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray());
+        }
+        return out;
+    }();
+    return audio;
+}
+
+double audioSeconds(const QByteArray &pcm)
+{
+    return static_cast<double>(pcm.size()) / 2.0 / 16000.0;
+}
+
+void pinToOneCore()
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(0, &set);
+    sched_setaffinity(0, sizeof set, &set);
+}
+
+std::span<const std::int16_t> samples(const QByteArray &pcm)
+{
+    return {reinterpret_cast<const std::int16_t *>(pcm.constData()),
+        static_cast<std::size_t>(pcm.size() / 2)};
+}
+
+// CPU time of this thread, so that other work on a shared machine does not count.
+double threadCpuSeconds()
+{
+    timespec t {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) / 1e9;
+}
+
+void BM_RecognitionRealTimeFactor(benchmark::State &state)
+{
+    pinToOneCore();
+    auto factory
+        = PocketSphinxRecognizerFactory::load(PocketSphinxRecognizerFactory::defaultModelDir());
+    if (!factory) {
+        state.SkipWithError(factory.error().c_str());
+        return;
+    }
+    double processed = 0.0;
+    double cpu = 0.0;
+    double audio = 0.0;
+    std::size_t next = 0;
+    for (auto _ : state) {
+        const QByteArray &pcm = speech()[next++ % speech().size()];
+        QElapsedTimer timer;
+        timer.start();
+        const double cpuStart = threadCpuSeconds();
+        auto recognizer = (*factory)->create();
+        const auto all = samples(pcm);
+        for (std::size_t at = 0; at < all.size(); at += 1600) {
+            recognizer->feed(all.subspan(at, std::min<std::size_t>(1600, all.size() - at)));
+        }
+        benchmark::DoNotOptimize(recognizer->finish());
+        processed += static_cast<double>(timer.nsecsElapsed()) / 1e9;
+        cpu += threadCpuSeconds() - cpuStart;
+        audio += audioSeconds(pcm);
+    }
+    state.counters["rtf"] = processed / audio;
+    state.counters["rtf_cpu"] = cpu / audio;
+    state.counters["audio_s"] = audio;
+}
+BENCHMARK(BM_RecognitionRealTimeFactor)->Iterations(12)->Unit(benchmark::kMillisecond);
+
+// The baseline for the recogniser: touching every sample once.
+void BM_RecognitionBaselineSampleSum(benchmark::State &state)
+{
+    double audio = 0.0;
+    double processed = 0.0;
+    std::size_t next = 0;
+    for (auto _ : state) {
+        const QByteArray &pcm = speech()[next++ % speech().size()];
+        QElapsedTimer timer;
+        timer.start();
+        long long sum = 0;
+        for (const std::int16_t s : samples(pcm)) {
+            sum += s;
+        }
+        benchmark::DoNotOptimize(sum);
+        processed += static_cast<double>(timer.nsecsElapsed()) / 1e9;
+        audio += audioSeconds(pcm);
+    }
+    state.counters["rtf"] = processed / audio;
+}
+BENCHMARK(BM_RecognitionBaselineSampleSum)->Iterations(12)->Unit(benchmark::kMicrosecond);
+
+long residentKiB(qint64 pid)
+{
+    QFile status(QString("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly)) {
+        return 0;
+    }
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:")) {
+            return line.mid(6).trimmed().split(' ').first().toLong();
+        }
+    }
+    return 0;
+}
+
+void BM_EndToFinalLatency(benchmark::State &state)
+{
+    test::EngineProcess engine;
+    if (!engine.start({"--data-dir", workDir().filePath("data")})) {
+        state.SkipWithError("engine did not start");
+        return;
+    }
+    test::EngineTestClient client;
+    client.connectTo(engine.url());
+    std::vector<double> latencies;
+    std::vector<double> engineTotals;
+    std::size_t next = 0;
+    for (auto _ : state) {
+        const QByteArray &pcm = speech()[next % speech().size()];
+        const std::string id = "B" + std::to_string(next++);
+        client.send(UtteranceStartMessage {.utteranceId = id});
+        for (qsizetype at = 0; at < pcm.size(); at += 3200) {
+            client.sendAudio(pcm.mid(at, 3200));
+            QTest::qWait(50); // twice real time: the way a microphone delivers, only faster
+        }
+        QElapsedTimer timer;
+        timer.start();
+        client.send(UtteranceEndMessage {.utteranceId = id});
+        client.waitFor<FinalMessage>(next, 30000);
+        latencies.push_back(static_cast<double>(timer.nsecsElapsed()) / 1e6);
+        const auto finals = client.received<FinalMessage>();
+        if (!finals.empty() && finals.back().timingsMs) {
+            engineTotals.push_back(finals.back().timingsMs->total.value_or(0.0));
+        }
+    }
+    std::sort(latencies.begin(), latencies.end());
+    std::sort(engineTotals.begin(), engineTotals.end());
+    auto percentile = [](const std::vector<double> &v, double p) {
+        return v.empty() ? 0.0
+                         : v[std::min(v.size() - 1,
+                             static_cast<std::size_t>(p * static_cast<double>(v.size())))];
+    };
+    state.counters["p50_ms"] = percentile(latencies, 0.50);
+    state.counters["p95_ms"] = percentile(latencies, 0.95);
+    state.counters["engine_p50_ms"] = percentile(engineTotals, 0.50);
+    state.counters["rss_MiB"] = static_cast<double>(residentKiB(engine.pid())) / 1024.0;
+
+    test::EngineProcess placeholder;
+    if (placeholder.start({"--asr", "mock", "--data-dir", workDir().filePath("data-mock")})) {
+        const double baseline = static_cast<double>(residentKiB(placeholder.pid())) / 1024.0;
+        state.counters["rss_mock_MiB"] = baseline;
+        state.counters["rss_ratio"] = baseline > 0 ? state.counters["rss_MiB"] / baseline : 0.0;
+    }
+}
+BENCHMARK(BM_EndToFinalLatency)->Iterations(18)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+const char *const kPrompts[]
+    = {"the meeting is at three pm in room two oh four", "the total comes to forty two dollars",
+        "can you send me the file when you're done", "i can't make it to the call at four thirty",
+        "there's a bug in the checkout flow period we should fix it",
+        "hi maren just following up on the proposal we sent last week",
+        "circling back on this dash can we chat tomorrow",
+        "the effective date is january first twenty twenty six"};
+
+void BM_FormatterPrompts(benchmark::State &state)
+{
+    Formatter formatter;
+    for (auto _ : state) {
+        for (const char *p : kPrompts) {
+            benchmark::DoNotOptimize(formatter.format(p, "legal", {"Maren"}));
+        }
+    }
+}
+BENCHMARK(BM_FormatterPrompts);
+
+void BM_FormatterBaselineSplitWords(benchmark::State &state)
+{
+    for (auto _ : state) {
+        for (const char *p : kPrompts) {
+            benchmark::DoNotOptimize(Formatter::normalizedWords(p));
+        }
+    }
+}
+BENCHMARK(BM_FormatterBaselineSplitWords);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    speech();
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,0 +1,296 @@
+// The payload scripts as the client runs them: bootstrap into a temporary install root,
+// run_engine.sh from the runtime it built, and uninstall.sh with its refusals.
+#include "EngineProcess.h"
+#include "EngineTestClient.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace sayvo::test {
+namespace {
+
+const QString kPayload = QStringLiteral(SAYVO_ENGINE_PAYLOAD_DIR);
+
+struct ScriptRun
+{
+    int exitCode = -1;
+    QStringList lines;
+
+    bool has(const QString &line) const { return lines.contains(line); }
+    QString text() const { return lines.join('\n'); }
+};
+
+ScriptRun runScript(const QString &script, const QStringList &arguments,
+    const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
+{
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(
+        QStringLiteral("/bin/bash"), QStringList {kPayload + "/scripts/" + script} + arguments);
+    process.waitForFinished(60000);
+    ScriptRun run;
+    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    run.lines = QString::fromUtf8(process.readAll()).split('\n', Qt::SkipEmptyParts);
+    return run;
+}
+
+class PayloadScripts : public ::testing::Test
+{
+protected:
+    QString root() const { return m_dir.filePath("SayvoApp/runtime"); }
+    ScriptRun bootstrap(
+        const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
+    {
+        return runScript("bootstrap_runtime.sh",
+            {"--payload", kPayload, "--install-root", root(), "--version", "1.4.0"}, environment);
+    }
+
+    QTemporaryDir m_dir;
+};
+
+const QStringList kSteps = {
+    "mac", "uv", "copy", "venv", "deps", "models_stream", "models_final", "models_gec", "finalize"};
+
+TEST_F(PayloadScripts, BootstrapBuildsTheRuntimeTheLocatorExpects)
+{
+    const ScriptRun run = bootstrap();
+    ASSERT_EQ(run.exitCode, 0) << run.text().toStdString();
+    for (const QString &step : kSteps) {
+        EXPECT_TRUE(run.has("STEP " + step + " run")) << step.toStdString();
+        EXPECT_TRUE(run.has("STEP " + step + " ok")) << step.toStdString();
+    }
+    EXPECT_TRUE(run.lines.filter(QRegularExpression("^PROGRESS \\d+ .+")).size() >= 9);
+    EXPECT_EQ(run.lines.last(), "DONE");
+    for (const char *path : {"app/.venv", "app/engine", "app/models/streaming", "VERSION"}) {
+        EXPECT_TRUE(QFileInfo::exists(root() + "/" + path)) << path;
+    }
+    QFile version(root() + "/VERSION");
+    ASSERT_TRUE(version.open(QIODevice::ReadOnly));
+    EXPECT_EQ(version.readAll().trimmed(), "1.4.0");
+}
+
+TEST_F(PayloadScripts, BootstrapCanRunAgainAndKeepsTheLearningStore)
+{
+    ASSERT_EQ(bootstrap().exitCode, 0);
+    QFile kept(root() + "/app/data/learning.sqlite3");
+    ASSERT_TRUE(kept.open(QIODevice::WriteOnly));
+    kept.write("precious");
+    kept.close();
+    const ScriptRun again = bootstrap();
+    ASSERT_EQ(again.exitCode, 0) << again.text().toStdString();
+    EXPECT_EQ(again.lines.last(), "DONE");
+    EXPECT_TRUE(QFileInfo::exists(root() + "/app/models/streaming/en-us.lm.bin"));
+    ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
+    EXPECT_EQ(kept.readAll(), "precious");
+    EXPECT_FALSE(QFileInfo::exists(root() + "/app/engine.new"));
+}
+
+TEST_F(PayloadScripts, BootstrapCanInstallAFreshlyBuiltEngine)
+{
+    // A developer runtime: the payload's scripts, and the engine just built.
+    const QString payload = m_dir.filePath("payload");
+    QDir().mkpath(payload + "/engine");
+    const ScriptRun run = runScript("bootstrap_runtime.sh",
+        {"--payload", payload, "--install-root", root(), "--version", "dev", "--engine-binary",
+            QStringLiteral(SAYVO_ENGINE_BINARY)});
+    ASSERT_EQ(run.exitCode, 0) << run.text().toStdString();
+    QFile installed(root() + "/app/engine/bin/sayvo-engine");
+    QFile built(QStringLiteral(SAYVO_ENGINE_BINARY));
+    ASSERT_TRUE(installed.open(QIODevice::ReadOnly) && built.open(QIODevice::ReadOnly));
+    EXPECT_EQ(installed.readAll(), built.readAll());
+    EXPECT_TRUE(QFileInfo(root() + "/app/.venv/bin/sayvo-engine").isExecutable());
+}
+
+TEST_F(PayloadScripts, BootstrapWithoutAnEngineFailsItsStep)
+{
+    const QString payload = m_dir.filePath("empty-payload");
+    QDir().mkpath(payload + "/engine");
+    const ScriptRun run = runScript("bootstrap_runtime.sh",
+        {"--payload", payload, "--install-root", root(), "--version", "dev"});
+    EXPECT_NE(run.exitCode, 0);
+    EXPECT_TRUE(run.has("STEP uv fail")) << run.text().toStdString();
+    EXPECT_FALSE(run.has("DONE"));
+}
+
+TEST_F(PayloadScripts, BootstrapNeverReplacesAFolderItDidNotMake)
+{
+    QDir().mkpath(root() + "/app/engine/src");
+    QFile source(root() + "/app/engine/CMakeLists.txt");
+    ASSERT_TRUE(source.open(QIODevice::WriteOnly));
+    source.close();
+    const ScriptRun run = bootstrap();
+    EXPECT_NE(run.exitCode, 0);
+    EXPECT_TRUE(run.has("STEP copy fail")) << run.text().toStdString();
+    EXPECT_TRUE(QFileInfo::exists(root() + "/app/engine/CMakeLists.txt"));
+}
+
+TEST_F(PayloadScripts, AMissingModelIsANeedAndLeavesNoVersion)
+{
+    auto environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("SAYVO_MODEL_SOURCE", m_dir.filePath("nowhere"));
+    const ScriptRun run = bootstrap(environment);
+    EXPECT_NE(run.exitCode, 0);
+    const QStringList needs = run.lines.filter(QRegularExpression("^NEED "));
+    ASSERT_EQ(needs.size(), 1);
+    EXPECT_TRUE(needs[0].startsWith("NEED speech-model ")) << needs[0].toStdString();
+    EXPECT_TRUE(needs[0].contains("pocketsphinx-en-us"));
+    EXPECT_TRUE(run.has("STEP models_stream fail"));
+    EXPECT_FALSE(run.has("DONE"));
+    EXPECT_FALSE(QFileInfo::exists(root() + "/VERSION"));
+}
+
+TEST_F(PayloadScripts, RunEngineStartsTheInstalledEngineOnLoopback)
+{
+    ASSERT_EQ(bootstrap().exitCode, 0);
+    QFile replay(m_dir.filePath("replay.txt"));
+    ASSERT_TRUE(replay.open(QIODevice::WriteOnly));
+    replay.write("hello\n");
+    replay.close();
+    auto environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("ENGINE_PORT", "0");
+    environment.insert("ENGINE_HOST", "0.0.0.0"); // what the client passes; ignored without opt-in
+    environment.insert("SAYVO_ENGINE_ASR", "replay:" + replay.fileName());
+    EngineProcess engine;
+    ASSERT_TRUE(engine.startCommand("/bin/bash",
+        {kPayload + "/scripts/run_engine.sh", "--app-dir", root() + "/app"}, environment))
+        << engine.log().toStdString();
+    EXPECT_EQ(engine.host(), "127.0.0.1");
+    EXPECT_TRUE(engine.log().contains(root() + "/app/data/learning.sqlite3"));
+    EngineTestClient client;
+    ASSERT_TRUE(client.connectTo(engine.url()));
+    client.send(HelloMessage {.version = "0.1.0"});
+    ASSERT_TRUE(client.waitFor<HelloAckMessage>());
+
+    engine.kill();
+    environment.insert("SAYVO_ENGINE_ALLOW_REMOTE", "1");
+    environment.insert("ENGINE_HOST", "127.0.0.2");
+    ASSERT_TRUE(engine.startCommand("/bin/bash",
+        {kPayload + "/scripts/run_engine.sh", "--app-dir", root() + "/app"}, environment));
+    EXPECT_EQ(engine.host(), "127.0.0.2");
+}
+
+TEST_F(PayloadScripts, RunEngineWithoutARuntimeFails)
+{
+    const ScriptRun run = runScript("run_engine.sh", {"--app-dir", m_dir.filePath("empty")});
+    EXPECT_NE(run.exitCode, 0);
+    EXPECT_TRUE(run.text().contains("no runtime"));
+}
+
+class Uninstall : public PayloadScripts
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(bootstrap().exitCode, 0);
+        QDir(m_dir.path()).mkpath("home/.config/SayvoApp");
+        QFile prefs(m_dir.filePath("home/.config/SayvoApp/Sayvo.conf"));
+        ASSERT_TRUE(prefs.open(QIODevice::WriteOnly));
+        prefs.close();
+        QDir(m_dir.path()).mkpath("Applications/Sayvo.app/Contents");
+        QDir(m_dir.path()).mkpath("SayvoApp/shared/models");
+        m_environment.insert("HOME", m_dir.filePath("home"));
+        m_environment.remove("XDG_CONFIG_HOME");
+        m_environment.insert("SAYVO_UNINSTALL_WAIT_SECONDS", "10");
+    }
+
+    ScriptRun uninstall(const QStringList &arguments)
+    {
+        return runScript("uninstall.sh", arguments, m_environment);
+    }
+    QString app() const { return m_dir.filePath("Applications/Sayvo.app"); }
+
+    QProcessEnvironment m_environment = QProcessEnvironment::systemEnvironment();
+};
+
+TEST_F(Uninstall, WaitsForTheAppThenRemovesEverythingItOwns)
+{
+    // A stand-in for the quitting application that is not this test's child, so that once
+    // it exits no zombie is left for kill -0 to find.
+    QProcess launcher;
+    launcher.start("/bin/sh", {"-c", "sleep 1 >/dev/null 2>&1 & echo $!"});
+    ASSERT_TRUE(launcher.waitForFinished());
+    const QString pid = QString::fromUtf8(launcher.readAllStandardOutput()).trimmed();
+    const ScriptRun run = uninstall({"--yes", "--wait-pid", pid, "--install-root", root(), "--app",
+        this->app(), "--purge-shared"});
+    ASSERT_EQ(run.exitCode, 0) << run.text().toStdString();
+    EXPECT_TRUE(run.text().contains("waiting for process"));
+    EXPECT_TRUE(run.text().contains("removed runtime: " + root()));
+    EXPECT_FALSE(QFileInfo::exists(root()));
+    EXPECT_FALSE(QFileInfo::exists(this->app()));
+    EXPECT_FALSE(QFileInfo::exists(m_dir.filePath("home/.config/SayvoApp")));
+    EXPECT_FALSE(QFileInfo::exists(m_dir.filePath("SayvoApp/shared")));
+    EXPECT_TRUE(QFileInfo::exists("/usr/share/pocketsphinx/model/en-us/en-us.lm.bin"))
+        << "the linked system model is untouched";
+}
+
+TEST_F(Uninstall, KeepsSharedModelsUnlessAskedAndNeedsConfirmation)
+{
+    ScriptRun run = uninstall({"--install-root", root(), "--app", app()});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_TRUE(QFileInfo::exists(root()));
+    run = uninstall({"--yes", "--install-root", root(), "--app", app()});
+    EXPECT_EQ(run.exitCode, 0) << run.text().toStdString();
+    EXPECT_FALSE(QFileInfo::exists(root()));
+    EXPECT_TRUE(QFileInfo::exists(m_dir.filePath("SayvoApp/shared/models")));
+}
+
+TEST_F(Uninstall, RemovesAnInstalledProgramFile)
+{
+    QDir(m_dir.path()).mkpath("opt/bin");
+    QFile program(m_dir.filePath("opt/bin/sayvo"));
+    ASSERT_TRUE(program.open(QIODevice::WriteOnly));
+    program.close();
+    const ScriptRun run
+        = uninstall({"--yes", "--install-root", root(), "--app", program.fileName()});
+    EXPECT_EQ(run.exitCode, 0) << run.text().toStdString();
+    EXPECT_FALSE(program.exists());
+    EXPECT_TRUE(QFileInfo::exists(m_dir.filePath("opt/bin")));
+    EXPECT_TRUE(run.text().contains("removed preferences"));
+}
+
+TEST_F(Uninstall, RefusesDangerousPathsAndRemovesNothing)
+{
+    QDir(m_dir.path()).mkpath("Documents");
+    QDir(m_dir.path()).mkpath("sayvo-checkout");
+    QFile keep(m_dir.filePath("Documents/thesis.txt"));
+    ASSERT_TRUE(keep.open(QIODevice::WriteOnly));
+    keep.close();
+    const QString home = m_dir.filePath("home");
+    const std::vector<std::pair<QStringList, QString>> cases = {
+        {{"--install-root", "", "--app", app()}, "empty"},
+        {{"--install-root", "/", "--app", app()}, "root folder"},
+        {{"--install-root", home, "--app", app()}, "home folder"},
+        {{"--install-root", home + "/../home/", "--app", app()}, "home folder"},
+        {{"--install-root", m_dir.path(), "--app", app()}, "contains the home folder"},
+        {{"--install-root", m_dir.filePath("Documents"), "--app", app()},
+            "does not look like a Sayvo runtime"},
+        {{"--install-root", "relative/runtime", "--app", app()}, "not absolute"},
+        {{"--install-root", root(), "--app", m_dir.filePath("Documents")},
+            "not a Sayvo application"},
+        {{"--install-root", root(), "--app", "/"}, "root folder"},
+        {{"--install-root", root(), "--app", m_dir.filePath("sayvo-checkout")},
+            "not a Sayvo application bundle"},
+        {{"--install-root", root(), "--app", home}, "home folder"},
+    };
+    for (const auto &[arguments, reason] : cases) {
+        const ScriptRun run = uninstall(QStringList {"--yes"} + arguments);
+        EXPECT_EQ(run.exitCode, 3) << arguments.join(' ').toStdString();
+        EXPECT_TRUE(run.text().contains("refusing")) << run.text().toStdString();
+        EXPECT_TRUE(run.text().contains(reason)) << run.text().toStdString();
+    }
+    EXPECT_TRUE(QFileInfo::exists(root() + "/VERSION"));
+    EXPECT_TRUE(QFileInfo::exists(app()));
+    EXPECT_TRUE(QFileInfo::exists(m_dir.filePath("Documents/thesis.txt")));
+    EXPECT_TRUE(QFileInfo::exists(m_dir.filePath("sayvo-checkout")));
+    EXPECT_TRUE(QFileInfo::exists(m_dir.filePath("home/.config/SayvoApp/Sayvo.conf")));
+}
+
+} // namespace
+} // namespace sayvo::test
