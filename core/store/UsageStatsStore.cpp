@@ -1,6 +1,5 @@
 #include "UsageStatsStore.h"
 
-#include "InboundMessages.h"
 #include "PreferenceStore.h"
 #include "PreferenceValues.h"
 

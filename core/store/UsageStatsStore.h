@@ -1,5 +1,6 @@
 #pragma once
 
+#include "InboundMessages.h"
 #include "UsageTotals.h"
 
 #include <QObject>
@@ -7,7 +8,6 @@
 namespace sayvo {
 
 class PreferenceStore;
-struct Stats;
 
 // Usage counters over every utterance the engine finished since the last reset, persisted
 // under "sayvo.usageStats.*" so they survive restarts. Created once at start-up; the session

@@ -1,6 +1,6 @@
 #include "PreferenceValues.h"
 #include "FakePreferenceStore.h"
-#include "Printers.h"
+#include "StorePrinters.h"
 
 #include <QRect>
 

@@ -1,6 +1,6 @@
 #include "SettingsStore.h"
 #include "FakePreferenceStore.h"
-#include "Printers.h"
+#include "StorePrinters.h"
 #include "Subscribe.h"
 
 #include <QSignalSpy>

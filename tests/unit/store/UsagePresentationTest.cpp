@@ -1,5 +1,5 @@
 #include "UsagePresentation.h"
-#include "Printers.h"
+#include "StorePrinters.h"
 
 #include <gtest/gtest.h>
 

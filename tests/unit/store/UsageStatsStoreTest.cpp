@@ -1,7 +1,7 @@
 #include "UsageStatsStore.h"
 #include "FakePreferenceStore.h"
 #include "InboundMessages.h"
-#include "Printers.h"
+#include "StorePrinters.h"
 #include "Subscribe.h"
 #include "UsagePresentation.h"
 

@@ -9,7 +9,7 @@
 #include <optional>
 #include <ostream>
 
-// Readable failure messages for the Qt values these tests compare.
+// Readable failure messages for the Qt and store values that the store tests compare.
 inline void PrintTo(const QString &text, std::ostream *out)
 {
     *out << '"' << text.toStdString() << '"';
