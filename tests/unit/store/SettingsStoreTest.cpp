@@ -415,6 +415,20 @@ TEST(SettingsStore, ChangeMadeDuringTheFirstDeliveryIsNotMissed)
     EXPECT_EQ(seen, (std::vector<bool> {false, true}));
 }
 
+TEST(SettingsStore, SubscriberStateCarriesFromTheFirstDeliveryToTheNext)
+{
+    FakePreferenceStore preferences;
+    SettingsStore settings(preferences);
+    QObject context;
+    std::vector<int> deliveryNumbers;
+    subscribe(&settings, &SettingsStore::launchAtLogin, &SettingsStore::launchAtLoginChanged,
+        &context,
+        [&deliveryNumbers, count = 0](bool) mutable { deliveryNumbers.push_back(++count); });
+    settings.setLaunchAtLogin(true);
+    settings.setLaunchAtLogin(false);
+    EXPECT_EQ(deliveryNumbers, (std::vector<int> {1, 2, 3}));
+}
+
 TEST(SettingsStore, AStoreOverTheSamePreferencesSeesEveryAssignment)
 {
     FakePreferenceStore preferences;
