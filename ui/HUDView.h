@@ -5,6 +5,7 @@
 #include <QWidget>
 
 class QLabel;
+class QPropertyAnimation;
 class QStackedWidget;
 
 namespace sayvo {
@@ -81,7 +82,7 @@ protected:
 private:
     QColor m_color = Qt::white;
     int m_angle = 0;
-    class QPropertyAnimation *m_spin = nullptr;
+    QPropertyAnimation *m_spin = nullptr;
 };
 
 } // namespace sayvo
