@@ -1,0 +1,22 @@
+#pragma once
+
+#include "Workspace.h"
+#include "X11Connection.h"
+
+#include <memory>
+
+namespace sayvo {
+
+// The owner of the window manager's active window (_NET_ACTIVE_WINDOW): its process id
+// (_NET_WM_PID), WM_CLASS class as the bundle identifier and WM_CLASS instance as the
+// application name (the ICCCM's "application name"). Main thread only.
+class WorkspaceX11 : public Workspace
+{
+public:
+    std::optional<FrontApplication> frontmostApplication() override;
+
+private:
+    std::unique_ptr<X11Connection> m_connection;
+};
+
+} // namespace sayvo
