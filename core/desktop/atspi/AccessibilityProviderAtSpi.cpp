@@ -1,18 +1,42 @@
 #include "AccessibilityProviderAtSpi.h"
 
 #include <QCoreApplication>
-#include <QDBusConnection>
-#include <QDBusMessage>
+#include <QDBusArgument>
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
 #include <QDBusVariant>
-
-#include <atspi/atspi.h>
 
 namespace sayvo {
 
 namespace {
 
-// Owns one reference to an AT-SPI object.
-class AccessibleElementAtSpi : public AccessibleElement
+const QString kRegistryService = QStringLiteral("org.a11y.atspi.Registry");
+const QString kRootPath = QStringLiteral("/org/a11y/atspi/accessible/root");
+const QString kAccessible = QStringLiteral("org.a11y.atspi.Accessible");
+const QString kText = QStringLiteral("org.a11y.atspi.Text");
+const QString kEditableText = QStringLiteral("org.a11y.atspi.EditableText");
+const QString kCollection = QStringLiteral("org.a11y.atspi.Collection");
+const QString kNullPath = QStringLiteral("/org/a11y/atspi/null");
+
+// Bit numbers of the AT-SPI state set.
+constexpr int kStateActive = 1;
+constexpr int kStateFocused = 12;
+constexpr int kStateShowing = 25;
+
+constexpr int kMatchAll = 1;
+constexpr uint kSortCanonical = 1;
+// Toolkits without the Collection interface are walked, up to this many objects, so that a
+// huge document cannot stall the caller.
+constexpr int kMaxVisited = 2000;
+
+bool has(quint64 states, int state)
+{
+    return (states >> state) & 1U;
+}
+
+} // namespace
+
+class AccessibilityProviderAtSpi::Element : public AccessibleElement
 {
 public:
     enum class Kind {
@@ -21,367 +45,341 @@ public:
         object,
     };
 
-    AccessibleElementAtSpi(Kind kind, AtspiAccessible *object) : m_kind(kind), m_object(object) { }
-    ~AccessibleElementAtSpi() override
-    {
-        if (m_object) {
-            g_object_unref(m_object);
-        }
-    }
-    AccessibleElementAtSpi(const AccessibleElementAtSpi &) = delete;
-    AccessibleElementAtSpi &operator=(const AccessibleElementAtSpi &) = delete;
+    Element(Kind kind, ObjectRef object) : kind(kind), object(std::move(object)) { }
 
-    Kind kind() const { return m_kind; }
-    AtspiAccessible *object() const { return m_object; }
-
-private:
-    Kind m_kind;
-    AtspiAccessible *m_object;
+    Kind kind;
+    ObjectRef object;
 };
 
-template <typename T> struct GObjectRef
-{
-    explicit GObjectRef(T *object) : object(object) { }
-    ~GObjectRef()
-    {
-        if (object) {
-            g_object_unref(object);
-        }
-    }
-    GObjectRef(const GObjectRef &) = delete;
-    GObjectRef &operator=(const GObjectRef &) = delete;
-    T *object;
-};
+AccessibilityProviderAtSpi::AccessibilityProviderAtSpi() = default;
 
-// Clears a GError and says whether there was one.
-bool failed(GError *&error)
+AccessibilityProviderAtSpi::~AccessibilityProviderAtSpi()
 {
-    if (!error) {
+    if (m_bus) {
+        QDBusConnection::disconnectFromBus(m_bus->name());
+    }
+}
+
+bool AccessibilityProviderAtSpi::connectIfEnabled()
+{
+    QDBusConnection session = QDBusConnection::sessionBus();
+    if (!session.isConnected()) {
         return false;
     }
-    g_clear_error(&error);
-    return true;
+    QDBusMessage enabled = QDBusMessage::createMethodCall(QStringLiteral("org.a11y.Bus"),
+        QStringLiteral("/org/a11y/bus"), QStringLiteral("org.freedesktop.DBus.Properties"),
+        QStringLiteral("Get"));
+    enabled << QStringLiteral("org.a11y.Status") << QStringLiteral("IsEnabled");
+    const QDBusMessage isEnabled = session.call(enabled, QDBus::Block, kTimeoutMs);
+    if (isEnabled.type() != QDBusMessage::ReplyMessage || isEnabled.arguments().isEmpty()
+        || !isEnabled.arguments().constFirst().value<QDBusVariant>().variant().toBool()) {
+        return false;
+    }
+    if (m_bus && m_bus->isConnected()) {
+        return true;
+    }
+    const QDBusMessage address
+        = session.call(QDBusMessage::createMethodCall(QStringLiteral("org.a11y.Bus"),
+                           QStringLiteral("/org/a11y/bus"), QStringLiteral("org.a11y.Bus"),
+                           QStringLiteral("GetAddress")),
+            QDBus::Block, kTimeoutMs);
+    if (address.type() != QDBusMessage::ReplyMessage || address.arguments().isEmpty()) {
+        return false;
+    }
+    if (m_bus) {
+        QDBusConnection::disconnectFromBus(m_bus->name());
+    }
+    m_busAddress = address.arguments().constFirst().toString();
+    const QString name
+        = QStringLiteral("sayvo-accessibility-%1").arg(reinterpret_cast<quintptr>(this), 0, 16);
+    m_bus = QDBusConnection::connectToBus(m_busAddress, name);
+    return m_bus->isConnected();
 }
 
-bool hasState(AtspiAccessible *object, AtspiStateType state)
+std::optional<QDBusMessage> AccessibilityProviderAtSpi::call(const ObjectRef &object,
+    const QString &interface, const QString &method, const QVariantList &arguments)
 {
-    GObjectRef<AtspiStateSet> states(atspi_accessible_get_state_set(object));
-    return states.object && atspi_state_set_contains(states.object, state);
+    if (!m_bus) {
+        return std::nullopt;
+    }
+    QDBusMessage message
+        = QDBusMessage::createMethodCall(object.service, object.path, interface, method);
+    message.setArguments(arguments);
+    QDBusMessage reply = m_bus->call(message, QDBus::Block, kTimeoutMs);
+    if (reply.type() != QDBusMessage::ReplyMessage) {
+        return std::nullopt;
+    }
+    return reply;
 }
 
-// The children of an object, each with its own reference.
-std::vector<AtspiAccessible *> children(AtspiAccessible *object)
+std::optional<QVariant> AccessibilityProviderAtSpi::property(
+    const ObjectRef &object, const QString &interface, const QString &name)
 {
-    std::vector<AtspiAccessible *> result;
-    GError *error = nullptr;
-    const int count = atspi_accessible_get_child_count(object, &error);
-    if (failed(error)) {
-        return result;
+    const auto reply = call(object, QStringLiteral("org.freedesktop.DBus.Properties"),
+        QStringLiteral("Get"), {interface, name});
+    if (!reply || reply->arguments().isEmpty()) {
+        return std::nullopt;
     }
-    for (int i = 0; i < count; ++i) {
-        AtspiAccessible *child = atspi_accessible_get_child_at_index(object, i, &error);
-        if (failed(error) || !child) {
-            continue;
-        }
-        result.push_back(child);
+    return reply->arguments().constFirst().value<QDBusVariant>().variant();
+}
+
+namespace {
+
+std::vector<std::pair<QString, QString>> objectList(const QVariant &value)
+{
+    std::vector<std::pair<QString, QString>> result;
+    const QDBusArgument argument = value.value<QDBusArgument>();
+    argument.beginArray();
+    while (!argument.atEnd()) {
+        QString service;
+        QDBusObjectPath path;
+        argument.beginStructure();
+        argument >> service >> path;
+        argument.endStructure();
+        result.emplace_back(service, path.path());
     }
+    argument.endArray();
     return result;
-}
-
-void release(std::vector<AtspiAccessible *> &objects)
-{
-    for (AtspiAccessible *object : objects) {
-        g_object_unref(object);
-    }
-    objects.clear();
-}
-
-// The application's window in state ACTIVE, with a new reference; null when none is.
-AtspiAccessible *activeWindow(AtspiAccessible *application)
-{
-    std::vector<AtspiAccessible *> windows = children(application);
-    AtspiAccessible *active = nullptr;
-    for (AtspiAccessible *window : windows) {
-        if (!active && hasState(window, ATSPI_STATE_ACTIVE)) {
-            active = static_cast<AtspiAccessible *>(g_object_ref(window));
-        }
-    }
-    release(windows);
-    return active;
-}
-
-// The first object in state FOCUSED at or below root, with a new reference. The toolkit
-// searches its own tree through the Collection interface in one call; toolkits without it are
-// walked, up to a bound that keeps a huge document from stalling the caller.
-AtspiAccessible *focusedBelow(AtspiAccessible *root)
-{
-    if (GObjectRef<AtspiCollection> collection(atspi_accessible_get_collection_iface(root));
-        collection.object) {
-        GArray *wanted = g_array_new(FALSE, FALSE, sizeof(AtspiStateType));
-        const AtspiStateType focused = ATSPI_STATE_FOCUSED;
-        g_array_append_val(wanted, focused);
-        GObjectRef<AtspiStateSet> states(atspi_state_set_new(wanted));
-        g_array_free(wanted, TRUE);
-        GObjectRef<AtspiMatchRule> rule(atspi_match_rule_new(states.object,
-            ATSPI_Collection_MATCH_ALL, nullptr, ATSPI_Collection_MATCH_ALL, nullptr,
-            ATSPI_Collection_MATCH_ALL, nullptr, ATSPI_Collection_MATCH_ALL, FALSE));
-        GError *error = nullptr;
-        GArray *matches = atspi_collection_get_matches(
-            collection.object, rule.object, ATSPI_Collection_SORT_ORDER_CANONICAL, 1, TRUE, &error);
-        if (!failed(error) && matches) {
-            AtspiAccessible *found = nullptr;
-            for (guint i = 0; i < matches->len; ++i) {
-                AtspiAccessible *match = g_array_index(matches, AtspiAccessible *, i);
-                if (!found) {
-                    found = static_cast<AtspiAccessible *>(g_object_ref(match));
-                }
-                g_object_unref(match);
-            }
-            g_array_free(matches, TRUE);
-            return found;
-        }
-        if (matches) {
-            g_array_free(matches, TRUE);
-        }
-    }
-    constexpr int kMaxVisited = 2000;
-    std::vector<AtspiAccessible *> pending {static_cast<AtspiAccessible *>(g_object_ref(root))};
-    AtspiAccessible *found = nullptr;
-    for (int visited = 0; !pending.empty() && !found && visited < kMaxVisited; ++visited) {
-        AtspiAccessible *object = pending.back();
-        pending.pop_back();
-        if (hasState(object, ATSPI_STATE_FOCUSED)) {
-            found = object;
-            break;
-        }
-        if (hasState(object, ATSPI_STATE_SHOWING) || object == root) {
-            std::vector<AtspiAccessible *> below = children(object);
-            pending.insert(pending.end(), below.rbegin(), below.rend());
-        }
-        g_object_unref(object);
-    }
-    release(pending);
-    return found;
-}
-
-AccessibleElementPtr wrap(AtspiAccessible *object)
-{
-    if (!object) {
-        return nullptr;
-    }
-    return std::make_shared<AccessibleElementAtSpi>(AccessibleElementAtSpi::Kind::object, object);
-}
-
-const AccessibleElementAtSpi *unwrap(const AccessibleElementPtr &element)
-{
-    return dynamic_cast<const AccessibleElementAtSpi *>(element.get());
-}
-
-std::optional<QString> takeString(gchar *text, GError *&error)
-{
-    if (failed(error) || !text) {
-        g_free(text);
-        return std::nullopt;
-    }
-    QString result = QString::fromUtf8(text);
-    g_free(text);
-    return result;
-}
-
-// The first selection as offsets, or the caret as an empty range.
-std::optional<std::pair<int, int>> selectionRange(AtspiText *text)
-{
-    GError *error = nullptr;
-    const int selections = atspi_text_get_n_selections(text, &error);
-    if (failed(error)) {
-        return std::nullopt;
-    }
-    if (selections > 0) {
-        AtspiRange *range = atspi_text_get_selection(text, 0, &error);
-        if (failed(error) || !range) {
-            g_free(range);
-            return std::nullopt;
-        }
-        const std::pair<int, int> result {qMin(range->start_offset, range->end_offset),
-            qMax(range->start_offset, range->end_offset)};
-        g_free(range);
-        return result;
-    }
-    const int caret = atspi_text_get_caret_offset(text, &error);
-    if (failed(error)) {
-        return std::nullopt;
-    }
-    return std::pair {caret, caret};
-}
-
-std::optional<AttributeValue> readObjectAttribute(AtspiAccessible *object, const QString &name)
-{
-    GError *error = nullptr;
-    if (name == QLatin1String("AXTitle")) {
-        if (auto title = takeString(atspi_accessible_get_name(object, &error), error)) {
-            return AttributeValue(*title);
-        }
-        return std::nullopt;
-    }
-    if (name != QLatin1String("AXSelectedText") && name != QLatin1String("AXValue")) {
-        return std::nullopt;
-    }
-    GObjectRef<AtspiText> text(atspi_accessible_get_text_iface(object));
-    if (!text.object) {
-        return std::nullopt;
-    }
-    int start = 0;
-    int end = atspi_text_get_character_count(text.object, &error);
-    if (failed(error)) {
-        return std::nullopt;
-    }
-    if (name == QLatin1String("AXSelectedText")) {
-        const int selections = atspi_text_get_n_selections(text.object, &error);
-        if (failed(error)) {
-            return std::nullopt;
-        }
-        if (selections == 0) {
-            return AttributeValue(QString());
-        }
-        const auto range = selectionRange(text.object);
-        if (!range) {
-            return std::nullopt;
-        }
-        std::tie(start, end) = *range;
-    }
-    if (auto value = takeString(atspi_text_get_text(text.object, start, end, &error), error)) {
-        return AttributeValue(*value);
-    }
-    return std::nullopt;
 }
 
 } // namespace
 
-bool AccessibilityProviderAtSpi::isAvailable()
+std::optional<std::vector<AccessibilityProviderAtSpi::ObjectRef>>
+AccessibilityProviderAtSpi::children(const ObjectRef &object)
 {
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected()) {
-        return false;
+    const auto reply = call(object, kAccessible, QStringLiteral("GetChildren"));
+    if (!reply || reply->arguments().isEmpty()) {
+        return std::nullopt;
     }
-    QDBusMessage query = QDBusMessage::createMethodCall(QStringLiteral("org.a11y.Bus"),
-        QStringLiteral("/org/a11y/bus"), QStringLiteral("org.freedesktop.DBus.Properties"),
-        QStringLiteral("Get"));
-    query << QStringLiteral("org.a11y.Status") << QStringLiteral("IsEnabled");
-    const QDBusMessage reply = bus.call(query, QDBus::Block, kTimeoutMs);
-    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()
-        || !reply.arguments().constFirst().value<QDBusVariant>().variant().toBool()) {
-        return false;
-    }
-    if (!m_initialised) {
-        // Only called once the bus is known to answer: libatspi gives up hard on a bus it
-        // cannot reach.
-        if (atspi_init() > 1) {
-            return false;
+    std::vector<ObjectRef> result;
+    for (auto &[service, path] : objectList(reply->arguments().constFirst())) {
+        if (path != kNullPath) {
+            result.push_back({service, path});
         }
-        atspi_set_timeout(kTimeoutMs, kTimeoutMs);
-        // Cached states and children are refreshed by events this process may not have
-        // handled yet; a harvest must see the focus as it is now.
-        GObjectRef<AtspiAccessible> desktop(atspi_get_desktop(0));
-        if (desktop.object) {
-            atspi_accessible_set_cache_mask(desktop.object, ATSPI_CACHE_NONE);
-        }
-        m_initialised = true;
     }
-    return true;
+    return result;
+}
+
+std::optional<quint64> AccessibilityProviderAtSpi::states(const ObjectRef &object)
+{
+    const auto reply = call(object, kAccessible, QStringLiteral("GetState"));
+    if (!reply || reply->arguments().isEmpty()) {
+        return std::nullopt;
+    }
+    const QList<uint> words = qdbus_cast<QList<uint>>(reply->arguments().constFirst());
+    quint64 bits = 0;
+    for (qsizetype i = 0; i < words.size() && i < 2; ++i) {
+        bits |= quint64(words[i]) << (32 * i);
+    }
+    return bits;
+}
+
+std::optional<qint64> AccessibilityProviderAtSpi::processId(const ObjectRef &application)
+{
+    const auto reply
+        = call({QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus")},
+            QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetConnectionUnixProcessID"),
+            {application.service});
+    if (!reply || reply->arguments().isEmpty()) {
+        return std::nullopt;
+    }
+    return qint64(reply->arguments().constFirst().toUInt());
+}
+
+std::optional<AccessibilityProviderAtSpi::ObjectRef> AccessibilityProviderAtSpi::activeWindow(
+    const ObjectRef &application)
+{
+    const auto windows = children(application);
+    if (!windows) {
+        return std::nullopt;
+    }
+    for (const ObjectRef &window : *windows) {
+        if (const auto bits = states(window); bits && has(*bits, kStateActive)) {
+            return window;
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<AccessibilityProviderAtSpi::ObjectRef> AccessibilityProviderAtSpi::focusedBelow(
+    const ObjectRef &root)
+{
+    // One request lets the toolkit search its own tree.
+    QDBusArgument rule;
+    rule.beginStructure();
+    rule << QList<int> {1 << kStateFocused, 0} << kMatchAll;
+    rule.beginMap(QMetaType::fromType<QString>(), QMetaType::fromType<QString>());
+    rule.endMap();
+    rule << kMatchAll << QList<int> {} << kMatchAll << QStringList {} << kMatchAll << false;
+    rule.endStructure();
+    if (const auto reply = call(root, kCollection, QStringLiteral("GetMatches"),
+            {QVariant::fromValue(rule), kSortCanonical, 1, true});
+        reply && !reply->arguments().isEmpty()) {
+        for (auto &[service, path] : objectList(reply->arguments().constFirst())) {
+            return ObjectRef {service, path};
+        }
+        return std::nullopt;
+    }
+    std::vector<ObjectRef> pending {root};
+    for (int visited = 0; !pending.empty() && visited < kMaxVisited; ++visited) {
+        const ObjectRef object = pending.back();
+        pending.pop_back();
+        const auto bits = states(object);
+        if (!bits) {
+            continue;
+        }
+        if (has(*bits, kStateFocused)) {
+            return object;
+        }
+        if (has(*bits, kStateShowing) || visited == 0) {
+            if (const auto below = children(object)) {
+                pending.insert(pending.end(), below->rbegin(), below->rend());
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::pair<int, int>> AccessibilityProviderAtSpi::selectionRange(
+    const ObjectRef &object)
+{
+    const auto count = call(object, kText, QStringLiteral("GetNSelections"));
+    if (!count || count->arguments().isEmpty()) {
+        return std::nullopt;
+    }
+    if (count->arguments().constFirst().toInt() > 0) {
+        const auto range = call(object, kText, QStringLiteral("GetSelection"), {0});
+        if (!range || range->arguments().size() < 2) {
+            return std::nullopt;
+        }
+        const int start = range->arguments().at(0).toInt();
+        const int end = range->arguments().at(1).toInt();
+        return std::pair {qMin(start, end), qMax(start, end)};
+    }
+    const auto caret = property(object, kText, QStringLiteral("CaretOffset"));
+    if (!caret) {
+        return std::nullopt;
+    }
+    return std::pair {caret->toInt(), caret->toInt()};
+}
+
+std::optional<AttributeValue> AccessibilityProviderAtSpi::readObjectAttribute(
+    const ObjectRef &object, const QString &name)
+{
+    if (name == QLatin1String("AXTitle")) {
+        if (const auto title = property(object, kAccessible, QStringLiteral("Name"))) {
+            return AttributeValue(title->toString());
+        }
+        return std::nullopt;
+    }
+    int start = 0;
+    int end = 0;
+    if (name == QLatin1String("AXValue")) {
+        const auto count = property(object, kText, QStringLiteral("CharacterCount"));
+        if (!count) {
+            return std::nullopt;
+        }
+        end = count->toInt();
+    } else if (name == QLatin1String("AXSelectedText")) {
+        const auto selections = call(object, kText, QStringLiteral("GetNSelections"));
+        if (!selections || selections->arguments().isEmpty()) {
+            return std::nullopt;
+        }
+        if (selections->arguments().constFirst().toInt() == 0) {
+            return AttributeValue(QString());
+        }
+        const auto range = selectionRange(object);
+        if (!range) {
+            return std::nullopt;
+        }
+        std::tie(start, end) = *range;
+    } else {
+        return std::nullopt;
+    }
+    const auto text = call(object, kText, QStringLiteral("GetText"), {start, end});
+    if (!text || text->arguments().isEmpty()) {
+        return std::nullopt;
+    }
+    return AttributeValue(text->arguments().constFirst().toString());
 }
 
 AccessibleElementPtr AccessibilityProviderAtSpi::systemWideElement()
 {
-    if (!isAvailable()) {
+    if (!connectIfEnabled()) {
         return nullptr;
     }
-    return std::make_shared<AccessibleElementAtSpi>(
-        AccessibleElementAtSpi::Kind::systemWide, nullptr);
+    return std::make_shared<Element>(
+        Element::Kind::systemWide, ObjectRef {kRegistryService, kRootPath});
 }
 
 AccessibleElementPtr AccessibilityProviderAtSpi::applicationElement(qint64 pid)
 {
     // Asking ourselves would wait on our own main thread until the time-out.
-    if (pid <= 0 || pid == QCoreApplication::applicationPid() || !isAvailable()) {
+    if (pid <= 0 || pid == QCoreApplication::applicationPid() || !connectIfEnabled()) {
         return nullptr;
     }
-    GObjectRef<AtspiAccessible> desktop(atspi_get_desktop(0));
-    if (!desktop.object) {
+    const auto applications = children({kRegistryService, kRootPath});
+    if (!applications) {
         return nullptr;
     }
-    std::vector<AtspiAccessible *> applications = children(desktop.object);
-    AtspiAccessible *found = nullptr;
-    for (AtspiAccessible *application : applications) {
-        GError *error = nullptr;
-        const guint applicationPid = atspi_accessible_get_process_id(application, &error);
-        if (!failed(error) && qint64(applicationPid) == pid) {
-            found = static_cast<AtspiAccessible *>(g_object_ref(application));
-            break;
+    for (const ObjectRef &application : *applications) {
+        if (processId(application) == pid) {
+            return std::make_shared<Element>(Element::Kind::application, application);
         }
     }
-    release(applications);
-    if (!found) {
-        return nullptr;
-    }
-    return std::make_shared<AccessibleElementAtSpi>(
-        AccessibleElementAtSpi::Kind::application, found);
+    return nullptr;
 }
 
 std::optional<AttributeValue> AccessibilityProviderAtSpi::copyAttribute(
     const AccessibleElementPtr &element, const QString &name)
 {
-    const AccessibleElementAtSpi *target = unwrap(element);
-    if (!target || !isAvailable()) {
+    const auto *target = dynamic_cast<const Element *>(element.get());
+    if (!target || !connectIfEnabled()) {
         return std::nullopt;
     }
-    switch (target->kind()) {
-    case AccessibleElementAtSpi::Kind::systemWide: {
+    switch (target->kind) {
+    case Element::Kind::systemWide: {
         if (name != QLatin1String("AXFocusedUIElement")) {
             return std::nullopt;
         }
-        GObjectRef<AtspiAccessible> desktop(atspi_get_desktop(0));
-        if (!desktop.object) {
+        const auto applications = children(target->object);
+        if (!applications) {
             return std::nullopt;
         }
-        std::vector<AtspiAccessible *> applications = children(desktop.object);
-        AtspiAccessible *focused = nullptr;
-        for (AtspiAccessible *application : applications) {
-            GError *error = nullptr;
-            const guint pid = atspi_accessible_get_process_id(application, &error);
-            if (failed(error) || qint64(pid) == QCoreApplication::applicationPid()) {
+        for (const ObjectRef &application : *applications) {
+            if (processId(application) == QCoreApplication::applicationPid()) {
                 continue;
             }
-            if (AtspiAccessible *window = activeWindow(application)) {
-                focused = focusedBelow(window);
-                g_object_unref(window);
-                break;
+            if (const auto window = activeWindow(application)) {
+                if (const auto focused = focusedBelow(*window)) {
+                    return AttributeValue(AccessibleElementPtr(
+                        std::make_shared<Element>(Element::Kind::object, *focused)));
+                }
+                return std::nullopt;
             }
         }
-        release(applications);
-        if (!focused) {
-            return std::nullopt;
-        }
-        return AttributeValue(wrap(focused));
+        return std::nullopt;
     }
-    case AccessibleElementAtSpi::Kind::application: {
-        AtspiAccessible *window = activeWindow(target->object());
+    case Element::Kind::application: {
+        const auto window = activeWindow(target->object);
         if (name == QLatin1String("AXFocusedWindow")) {
-            return window ? std::optional(AttributeValue(wrap(window))) : std::nullopt;
+            if (!window) {
+                return std::nullopt;
+            }
+            return AttributeValue(
+                AccessibleElementPtr(std::make_shared<Element>(Element::Kind::object, *window)));
         }
         if (name != QLatin1String("AXFocusedUIElement")) {
-            if (window) {
-                g_object_unref(window);
-            }
             return std::nullopt;
         }
-        AtspiAccessible *focused = focusedBelow(window ? window : target->object());
-        if (window) {
-            g_object_unref(window);
+        if (const auto focused = focusedBelow(window.value_or(target->object))) {
+            return AttributeValue(
+                AccessibleElementPtr(std::make_shared<Element>(Element::Kind::object, *focused)));
         }
-        return focused ? std::optional(AttributeValue(wrap(focused))) : std::nullopt;
+        return std::nullopt;
     }
-    case AccessibleElementAtSpi::Kind::object:
-        return readObjectAttribute(target->object(), name);
+    case Element::Kind::object:
+        return readObjectAttribute(target->object, name);
     }
     return std::nullopt;
 }
@@ -389,45 +387,36 @@ std::optional<AttributeValue> AccessibilityProviderAtSpi::copyAttribute(
 bool AccessibilityProviderAtSpi::setAttribute(
     const AccessibleElementPtr &element, const QString &name, const QString &value)
 {
-    const AccessibleElementAtSpi *target = unwrap(element);
-    if (!target || target->kind() != AccessibleElementAtSpi::Kind::object || !isAvailable()) {
+    const auto *target = dynamic_cast<const Element *>(element.get());
+    if (!target || target->kind != Element::Kind::object || !connectIfEnabled()) {
         return false;
     }
-    GObjectRef<AtspiEditableText> editable(
-        atspi_accessible_get_editable_text_iface(target->object()));
-    if (!editable.object) {
-        return false;
-    }
-    const QByteArray utf8 = value.toUtf8();
-    GError *error = nullptr;
+    const ObjectRef &object = target->object;
     if (name == QLatin1String("AXValue")) {
-        const gboolean done
-            = atspi_editable_text_set_text_contents(editable.object, utf8.constData(), &error);
-        return !failed(error) && done;
+        const auto done = call(object, kEditableText, QStringLiteral("SetTextContents"), {value});
+        return done && !done->arguments().isEmpty() && done->arguments().constFirst().toBool();
     }
     if (name != QLatin1String("AXSelectedText")) {
         return false;
     }
-    GObjectRef<AtspiText> text(atspi_accessible_get_text_iface(target->object()));
-    if (!text.object) {
-        return false;
-    }
-    const auto range = selectionRange(text.object);
+    const auto range = selectionRange(object);
     if (!range) {
         return false;
     }
     const auto [start, end] = *range;
     if (end > start) {
-        const gboolean deleted
-            = atspi_editable_text_delete_text(editable.object, start, end, &error);
-        if (failed(error) || !deleted) {
+        const auto deleted
+            = call(object, kEditableText, QStringLiteral("DeleteText"), {start, end});
+        if (!deleted || deleted->arguments().isEmpty()
+            || !deleted->arguments().constFirst().toBool()) {
             return false;
         }
     }
-    // The length is in bytes, as the toolkit's own insert takes it.
-    const gboolean inserted = atspi_editable_text_insert_text(
-        editable.object, start, utf8.constData(), int(utf8.size()), &error);
-    return !failed(error) && inserted;
+    // The toolkit's own insert takes the length in bytes of UTF-8.
+    const auto inserted = call(object, kEditableText, QStringLiteral("InsertText"),
+        {start, value, int(value.toUtf8().size())});
+    return inserted && !inserted->arguments().isEmpty()
+        && inserted->arguments().constFirst().toBool();
 }
 
 } // namespace sayvo

@@ -1,11 +1,16 @@
 #include "KeySynthesizerX11.h"
 
+#include "X11Connection.h"
+
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
 #include <vector>
 
 namespace sayvo {
+
+KeySynthesizerX11::KeySynthesizerX11() = default;
+KeySynthesizerX11::~KeySynthesizerX11() = default;
 
 bool KeySynthesizerX11::postPaste(PasteShortcut shortcut)
 {

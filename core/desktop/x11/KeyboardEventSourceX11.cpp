@@ -1,5 +1,7 @@
 #include "KeyboardEventSourceX11.h"
 
+#include "X11Connection.h"
+
 #include <X11/XKBlib.h>
 #include <X11/extensions/XInput2.h>
 #include <X11/keysym.h>
@@ -34,6 +36,8 @@ quint64 flagsForKeysym(KeySym keysym)
 }
 
 } // namespace
+
+KeyboardEventSourceX11::KeyboardEventSourceX11() = default;
 
 KeyboardEventSourceX11::~KeyboardEventSourceX11()
 {

@@ -1,14 +1,17 @@
 #pragma once
 
 #include "KeyboardEventSource.h"
-#include "X11Connection.h"
 
 #include <QSet>
 
 #include <map>
 #include <memory>
 
+union _XEvent;
+
 namespace sayvo {
+
+class X11Connection;
 
 // Watches the keyboard of the whole X display through XInput2 raw key events, which every
 // client may observe without taking the keys from anyone. Keys that must be swallowed are
@@ -22,6 +25,7 @@ public:
     static constexpr int kF5KeyCode = 71;
     static constexpr int kRightAltKeyCode = 108;
 
+    KeyboardEventSourceX11();
     ~KeyboardEventSourceX11() override;
 
     bool install(const std::vector<int> &swallowedKeyCodes, Callback callback) override;
@@ -31,7 +35,7 @@ public:
 
 private:
     bool selectRawEvents();
-    void handleEvent(XEvent &event);
+    void handleEvent(_XEvent &event);
     void handleKey(int keyCode, bool pressed);
     quint64 modifierFlags() const;
 

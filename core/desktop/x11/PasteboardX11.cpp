@@ -1,5 +1,7 @@
 #include "PasteboardX11.h"
 
+#include "X11Connection.h"
+
 #include <X11/Xatom.h>
 #include <X11/extensions/Xfixes.h>
 
@@ -63,7 +65,7 @@ void PasteboardX11::handleEvent(XEvent &event)
     }
     switch (event.type) {
     case SelectionRequest:
-        answerRequest(event.xselectionrequest);
+        answerRequest(event);
         break;
     case SelectionClear:
         if (event.xselectionclear.selection == m_clipboard) {
@@ -76,8 +78,9 @@ void PasteboardX11::handleEvent(XEvent &event)
     }
 }
 
-void PasteboardX11::answerRequest(const XSelectionRequestEvent &request)
+void PasteboardX11::answerRequest(const XEvent &event)
 {
+    const XSelectionRequestEvent &request = event.xselectionrequest;
     Display *display = m_connection->display();
     XSelectionEvent reply {};
     reply.type = SelectionNotify;
@@ -129,7 +132,7 @@ void PasteboardX11::answerRequest(const XSelectionRequestEvent &request)
     XFlush(display);
 }
 
-Time PasteboardX11::serverTime()
+unsigned long PasteboardX11::serverTime()
 {
     // A zero-length append to our own property makes the server report the current time.
     Display *display = m_connection->display();
@@ -228,7 +231,7 @@ qint64 PasteboardX11::changeCount()
     return m_changeCount;
 }
 
-bool PasteboardX11::isMetaTarget(Atom target) const
+bool PasteboardX11::isMetaTarget(unsigned long target) const
 {
     static const char *const kMetaTargets[] = {"TARGETS", "MULTIPLE", "TIMESTAMP", "SAVE_TARGETS",
         "DELETE", "INSERT_SELECTION", "INSERT_PROPERTY"};
@@ -240,7 +243,7 @@ bool PasteboardX11::isMetaTarget(Atom target) const
     return false;
 }
 
-std::optional<QByteArray> PasteboardX11::convert(Atom target)
+std::optional<QByteArray> PasteboardX11::convert(unsigned long target)
 {
     Display *display = m_connection->display();
     XDeleteProperty(display, m_window, m_transfer);

@@ -1,11 +1,14 @@
 #pragma once
 
 #include "Pasteboard.h"
-#include "X11Connection.h"
 
 #include <memory>
 
+union _XEvent;
+
 namespace sayvo {
+
+class X11Connection;
 
 // The CLIPBOARD selection. Written content is served from this process by its own hidden
 // window, which stays the owner until someone else takes the selection, and answers every
@@ -30,25 +33,26 @@ public:
 
 private:
     bool ensureConnection();
-    void handleEvent(XEvent &event);
-    void answerRequest(const XSelectionRequestEvent &request);
+    void handleEvent(_XEvent &event);
+    void answerRequest(const _XEvent &event);
     bool takeOwnership(PasteboardItem offered);
-    Time serverTime();
-    std::optional<QByteArray> convert(Atom target);
+    unsigned long serverTime();
+    std::optional<QByteArray> convert(unsigned long target);
     std::optional<QByteArray> readIncrementally();
-    bool isMetaTarget(Atom target) const;
+    bool isMetaTarget(unsigned long target) const;
     void syncOwnerNotifications();
 
     std::unique_ptr<X11Connection> m_connection;
-    Window m_window = None;
+    // X resource ids (Window, Atom, Time), kept out of this header with the rest of Xlib.
+    unsigned long m_window = 0;
     int m_xfixesEventBase = 0;
-    Atom m_clipboard = None;
-    Atom m_targets = None;
-    Atom m_transfer = None;
-    Atom m_incr = None;
+    unsigned long m_clipboard = 0;
+    unsigned long m_targets = 0;
+    unsigned long m_transfer = 0;
+    unsigned long m_incr = 0;
     qint64 m_changeCount = 0;
     bool m_owned = false;
-    Time m_ownedSince = CurrentTime;
+    unsigned long m_ownedSince = 0;
     PasteboardItem m_offered;
 };
 

@@ -1,8 +1,13 @@
 #include "WindowListX11.h"
 
+#include "X11Connection.h"
+
 #include <X11/Xatom.h>
 
 namespace sayvo {
+
+WindowListX11::WindowListX11() = default;
+WindowListX11::~WindowListX11() = default;
 
 std::optional<std::vector<WindowInfo>> WindowListX11::onScreenWindows()
 {

@@ -1,11 +1,12 @@
 #pragma once
 
 #include "WindowList.h"
-#include "X11Connection.h"
 
 #include <memory>
 
 namespace sayvo {
+
+class X11Connection;
 
 // The window manager's client list in stacking order (_NET_CLIENT_LIST_STACKING), front to
 // back, mapped windows only, with _NET_WM_PID and _NET_WM_NAME (WM_NAME for clients that set
@@ -13,6 +14,9 @@ namespace sayvo {
 class WindowListX11 : public WindowList
 {
 public:
+    WindowListX11();
+    ~WindowListX11() override;
+
     std::optional<std::vector<WindowInfo>> onScreenWindows() override;
 
 private:

@@ -1,8 +1,13 @@
 #include "WorkspaceX11.h"
 
+#include "X11Connection.h"
+
 #include <X11/Xutil.h>
 
 namespace sayvo {
+
+WorkspaceX11::WorkspaceX11() = default;
+WorkspaceX11::~WorkspaceX11() = default;
 
 std::optional<FrontApplication> WorkspaceX11::frontmostApplication()
 {

@@ -1,11 +1,12 @@
 #pragma once
 
 #include "Workspace.h"
-#include "X11Connection.h"
 
 #include <memory>
 
 namespace sayvo {
+
+class X11Connection;
 
 // The owner of the window manager's active window (_NET_ACTIVE_WINDOW): its process id
 // (_NET_WM_PID), WM_CLASS class as the bundle identifier and WM_CLASS instance as the
@@ -13,6 +14,9 @@ namespace sayvo {
 class WorkspaceX11 : public Workspace
 {
 public:
+    WorkspaceX11();
+    ~WorkspaceX11() override;
+
     std::optional<FrontApplication> frontmostApplication() override;
 
 private:

@@ -6,6 +6,7 @@
 #include <QThread>
 
 #include <csignal>
+#include <sys/prctl.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -56,11 +57,16 @@ DesktopSession::~DesktopSession()
     qputenv("DBUS_SESSION_BUS_ADDRESS", m_previousBus);
 }
 
-QProcess *DesktopSession::launch(const QString &program, const QStringList &arguments)
+QProcess *DesktopSession::launch(
+    const QProcessEnvironment &environment, const QString &program, const QStringList &arguments)
 {
     auto process = std::make_unique<QProcess>();
-    process->setProcessEnvironment(m_environment);
-    process->setChildProcessModifier([] { setsid(); });
+    process->setProcessEnvironment(environment);
+    process->setChildProcessModifier([] {
+        setsid();
+        // A test killed on a time-out takes its daemons with it.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+    });
     process->setProgram(program);
     process->setArguments(arguments);
     process->start();
@@ -73,7 +79,13 @@ QProcess *DesktopSession::launch(const QString &program, const QStringList &argu
 
 QProcess *DesktopSession::start(const QString &program, const QStringList &arguments)
 {
-    return launch(program, arguments);
+    return launch(m_environment, program, arguments);
+}
+
+QProcess *DesktopSession::start(
+    const QProcessEnvironment &environment, const QString &program, const QStringList &arguments)
+{
+    return launch(environment, program, arguments);
 }
 
 void DesktopSession::stop(QProcess *process)
@@ -125,7 +137,7 @@ QByteArray DesktopSession::run(
 bool DesktopSession::startXServer()
 {
     // The server picks the first free display number and writes it to our pipe.
-    QProcess *server = launch(QStringLiteral("Xvfb"),
+    QProcess *server = launch(m_environment, QStringLiteral("Xvfb"),
         {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
             QStringLiteral("0"), QStringLiteral("1280x800x24"), QStringLiteral("-nolisten"),
             QStringLiteral("tcp")});
@@ -149,29 +161,41 @@ bool DesktopSession::startXServer()
 
 bool DesktopSession::startWindowManager()
 {
-    if (!launch(QStringLiteral("openbox"), {QStringLiteral("--sm-disable")})) {
-        m_failure = QStringLiteral("openbox did not start");
-        return false;
+    // On a loaded machine the first attempt occasionally loses a race with the new server;
+    // a second one settles it.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        QProcess *manager
+            = launch(m_environment, QStringLiteral("openbox"), {QStringLiteral("--sm-disable")});
+        if (!manager) {
+            m_failure = QStringLiteral("openbox did not start");
+            return false;
+        }
+        const bool ready = waitUntil(
+            [this, manager] {
+                if (manager->state() == QProcess::NotRunning) {
+                    return true;
+                }
+                int code = 0;
+                const QByteArray out = run(QStringLiteral("xprop"),
+                    {QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK")}, &code);
+                return code == 0 && out.contains("window id");
+            },
+            20000);
+        if (ready && manager->state() == QProcess::Running) {
+            return true;
+        }
+        m_failure = QStringLiteral("openbox did not take over the display: ")
+            + QString::fromLocal8Bit(manager->readAllStandardError());
+        stop(manager);
     }
-    const bool ready = waitUntil(
-        [this] {
-            int code = 0;
-            const QByteArray out = run(QStringLiteral("xprop"),
-                {QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK")}, &code);
-            return code == 0 && out.contains("window id");
-        },
-        10000);
-    if (!ready) {
-        m_failure = QStringLiteral("openbox did not take over the display");
-    }
-    return ready;
+    return false;
 }
 
 bool DesktopSession::startSessionBus()
 {
     const QString socket = m_directory.path() + QStringLiteral("/session-bus");
     const QString address = QStringLiteral("unix:path=") + socket;
-    if (!launch(QStringLiteral("dbus-daemon"),
+    if (!launch(m_environment, QStringLiteral("dbus-daemon"),
             {QStringLiteral("--session"), QStringLiteral("--nofork"),
                 QStringLiteral("--address=") + address})) {
         m_failure = QStringLiteral("dbus-daemon did not start");
@@ -188,7 +212,7 @@ bool DesktopSession::startSessionBus()
 
 bool DesktopSession::startAccessibilityBus()
 {
-    if (!launch(QStringLiteral("/usr/libexec/at-spi-bus-launcher"),
+    if (!launch(m_environment, QStringLiteral("/usr/libexec/at-spi-bus-launcher"),
             {QStringLiteral("--launch-immediately")})) {
         m_failure = QStringLiteral("at-spi-bus-launcher did not start");
         return false;

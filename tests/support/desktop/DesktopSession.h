@@ -46,6 +46,8 @@ public:
         int timeoutMs = 10000);
     // Starts a long-running client in its own process group; stopped with the session.
     QProcess *start(const QString &program, const QStringList &arguments);
+    QProcess *start(const QProcessEnvironment &environment, const QString &program,
+        const QStringList &arguments);
     // Stops one client started by start().
     void stop(QProcess *process);
 
@@ -54,7 +56,8 @@ private:
     bool startWindowManager();
     bool startSessionBus();
     bool startAccessibilityBus();
-    QProcess *launch(const QString &program, const QStringList &arguments);
+    QProcess *launch(const QProcessEnvironment &environment, const QString &program,
+        const QStringList &arguments);
     bool waitUntil(const std::function<bool()> &condition, int timeoutMs);
 
     QTemporaryDir m_directory;

@@ -14,10 +14,15 @@ const QString kPython = QStringLiteral("/usr/bin/python3");
 
 } // namespace
 
-TestEditor::TestEditor(DesktopSession &session, QString title)
+TestEditor::TestEditor(DesktopSession &session, QString title, bool accessible)
     : m_session(session), m_title(std::move(title))
 {
-    m_process = m_session.start(kPython, {QStringLiteral(SAYVO_TEST_EDITOR_SCRIPT), m_title});
+    QProcessEnvironment environment = m_session.environment();
+    if (!accessible) {
+        environment.insert(QStringLiteral("NO_AT_BRIDGE"), QStringLiteral("1"));
+    }
+    m_process = m_session.start(
+        environment, kPython, {QStringLiteral(SAYVO_TEST_EDITOR_SCRIPT), m_title});
     if (!m_process) {
         return;
     }
@@ -77,6 +82,11 @@ QStringList TestEditor::keys()
         result << key.toString();
     }
     return result;
+}
+
+void TestEditor::copy(const QString &text)
+{
+    command({{QStringLiteral("cmd"), QStringLiteral("copy")}, {QStringLiteral("text"), text}});
 }
 
 void TestEditor::setText(const QString &text, int selectionStart, int selectionEnd)

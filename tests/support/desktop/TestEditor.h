@@ -14,7 +14,9 @@ namespace sayvo::testing {
 class TestEditor
 {
 public:
-    TestEditor(DesktopSession &session, QString title);
+    // Without accessibility the window runs with GTK's AT-SPI bridge switched off, like an
+    // application that exposes nothing.
+    TestEditor(DesktopSession &session, QString title, bool accessible = true);
 
     bool isReady() const { return m_ready; }
     QString title() const { return m_title; }
@@ -28,6 +30,8 @@ public:
     void setText(const QString &text) { setText(text, int(text.size()), int(text.size())); }
     // Waits until the field holds exactly this text.
     bool waitForText(const QString &text, int timeoutMs = 5000);
+    // Puts text on the clipboard through GTK.
+    void copy(const QString &text);
     // Makes the window the active one again.
     bool activate();
 
