@@ -102,11 +102,21 @@ std::optional<QDBusMessage> AccessibilityProviderAtSpi::call(const ObjectRef &ob
     if (!m_bus) {
         return std::nullopt;
     }
+    if (const auto found = m_unresponsiveUntil.constFind(object.service);
+        found != m_unresponsiveUntil.constEnd()) {
+        if (!found->hasExpired()) {
+            return std::nullopt;
+        }
+        m_unresponsiveUntil.remove(object.service);
+    }
     QDBusMessage message
         = QDBusMessage::createMethodCall(object.service, object.path, interface, method);
     message.setArguments(arguments);
     QDBusMessage reply = m_bus->call(message, QDBus::Block, kTimeoutMs);
     if (reply.type() != QDBusMessage::ReplyMessage) {
+        if (reply.errorName() == QLatin1String("org.freedesktop.DBus.Error.NoReply")) {
+            m_unresponsiveUntil.insert(object.service, QDeadlineTimer(kUnresponsiveMs));
+        }
         return std::nullopt;
     }
     return reply;

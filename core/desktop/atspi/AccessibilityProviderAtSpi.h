@@ -4,6 +4,8 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDeadlineTimer>
+#include <QHash>
 #include <QString>
 
 #include <optional>
@@ -25,11 +27,14 @@ namespace sayvo {
 // AT-SPI answers only when the accessibility bus is running and enabled (org.a11y.Status
 // IsEnabled); otherwise every query is absent and every write fails. Each call waits at most
 // kTimeoutMs: a busy toolkit answers in a few milliseconds, and a hung application must not
-// hold the start of an utterance for longer than a user would tolerate.
+// hold the start of an utterance for longer than a user would tolerate. An application that
+// let one call time out is not asked again for kUnresponsiveMs, so a harvest, which makes
+// several calls, waits for it once rather than once per call.
 class AccessibilityProviderAtSpi : public AccessibilityProvider
 {
 public:
     static constexpr int kTimeoutMs = 500;
+    static constexpr int kUnresponsiveMs = 3000;
 
     AccessibilityProviderAtSpi();
     ~AccessibilityProviderAtSpi() override;
@@ -63,6 +68,7 @@ private:
 
     class Element;
 
+    QHash<QString, QDeadlineTimer> m_unresponsiveUntil;
     QString m_busAddress;
     std::optional<QDBusConnection> m_bus;
 };

@@ -245,6 +245,9 @@ bool PasteboardX11::isMetaTarget(unsigned long target) const
 
 std::optional<QByteArray> PasteboardX11::convert(unsigned long target)
 {
+    if (m_ownerTimedOut) {
+        return std::nullopt;
+    }
     Display *display = m_connection->display();
     XDeleteProperty(display, m_window, m_transfer);
     XConvertSelection(display, m_clipboard, target, m_transfer, m_window, CurrentTime);
@@ -256,6 +259,7 @@ std::optional<QByteArray> PasteboardX11::convert(unsigned long target)
                     && candidate.xselection.requestor == window;
             },
             event, kOwnerTimeoutMs)) {
+        m_ownerTimedOut = true;
         return std::nullopt;
     }
     if (event.xselection.property == None) {
@@ -294,6 +298,7 @@ std::optional<QByteArray> PasteboardX11::readIncrementally()
                         && candidate.xproperty.state == PropertyNewValue;
                 },
                 event, kOwnerTimeoutMs)) {
+            m_ownerTimedOut = true;
             return std::nullopt;
         }
         const auto piece = m_connection->property(m_window, m_transfer, true);
@@ -312,6 +317,7 @@ std::vector<PasteboardItem> PasteboardX11::items()
     if (!ensureConnection()) {
         return {};
     }
+    m_ownerTimedOut = false;
     syncOwnerNotifications();
     if (m_owned) {
         return {m_offered};
@@ -355,6 +361,7 @@ std::optional<QString> PasteboardX11::string()
     if (!ensureConnection()) {
         return std::nullopt;
     }
+    m_ownerTimedOut = false;
     syncOwnerNotifications();
     if (m_owned) {
         for (const char *target : kTextTargets) {

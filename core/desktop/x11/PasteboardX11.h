@@ -18,7 +18,8 @@ class X11Connection;
 class PasteboardX11 : public Pasteboard
 {
 public:
-    // How long a read waits for the clipboard's owner to answer one request.
+    // How long a read waits for the clipboard's owner to answer one request. After one
+    // unanswered request the rest of that read is given up, so a hung owner costs one wait.
     static constexpr int kOwnerTimeoutMs = 500;
 
     PasteboardX11();
@@ -51,6 +52,7 @@ private:
     unsigned long m_transfer = 0;
     unsigned long m_incr = 0;
     qint64 m_changeCount = 0;
+    bool m_ownerTimedOut = false;
     bool m_owned = false;
     unsigned long m_ownedSince = 0;
     PasteboardItem m_offered;

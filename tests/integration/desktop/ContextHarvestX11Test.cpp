@@ -6,7 +6,11 @@
 #include "WindowListX11.h"
 #include "WorkspaceX11.h"
 
+#include <QElapsedTimer>
+#include <QScopeGuard>
 #include <QTest>
+
+#include <csignal>
 
 #include <gtest/gtest.h>
 
@@ -89,6 +93,27 @@ TEST_F(ContextHarvestX11Test, AnApplicationWithoutAccessibilityGetsItsTitleFromT
     EXPECT_EQ(pack.screenText, std::nullopt);
     EXPECT_EQ(pack.clipboard, std::nullopt);
     EXPECT_EQ(pack.personalDictionary, std::nullopt);
+}
+
+TEST_F(ContextHarvestX11Test, AHungApplicationCostsOneTimeOutPerService)
+{
+    start(true);
+    m_editor->setText(sentence(300));
+    m_editor->copy(QStringLiteral("owned by the hung application"));
+    ASSERT_TRUE(harvestWhenVisible().screenText);
+
+    ASSERT_EQ(::kill(pid_t(m_editor->pid()), SIGSTOP), 0);
+    const auto resume = qScopeGuard([this] { ::kill(pid_t(m_editor->pid()), SIGCONT); });
+    QElapsedTimer timer;
+    timer.start();
+    const ContextPack pack = m_harvester->harvestCheapContext({});
+    const qint64 elapsedMs = timer.elapsed();
+    // One wait for the accessibility calls and one for the clipboard, not one per request.
+    EXPECT_LT(elapsedMs, 4 * AccessibilityProviderAtSpi::kTimeoutMs);
+    EXPECT_EQ(pack.appBundleId, "SayvoTestEditor");
+    EXPECT_EQ(pack.windowTitle, "Harvest target");
+    EXPECT_EQ(pack.screenText, std::nullopt);
+    EXPECT_EQ(pack.clipboard, std::nullopt);
 }
 
 TEST_F(ContextHarvestX11Test, TheWindowListRunsFrontToBack)
