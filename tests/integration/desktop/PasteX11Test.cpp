@@ -1,4 +1,5 @@
 #include "AccessibilityProviderAtSpi.h"
+#include "DesktopServices.h"
 #include "DesktopSession.h"
 #include "KeySynthesizerX11.h"
 #include "PasteboardX11.h"
@@ -132,6 +133,29 @@ TEST_F(PasteX11Test, ChangeCountFollowsWritesByEveryone)
     m_editor->copy(QStringLiteral("two"));
     EXPECT_TRUE(QTest::qWaitFor([&] { return pasteboard.changeCount() > afterOwnWrite; }, 5000));
     EXPECT_EQ(pasteboard.string(), QStringLiteral("two"));
+}
+
+TEST(DesktopServicesLinuxTest, TheFactoryGivesWorkingX11AndAtSpiAdapters)
+{
+    DesktopSession session;
+    ASSERT_TRUE(session.isReady()) << session.failure().toStdString();
+    TestEditor editor(session, QStringLiteral("Factory target"));
+    ASSERT_TRUE(editor.isReady());
+    DesktopServices services = createDesktopServices();
+    ASSERT_TRUE(services.keyboard && services.pasteboard && services.keySynthesizer
+        && services.accessibility && services.workspace && services.windowList);
+    EXPECT_TRUE(
+        services.keyboard->install({}, [](const KeyEvent &) { return KeyEventDisposition::pass; }));
+    const auto front = services.workspace->frontmostApplication();
+    ASSERT_TRUE(front);
+    EXPECT_EQ(front->pid, editor.pid());
+    EXPECT_TRUE(services.windowList->onScreenWindows());
+    EXPECT_TRUE(services.pasteboard->setConcealedString(QStringLiteral("from the factory")));
+    EXPECT_TRUE(services.keySynthesizer->postPaste(PasteShortcut::standard));
+    EXPECT_TRUE(editor.waitForText(QStringLiteral("from the factory")));
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return services.accessibility->applicationElement(editor.pid()) != nullptr; },
+        10000));
 }
 
 } // namespace
