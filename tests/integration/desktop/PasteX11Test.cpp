@@ -7,9 +7,15 @@
 #include "TextInserter.h"
 #include "WorkspaceX11.h"
 
+#include <QScopeGuard>
 #include <QTest>
 
+
 #include <gtest/gtest.h>
+
+// Last: Xlib's macros (None, Bool) clash with names in the headers above.
+#include <X11/Xlib.h>
+#include <X11/keysym.h>
 
 using namespace sayvo;
 using namespace sayvo::testing;
@@ -133,6 +139,47 @@ TEST_F(PasteX11Test, ChangeCountFollowsWritesByEveryone)
     m_editor->copy(QStringLiteral("two"));
     EXPECT_TRUE(QTest::qWaitFor([&] { return pasteboard.changeCount() > afterOwnWrite; }, 5000));
     EXPECT_EQ(pasteboard.string(), QStringLiteral("two"));
+}
+
+// Swaps the keysyms of two keys, as a layout where they sit elsewhere would.
+void swapKeys(Display *display, KeySym first, KeySym second)
+{
+    const KeyCode firstCode = XKeysymToKeycode(display, first);
+    const KeyCode secondCode = XKeysymToKeycode(display, second);
+    int perKeyCode = 0;
+    KeySym *firstSyms = XGetKeyboardMapping(display, firstCode, 1, &perKeyCode);
+    int secondPerKeyCode = 0;
+    KeySym *secondSyms = XGetKeyboardMapping(display, secondCode, 1, &secondPerKeyCode);
+    XChangeKeyboardMapping(display, firstCode, secondPerKeyCode, secondSyms, 1);
+    XChangeKeyboardMapping(display, secondCode, perKeyCode, firstSyms, 1);
+    XFree(firstSyms);
+    XFree(secondSyms);
+    XSync(display, False);
+}
+
+TEST_F(PasteX11Test, PasteFindsTheVKeyWhereverTheLayoutPutsIt)
+{
+    KeySynthesizerX11 keys;
+    // The synthesizer has seen the layout before it changes.
+    ASSERT_TRUE(keys.postPaste(PasteShortcut::standard));
+    Display *display = XOpenDisplay(m_session.display().toLocal8Bit().constData());
+    ASSERT_TRUE(display);
+    const KeyCode usualV = XKeysymToKeycode(display, XK_v);
+    swapKeys(display, XK_v, XK_x);
+    const auto restore = qScopeGuard([&] {
+        swapKeys(display, XK_v, XK_x);
+        XCloseDisplay(display);
+    });
+    ASSERT_NE(XKeysymToKeycode(display, XK_v), usualV);
+    // Let the editor take in the new layout.
+    QTest::qWait(200);
+
+    m_editor->setText(QStringLiteral("unchanged"), 0, 9);
+    PasteboardX11 pasteboard;
+    ASSERT_TRUE(pasteboard.setConcealedString(QStringLiteral("moved key")));
+    ASSERT_TRUE(keys.postPaste(PasteShortcut::standard));
+    // Control on the key that used to be V would now cut the selection instead.
+    EXPECT_TRUE(m_editor->waitForText(QStringLiteral("moved key")));
 }
 
 TEST(DesktopServicesLinuxTest, TheFactoryGivesWorkingX11AndAtSpiAdapters)
