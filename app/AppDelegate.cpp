@@ -8,6 +8,7 @@
 #include "HotkeyManager.h"
 #include "Logging.h"
 #include "MenuBarController.h"
+#include "PermissionsPlatform.h"
 #include "PreferenceStore.h"
 #include "SayvoCoordinator.h"
 #include "SettingsStore.h"
