@@ -31,7 +31,7 @@ int main(int argc, char **argv)
     sayvo::AppDelegate delegate(preferences, sayvo::AppPlatform::native());
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, &sayvo::AppDelegate::applicationWillTerminate);
     // SIGTERM and SIGINT end the run like Quit does, so the engine is shut down too.
-    sayvo::ShutdownSignals signals(&app);
+    sayvo::ShutdownSignals shutdownSignals(&app);
     delegate.applicationDidFinishLaunching();
     return QApplication::exec();
 }
