@@ -15,6 +15,7 @@ namespace sayvo {
 
 HUDController::HUDController(SayvoCoordinator &coordinator, QObject *parent)
     : QObject(parent)
+    , m_screen([] { return QGuiApplication::primaryScreen(); })
 {
     m_hideTimer.setSingleShot(true);
     connect(&m_hideTimer, &QTimer::timeout, this, [this] {
@@ -84,7 +85,7 @@ void HUDController::scheduleHide(double seconds)
 
 void HUDController::positionNearCaretOrFixed()
 {
-    QScreen *screen = QGuiApplication::primaryScreen();
+    QScreen *screen = m_screen();
     if (screen == nullptr || !m_panel) {
         return; // without a screen the panel keeps its place
     }

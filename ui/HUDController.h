@@ -7,8 +7,10 @@
 #include <QTimer>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
+class QScreen;
 class QWidget;
 
 namespace sayvo {
@@ -30,7 +32,11 @@ public:
     static constexpr double kSuccessHideSeconds = 1.2;
     static constexpr double kErrorHideSeconds = 2.0;
 
+    using ScreenProvider = std::function<QScreen *()>;
+
+    // The panel sits on the screen `screen` returns (the primary screen unless told otherwise).
     explicit HUDController(SayvoCoordinator &coordinator, QObject *parent = nullptr);
+    void setScreenProvider(ScreenProvider screen) { m_screen = std::move(screen); }
     ~HUDController() override;
 
     void render(const AppState &state, bool captureLive);
@@ -56,6 +62,7 @@ private:
     std::unique_ptr<QWidget> m_panel;
     HUDView *m_view = nullptr;
     QTimer m_hideTimer;
+    ScreenProvider m_screen;
     std::atomic<float> m_latestLevel{0.0f};
     std::atomic<bool> m_levelPending{false};
 };

@@ -117,7 +117,12 @@ QString MenuBarController::iconSymbol(const AppState &state, const EngineConnect
 
 QString MenuBarController::statusTitle() const
 {
-    if (const auto *connected = m_connectionHealth.as<EngineConnectionHealth::Connected>();
+    return statusTitle(m_connectionHealth, m_engineState);
+}
+
+QString MenuBarController::statusTitle(const EngineConnectionHealth &health, const EngineState &engineState)
+{
+    if (const auto *connected = health.as<EngineConnectionHealth::Connected>();
         connected != nullptr && connected->mockBackends) {
         return QString::fromUtf8("Engine: mock mode (no transcription) — restart");
     }
@@ -142,7 +147,7 @@ QString MenuBarController::statusTitle() const
                 return QStringLiteral("Sayvo");
             }
         },
-        m_engineState);
+        engineState);
 }
 
 void MenuBarController::refresh()

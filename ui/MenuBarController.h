@@ -43,6 +43,8 @@ public:
     ~MenuBarController() override;
 
     QString statusTitle() const;
+    // The engine status line for a connection health and engine state.
+    static QString statusTitle(const EngineConnectionHealth &health, const EngineState &engineState);
     // The symbol the icon shows for a dictation state, connection health and engine state.
     static QString iconSymbol(const AppState &state, const EngineConnectionHealth &health,
                               const EngineState &engineState);
