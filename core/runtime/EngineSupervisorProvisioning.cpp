@@ -40,6 +40,13 @@ std::optional<ProvisioningStep::Status> stepStatus(const QString &token)
 
 } // namespace
 
+void EngineSupervisor::beginProvisioning()
+{
+    if (m_lastEndpoint && isLoopback(*m_lastEndpoint) && m_locator.hasPayload()) {
+        runBootstrap();
+    }
+}
+
 void EngineSupervisor::runBootstrap()
 {
     // One bootstrap at a time.
