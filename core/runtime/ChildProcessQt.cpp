@@ -63,7 +63,7 @@ public:
 
     void terminate()
     {
-        if (m_terminating || m_ended) {
+        if (m_terminating || (m_ended && !groupAlive(m_group))) {
             return;
         }
         m_terminating = true;
@@ -120,6 +120,9 @@ private:
         if (m_exit) {
             m_exit(exitCode);
         }
+        // What the child started must not linger once the child is gone: an engine left
+        // behind by a crashed run script would keep its port and its memory.
+        terminate();
         deleteWhenDone();
     }
 

@@ -11,7 +11,8 @@ class ProcessHost;
 // Child processes through QProcess. Every process is driven by one I/O thread that the
 // launcher owns, so their output is read off the main thread. Each child runs in a process
 // group of its own; terminate() signals the whole group (the shell and the engine it starts)
-// and kills what is still there kTerminateGraceMs later. Destroying the launcher waits for
+// and kills what is still there kTerminateGraceMs later. When the child ends on its own, the
+// rest of its group is ended the same way. Destroying the launcher waits for
 // the rest of that grace period and kills what remains, so no child outlives it.
 class ChildProcessLauncherQt : public ChildProcessLauncher
 {
