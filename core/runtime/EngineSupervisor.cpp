@@ -19,12 +19,19 @@ namespace sayvo {
 
 namespace {
 
-const QString kMockEngineNotOurs = QStringLiteral(
-    "A placeholder (mock) engine is running on this endpoint. Stop it (or fix its backends) and "
-    "restart — the app can't get real transcripts until then.");
-const QString kMockEngineOurs = QStringLiteral(
-    "The engine started in placeholder (mock) mode — its ASR/GEC backends failed to load. Open "
-    "Engine Setup to reinstall the backends.");
+QString mockEngineNotOurs()
+{
+    return QStringLiteral("A placeholder (mock) engine is running on this endpoint. Stop it (or "
+                          "fix its backends) and "
+                          "restart — the app can't get real transcripts until then.");
+}
+
+QString mockEngineOurs()
+{
+    return QStringLiteral(
+        "The engine started in placeholder (mock) mode — its ASR/GEC backends failed to load. Open "
+        "Engine Setup to reinstall the backends.");
+}
 
 } // namespace
 
@@ -241,7 +248,7 @@ void EngineSupervisor::attachOutput(
 void EngineSupervisor::handleMockBackends()
 {
     if (m_engineExternallyManaged || !m_engineProcess) {
-        setState(engine_state::Failed {kMockEngineNotOurs});
+        setState(engine_state::Failed {mockEngineNotOurs()});
         return;
     }
     if (m_locator.isProvisioned() && m_mockRelaunchCount < kMaxMockRelaunches) {
@@ -255,7 +262,7 @@ void EngineSupervisor::handleMockBackends()
         scheduleRelaunch(kMockRelaunchDelaySeconds);
         return;
     }
-    setState(engine_state::Failed {kMockEngineOurs});
+    setState(engine_state::Failed {mockEngineOurs()});
 }
 
 void EngineSupervisor::handleHealthyBackends()
