@@ -2,6 +2,7 @@
 
 #include "ChildProcessQt.h"
 #include "Logging.h"
+#include "MainThread.h"
 #include "OutputLineReader.h"
 
 #include <QCoreApplication>

@@ -1,6 +1,6 @@
 #include "FootprintSampler.h"
 
-#include "OutputLineReader.h"
+#include "MainThread.h"
 #include "ProcessTable.h"
 
 #include <QPointer>
