@@ -159,7 +159,7 @@ void EngineSupervisor::launchEngine()
     launch.arguments
         = {m_locator.runScript(), QStringLiteral("--app-dir"), m_locator.effectiveAppDir()};
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    // The wildcard bind is deliberate: the engine decides who may connect, not the client.
+    // Deliberately the wildcard address, although this client only connects over loopback.
     environment.insert(QStringLiteral("ENGINE_HOST"), QStringLiteral("0.0.0.0"));
     if (m_lastEndpoint && m_lastEndpoint->port() >= 0) {
         environment.insert(QStringLiteral("ENGINE_PORT"), QString::number(m_lastEndpoint->port()));
