@@ -34,17 +34,16 @@ AppPlatform AppPlatform::native()
     platform.desktopServices = createDesktopServices;
     platform.permissions = createPermissions;
     platform.runtimeLocator = [] { return RuntimeLocator::standard(mainAppBundle()); };
-    platform.supervisorOptions = [] { return EngineSupervisor::Options{}; };
+    platform.supervisorOptions = [] { return EngineSupervisor::Options {}; };
     return platform;
 }
 
 AppDelegate::AppDelegate(PreferenceStore &preferences, AppPlatform platform, QObject *parent)
-    : QObject(parent)
-    , m_platform(std::move(platform))
-    , m_settings(std::make_unique<SettingsStore>(preferences))
-    , m_usageStats(std::make_unique<UsageStatsStore>(preferences))
-{
-}
+    : QObject(parent),
+      m_platform(std::move(platform)),
+      m_settings(std::make_unique<SettingsStore>(preferences)),
+      m_usageStats(std::make_unique<UsageStatsStore>(preferences))
+{ }
 
 AppDelegate::~AppDelegate()
 {
@@ -64,26 +63,30 @@ void AppDelegate::applicationDidFinishLaunching()
     QApplication::setQuitOnLastWindowClosed(false);
 
     // 2. The engine client.
-    m_engineClient = std::make_unique<EngineClient>(m_settings->endpointURL(), QString::fromLatin1(kClientVersion),
-                                                    std::nullopt);
+    m_engineClient = std::make_unique<EngineClient>(
+        m_settings->endpointURL(), QString::fromLatin1(kClientVersion), std::nullopt);
 
     // 3. The runtime locator and the engine supervisor.
-    m_engineSupervisor = std::make_unique<EngineSupervisor>(m_platform.runtimeLocator(), m_platform.supervisorOptions());
+    m_engineSupervisor = std::make_unique<EngineSupervisor>(
+        m_platform.runtimeLocator(), m_platform.supervisorOptions());
 
-    // 4. Capture, trigger keys, context harvesting and text insertion over this platform's services.
+    // 4. Capture, trigger keys, context harvesting and text insertion over this platform's
+    // services.
     m_audioHardware = m_platform.audioHardware();
-    m_audioCapture = std::make_unique<AudioCapture>(m_platform.audioInputEngine(), *m_audioHardware);
+    m_audioCapture
+        = std::make_unique<AudioCapture>(m_platform.audioInputEngine(), *m_audioHardware);
     m_desktop = m_platform.desktopServices();
-    m_hotkeyManager = std::make_unique<HotkeyManager>(m_settings->hotkeyTrigger(), std::move(m_desktop.keyboard));
-    m_contextHarvester = std::make_unique<ContextHarvester>(m_desktop.workspace, m_desktop.accessibility,
-                                                            m_desktop.windowList, m_desktop.pasteboard);
+    m_hotkeyManager = std::make_unique<HotkeyManager>(
+        m_settings->hotkeyTrigger(), std::move(m_desktop.keyboard));
+    m_contextHarvester = std::make_unique<ContextHarvester>(
+        m_desktop.workspace, m_desktop.accessibility, m_desktop.windowList, m_desktop.pasteboard);
     m_textInserter = std::make_unique<TextInserter>(m_desktop.pasteboard, m_desktop.keySynthesizer,
-                                                    m_desktop.accessibility, m_desktop.workspace);
+        m_desktop.accessibility, m_desktop.workspace);
 
     // 5. The coordinator.
-    m_coordinator = std::make_unique<SayvoCoordinator>(*m_engineClient, *m_audioCapture, *m_hotkeyManager,
-                                                       *m_contextHarvester, *m_textInserter, *m_settings,
-                                                       *m_usageStats, *m_audioHardware);
+    m_coordinator
+        = std::make_unique<SayvoCoordinator>(*m_engineClient, *m_audioCapture, *m_hotkeyManager,
+            *m_contextHarvester, *m_textInserter, *m_settings, *m_usageStats, *m_audioHardware);
 
     // 6. The heads-up display, whose level bars follow the microphone.
     m_hudController = std::make_unique<HUDController>(*m_coordinator);
@@ -103,40 +106,41 @@ void AppDelegate::applicationDidFinishLaunching()
             }
         };
     };
-    m_menuBarController = std::make_unique<MenuBarController>(
-        *m_coordinator, *m_engineSupervisor, m_settings->hotkeyTrigger(), call(&AppDelegate::showSettings),
+    m_menuBarController = std::make_unique<MenuBarController>(*m_coordinator, *m_engineSupervisor,
+        m_settings->hotkeyTrigger(), call(&AppDelegate::showSettings),
         call(&AppDelegate::showSetup), call(&AppDelegate::showCalibration));
 
     // 8. Endpoint: the client moves first, then the supervisor; the current value comes at once.
-    subscribe(m_settings.get(), &SettingsStore::endpointURL, &SettingsStore::endpointURLChanged, this,
-              [this](const QUrl &url) {
-                  m_engineClient->updateEndpoint(url);
-                  m_engineSupervisor->start(url);
-              });
+    subscribe(m_settings.get(), &SettingsStore::endpointURL, &SettingsStore::endpointURLChanged,
+        this, [this](const QUrl &url) {
+            m_engineClient->updateEndpoint(url);
+            m_engineSupervisor->start(url);
+        });
 
     // 9. States that need the user open the setup window.
-    subscribe(m_engineSupervisor.get(), &EngineSupervisor::state, &EngineSupervisor::stateChanged, this,
-              [this](const EngineState &state) {
-                  const bool needsUser = std::holds_alternative<engine_state::Provisioning>(state)
-                                         || std::holds_alternative<engine_state::NeedsPrerequisite>(state)
-                                         || std::holds_alternative<engine_state::Failed>(state)
-                                         || std::holds_alternative<engine_state::NeedsSetup>(state);
-                  if (needsUser) {
-                      QMetaObject::invokeMethod(this, &AppDelegate::showSetup, Qt::QueuedConnection);
-                  }
-              });
+    subscribe(m_engineSupervisor.get(), &EngineSupervisor::state, &EngineSupervisor::stateChanged,
+        this, [this](const EngineState &state) {
+            const bool needsUser = std::holds_alternative<engine_state::Provisioning>(state)
+                || std::holds_alternative<engine_state::NeedsPrerequisite>(state)
+                || std::holds_alternative<engine_state::Failed>(state)
+                || std::holds_alternative<engine_state::NeedsSetup>(state);
+            if (needsUser) {
+                QMetaObject::invokeMethod(this, &AppDelegate::showSetup, Qt::QueuedConnection);
+            }
+        });
 
     // 10. The engine's handshake tells the supervisor whether its backends are real.
-    subscribe(m_coordinator.get(), &SayvoCoordinator::connectionHealth, &SayvoCoordinator::connectionHealthChanged,
-              this, [this](const EngineConnectionHealth &health) {
-                  if (const auto *connected = health.as<EngineConnectionHealth::Connected>()) {
-                      if (connected->mockBackends) {
-                          m_engineSupervisor->handleMockBackends();
-                      } else {
-                          m_engineSupervisor->handleHealthyBackends();
-                      }
-                  }
-              });
+    subscribe(m_coordinator.get(), &SayvoCoordinator::connectionHealth,
+        &SayvoCoordinator::connectionHealthChanged, this,
+        [this](const EngineConnectionHealth &health) {
+            if (const auto *connected = health.as<EngineConnectionHealth::Connected>()) {
+                if (connected->mockBackends) {
+                    m_engineSupervisor->handleMockBackends();
+                } else {
+                    m_engineSupervisor->handleHealthyBackends();
+                }
+            }
+        });
 
     // 11. Permission preflight; denials are shown in the settings window, not here.
     m_permissions = m_platform.permissions(*m_audioHardware, *m_hotkeyManager);
@@ -191,7 +195,8 @@ void AppDelegate::startInputSetupPollIfNeeded()
         QMetaObject::invokeMethod(
             weak.data(),
             [weak] {
-                if (weak && weak->m_inputSetupPoll && weak->m_coordinator->retryInputSetupIfNeeded()) {
+                if (weak && weak->m_inputSetupPoll
+                    && weak->m_coordinator->retryInputSetupIfNeeded()) {
                     weak->m_inputSetupPoll.reset();
                 }
             },
@@ -206,8 +211,9 @@ void AppDelegate::installMainMenu()
     // hidden and its actions reach the app's own windows as shortcuts.
     m_mainMenu = std::make_unique<QMenuBar>();
     QMenu *application = m_mainMenu->addMenu(QStringLiteral("Sayvo"));
-    QAction *quit = application->addAction(QStringLiteral("Quit ") + QCoreApplication::applicationName(), qApp,
-                                           &QCoreApplication::quit);
+    QAction *quit
+        = application->addAction(QStringLiteral("Quit ") + QCoreApplication::applicationName(),
+            qApp, &QCoreApplication::quit);
     quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
     quit->setShortcutContext(Qt::ApplicationShortcut);
     quit->setMenuRole(QAction::QuitRole);
@@ -222,12 +228,11 @@ void AppDelegate::installMainMenu()
         const char *slot;
     };
     const EditItem items[] = {{"Undo", QKeySequence(Qt::CTRL | Qt::Key_Z), "undo"},
-                              {"Redo", QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z), "redo"},
-                              {nullptr, {}, nullptr},
-                              {"Cut", QKeySequence(Qt::CTRL | Qt::Key_X), "cut"},
-                              {"Copy", QKeySequence(Qt::CTRL | Qt::Key_C), "copy"},
-                              {"Paste", QKeySequence(Qt::CTRL | Qt::Key_V), "paste"},
-                              {"Select All", QKeySequence(Qt::CTRL | Qt::Key_A), "selectAll"}};
+        {"Redo", QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z), "redo"}, {nullptr, {}, nullptr},
+        {"Cut", QKeySequence(Qt::CTRL | Qt::Key_X), "cut"},
+        {"Copy", QKeySequence(Qt::CTRL | Qt::Key_C), "copy"},
+        {"Paste", QKeySequence(Qt::CTRL | Qt::Key_V), "paste"},
+        {"Select All", QKeySequence(Qt::CTRL | Qt::Key_A), "selectAll"}};
     for (const EditItem &item : items) {
         if (item.title == nullptr) {
             edit->addSeparator();
@@ -276,8 +281,8 @@ void AppDelegate::bringToFront(QWidget *window)
 void AppDelegate::showSettings()
 {
     if (!m_settingsWindow) {
-        m_settingsWindow = makeSettingsWindow(*m_settings, *m_usageStats, *m_coordinator, *m_engineSupervisor,
-                                              *m_permissions);
+        m_settingsWindow = makeSettingsWindow(
+            *m_settings, *m_usageStats, *m_coordinator, *m_engineSupervisor, *m_permissions);
         prepareWindow(m_settingsWindow.get(), QStringLiteral("Settings"), true);
     }
     bringToFront(m_settingsWindow.get());

@@ -11,17 +11,16 @@
 namespace sayvo {
 
 namespace {
-    int g_pipe[2] = {-1, -1};
+int g_pipe[2] = {-1, -1};
 
-    void onSignal(int)
-    {
-        const char byte = 1;
-        [[maybe_unused]] const auto written = ::write(g_pipe[1], &byte, 1);
-    }
+void onSignal(int)
+{
+    const char byte = 1;
+    [[maybe_unused]] const auto written = ::write(g_pipe[1], &byte, 1);
+}
 } // namespace
 
-ShutdownSignals::ShutdownSignals(QObject *parent)
-    : QObject(parent)
+ShutdownSignals::ShutdownSignals(QObject *parent) : QObject(parent)
 {
     if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_pipe) != 0) {
         return;

@@ -4,8 +4,8 @@
 
 namespace sayvo {
 
-std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &, UsageStatsStore &, SayvoCoordinator &,
-                                            EngineSupervisor &, Permissions &)
+std::unique_ptr<QWidget> makeSettingsWindow(
+    SettingsStore &, UsageStatsStore &, SayvoCoordinator &, EngineSupervisor &, Permissions &)
 {
     auto window = std::make_unique<QWidget>();
     window->resize(640, 440);

@@ -15,9 +15,9 @@ class UsageStatsStore;
 
 // The content of the three auxiliary windows, built on first request.
 std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
-                                            SayvoCoordinator &coordinator, EngineSupervisor &engineSupervisor,
-                                            Permissions &permissions);
+    SayvoCoordinator &coordinator, EngineSupervisor &engineSupervisor, Permissions &permissions);
 std::unique_ptr<QWidget> makeSetupWindow(EngineSupervisor &engineSupervisor);
-std::unique_ptr<QWidget> makeCalibrationWindow(SayvoCoordinator &coordinator, EngineClient &engineClient);
+std::unique_ptr<QWidget> makeCalibrationWindow(
+    SayvoCoordinator &coordinator, EngineClient &engineClient);
 
 } // namespace sayvo

@@ -14,16 +14,17 @@
 namespace sayvo {
 
 HUDController::HUDController(SayvoCoordinator &coordinator, QObject *parent)
-    : QObject(parent)
-    , m_screen([] { return QGuiApplication::primaryScreen(); })
+    : QObject(parent), m_screen([] { return QGuiApplication::primaryScreen(); })
 {
     m_hideTimer.setSingleShot(true);
+    m_hideTimer.setTimerType(Qt::PreciseTimer);
     connect(&m_hideTimer, &QTimer::timeout, this, [this] {
         if (m_panel) {
             m_panel->hide();
         }
     });
-    auto rerender = [this, &coordinator] { render(coordinator.state(), coordinator.isCaptureLive()); };
+    auto rerender
+        = [this, &coordinator] { render(coordinator.state(), coordinator.isCaptureLive()); };
     connect(&coordinator, &SayvoCoordinator::stateChanged, this, rerender);
     connect(&coordinator, &SayvoCoordinator::isCaptureLiveChanged, this, rerender);
 }
@@ -39,9 +40,10 @@ void HUDController::createPanel()
 {
     // A tool window that X11 window managers leave alone: no frame, no focus, no clicks,
     // always above the application the user is dictating into.
-    m_panel = std::make_unique<QWidget>(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint
-                                                     | Qt::WindowDoesNotAcceptFocus | Qt::WindowTransparentForInput
-                                                     | Qt::X11BypassWindowManagerHint | Qt::NoDropShadowWindowHint);
+    m_panel = std::make_unique<QWidget>(nullptr,
+        Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus
+            | Qt::WindowTransparentForInput | Qt::X11BypassWindowManagerHint
+            | Qt::NoDropShadowWindowHint);
     m_panel->setObjectName(QStringLiteral("SayvoHUD"));
     m_panel->setWindowTitle(QStringLiteral("Sayvo"));
     m_panel->setAttribute(Qt::WA_TranslucentBackground);
@@ -91,8 +93,8 @@ void HUDController::positionNearCaretOrFixed()
     }
     const QRect visible = screen->availableGeometry();
     // Qt's y grows downwards: "80 points above the bottom" is bottom - 80 - height.
-    const QRect frame(visible.center().x() - kWidth / 2, visible.bottom() + 1 - kBottomOffset - kHeight, kWidth,
-                      kHeight);
+    const QRect frame(visible.x() + visible.width() / 2 - kWidth / 2,
+        visible.y() + visible.height() - kBottomOffset - kHeight, kWidth, kHeight);
     if (m_panel->geometry() != frame) {
         m_panel->setGeometry(frame);
     }
@@ -115,7 +117,8 @@ void HUDController::postLevel(float rms)
 void HUDController::applyLatestLevel()
 {
     m_levelPending.store(false);
-    if (m_view != nullptr && isShown() && m_view->currentIndicator() == HUDView::Indicator::waveform) {
+    if (m_view != nullptr && isShown()
+        && m_view->currentIndicator() == HUDView::Indicator::waveform) {
         m_view->waveform()->pushLevel(barLevel(m_latestLevel.load()));
     }
 }

@@ -63,8 +63,8 @@ private:
     HUDView *m_view = nullptr;
     QTimer m_hideTimer;
     ScreenProvider m_screen;
-    std::atomic<float> m_latestLevel{0.0f};
-    std::atomic<bool> m_levelPending{false};
+    std::atomic<float> m_latestLevel {0.0f};
+    std::atomic<bool> m_levelPending {false};
 };
 
 } // namespace sayvo

@@ -13,25 +13,25 @@
 namespace sayvo {
 
 namespace {
-    // The HUD's fixed theme.
-    const QColor kBackground(28, 28, 30, 235);
-    const QColor kText(245, 245, 247);
-    const QColor kListening(255, 69, 58);
-    const QColor kProcessing(10, 132, 255);
-    const QColor kSuccess(48, 209, 88);
-    const QColor kError(255, 159, 10);
-    const QColor kEmpty(152, 152, 157);
-    constexpr int kIndicatorSize = 18;
+// The HUD's fixed theme.
+const QColor kBackground(28, 28, 30, 235);
+const QColor kText(245, 245, 247);
+const QColor kListening(255, 69, 58);
+const QColor kProcessing(10, 132, 255);
+const QColor kSuccess(48, 209, 88);
+const QColor kError(255, 159, 10);
+const QColor kEmpty(152, 152, 157);
+constexpr int kIndicatorSize = 18;
 } // namespace
 
-HUDView::HUDView(QWidget *parent)
-    : QWidget(parent)
+HUDView::HUDView(QWidget *parent) : QWidget(parent)
 {
     setAttribute(Qt::WA_TranslucentBackground);
     setAttribute(Qt::WA_TransparentForMouseEvents);
 
     m_indicators = new QStackedWidget(this);
-    m_indicators->setFixedWidth(WaveformView::kBarCount * (WaveformView::kBarWidth + WaveformView::kBarSpacing));
+    m_indicators->setFixedWidth(
+        WaveformView::kBarCount * (WaveformView::kBarWidth + WaveformView::kBarSpacing));
     m_indicators->setFixedHeight(kIndicatorSize);
     m_indicators->addWidget(new QWidget());
     m_waveform = new WaveformView();
@@ -71,7 +71,8 @@ QString HUDView::label(const AppState &state, bool captureLive)
         return QString::fromUtf8("Processing…");
     }
     if (const auto *success = state.as<AppState::Success>()) {
-        return success->wasRaw ? success->formattedText + QStringLiteral(" (raw)") : success->formattedText;
+        return success->wasRaw ? success->formattedText + QStringLiteral(" (raw)")
+                               : success->formattedText;
     }
     if (const auto *error = state.as<AppState::Error>()) {
         return error->message;
@@ -90,7 +91,8 @@ HUDView::Indicator HUDView::indicator(const AppState &state)
     if (state.is<AppState::Processing>()) {
         return Indicator::spinner;
     }
-    if (state.is<AppState::Success>() || state.is<AppState::Error>() || state.is<AppState::EmptyTranscript>()) {
+    if (state.is<AppState::Success>() || state.is<AppState::Error>()
+        || state.is<AppState::EmptyTranscript>()) {
         return Indicator::symbol;
     }
     return Indicator::none;
@@ -164,7 +166,8 @@ void HUDView::setState(const AppState &state, bool captureLive)
 void HUDView::updateElidedLabel()
 {
     const int width = std::max(0, m_label->width());
-    m_label->setText(m_label->fontMetrics().elidedText(m_fullLabel, m_elideLeft ? Qt::ElideLeft : Qt::ElideRight, width));
+    m_label->setText(m_label->fontMetrics().elidedText(
+        m_fullLabel, m_elideLeft ? Qt::ElideLeft : Qt::ElideRight, width));
 }
 
 void HUDView::resizeEvent(QResizeEvent *event)
@@ -184,8 +187,7 @@ void HUDView::paintEvent(QPaintEvent *)
 }
 
 BusyIndicator::BusyIndicator(QWidget *parent)
-    : QWidget(parent)
-    , m_spin(new QPropertyAnimation(this, "angle", this))
+    : QWidget(parent), m_spin(new QPropertyAnimation(this, "angle", this))
 {
     setFixedSize(kIndicatorSize, kIndicatorSize);
     m_spin->setStartValue(0);

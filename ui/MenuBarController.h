@@ -38,16 +38,18 @@ public:
 
     // With the trigger `menuBarToggle`, a primary click on the icon starts and ends dictation
     // and the menu opens on the secondary click; otherwise any click opens the menu.
-    MenuBarController(SayvoCoordinator &coordinator, EngineSupervisor &engineSupervisor, HotkeyTrigger trigger,
-                      Action openSettings, Action openSetup, Action openCalibration, QObject *parent = nullptr);
+    MenuBarController(SayvoCoordinator &coordinator, EngineSupervisor &engineSupervisor,
+        HotkeyTrigger trigger, Action openSettings, Action openSetup, Action openCalibration,
+        QObject *parent = nullptr);
     ~MenuBarController() override;
 
     QString statusTitle() const;
     // The engine status line for a connection health and engine state.
-    static QString statusTitle(const EngineConnectionHealth &health, const EngineState &engineState);
+    static QString statusTitle(
+        const EngineConnectionHealth &health, const EngineState &engineState);
     // The symbol the icon shows for a dictation state, connection health and engine state.
     static QString iconSymbol(const AppState &state, const EngineConnectionHealth &health,
-                              const EngineState &engineState);
+        const EngineState &engineState);
     QString currentIconSymbol() const { return m_iconSymbol; }
 
     QMenu *menu() const { return m_menu.get(); }
@@ -83,7 +85,7 @@ private:
     std::unique_ptr<QMenu> m_menu;
     QSystemTrayIcon *m_trayIcon = nullptr; // child
     QAction *m_statusMenuItem = nullptr;
-    EngineState m_engineState = engine_state::Idle{};
+    EngineState m_engineState = engine_state::Idle {};
     EngineConnectionHealth m_connectionHealth;
     QString m_iconSymbol;
 };

@@ -5,22 +5,35 @@
 #include <QPixmap>
 #include <QSvgRenderer>
 
+// The symbols are compiled into the static ui library; its resources must be registered
+// by hand before the first lookup.
+static void registerSymbols()
+{
+    static const bool registered = [] {
+        Q_INIT_RESOURCE(shell);
+        return true;
+    }();
+    (void)registered;
+}
+
 namespace sayvo {
 
 namespace {
-    QString resourcePath(const QString &symbolName)
-    {
-        return QStringLiteral(":/icons/%1.svg").arg(symbolName);
-    }
+QString resourcePath(const QString &symbolName)
+{
+    return QStringLiteral(":/icons/%1.svg").arg(symbolName);
+}
 } // namespace
 
 bool SymbolIcon::exists(const QString &symbolName)
 {
+    registerSymbols();
     return QFile::exists(resourcePath(symbolName));
 }
 
 QIcon SymbolIcon::icon(const QString &symbolName, const QColor &color, int sizePx)
 {
+    registerSymbols();
     QFile file(resourcePath(symbolName));
     if (!file.open(QIODevice::ReadOnly)) {
         return {};

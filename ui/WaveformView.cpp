@@ -6,15 +6,13 @@
 
 namespace sayvo {
 
-WaveformView::WaveformView(QWidget *parent)
-    : QWidget(parent)
-    , m_levels(kBarCount, 0.0)
+WaveformView::WaveformView(QWidget *parent) : QWidget(parent), m_levels(kBarCount, 0.0)
 {
     setAttribute(Qt::WA_TransparentForMouseEvents);
     setFixedSize(sizeHint());
 
     auto *group = new QSequentialAnimationGroup();
-    for (const auto &[from, to] : {std::pair{0.55, 0.2}, std::pair{0.2, 0.55}}) {
+    for (const auto &[from, to] : {std::pair {0.55, 0.2}, std::pair {0.2, 0.55}}) {
         auto *fade = new QPropertyAnimation(this, "rowOpacity", group);
         fade->setStartValue(from);
         fade->setEndValue(to);
