@@ -39,7 +39,7 @@ HUDView::HUDView(QWidget *parent) : QWidget(parent)
     m_spinner = new BusyIndicator();
     m_indicators->addWidget(m_spinner);
     m_symbol = new QLabel();
-    m_symbol->setAlignment(Qt::AlignCenter);
+    m_symbol->setAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     m_indicators->addWidget(m_symbol);
 
     m_label = new QLabel(this);
