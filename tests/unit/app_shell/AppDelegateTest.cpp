@@ -361,3 +361,35 @@ TEST_F(AppDelegateTest, TerminationStopsTheCoordinatorThenTheSupervisor)
     ASSERT_TRUE(QTest::qWaitFor([&] { return engine.closeCode(0).has_value(); }, 5000));
     EXPECT_EQ(engine.closeCode(0), 1001);
 }
+
+TEST_F(AppDelegateTest, OnceReadyAndIdleNothingOfSayvosWakesTheMainThread)
+{
+    portOpen = true;
+    launch();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            return delegate->coordinator()
+                ->connectionHealth()
+                .is<EngineConnectionHealth::Connected>();
+        },
+        5000));
+    ASSERT_FALSE(delegate->isInputSetupPollRunning());
+
+    // Every timer event on the main thread, but for Qt's own pixmap-cache housekeeping.
+    struct Counter : QObject
+    {
+        QStringList seen;
+        bool eventFilter(QObject *watched, QEvent *event) override
+        {
+            if (event->type() == QEvent::Timer
+                && QByteArrayView(watched->metaObject()->className()) != QByteArrayView("QPMCache")) {
+                seen << QString::fromLatin1(watched->metaObject()->className());
+            }
+            return false;
+        }
+    } counter;
+    qApp->installEventFilter(&counter);
+    QTest::qWait(3000);
+    qApp->removeEventFilter(&counter);
+    EXPECT_TRUE(counter.seen.isEmpty()) << counter.seen.join(' ').toStdString();
+}
