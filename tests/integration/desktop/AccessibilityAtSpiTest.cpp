@@ -20,6 +20,8 @@ namespace {
 class AccessibilityAtSpiTest : public ::testing::Test
 {
 protected:
+    // Called through ASSERT_NO_FATAL_FAILURE: a failed assertion here returns from this
+    // function only, and the test would go on with the objects it did not create.
     void start(bool accessibleEditor)
     {
         ASSERT_TRUE(m_session.isReady()) << m_session.failure().toStdString();
@@ -53,7 +55,7 @@ protected:
 
 TEST_F(AccessibilityAtSpiTest, DirectInsertionReplacesTheSelectionAndKeepsTheRest)
 {
-    start(true);
+    ASSERT_NO_FATAL_FAILURE(start(true));
     m_editor->setText(QStringLiteral("keep THIS text"), 5, 9);
     ASSERT_TRUE(waitForFocus());
     EXPECT_TRUE(m_inserter->insert(QStringLiteral("that"), InsertionMethod::axDirect));
@@ -62,7 +64,7 @@ TEST_F(AccessibilityAtSpiTest, DirectInsertionReplacesTheSelectionAndKeepsTheRes
 
 TEST_F(AccessibilityAtSpiTest, DirectInsertionWithoutSelectionInsertsAtTheCaret)
 {
-    start(true);
+    ASSERT_NO_FATAL_FAILURE(start(true));
     m_editor->setText(QStringLiteral("front back"), 6, 6);
     ASSERT_TRUE(waitForFocus());
     EXPECT_TRUE(m_inserter->insertViaAX(QStringLiteral("middle ")));
@@ -71,7 +73,7 @@ TEST_F(AccessibilityAtSpiTest, DirectInsertionWithoutSelectionInsertsAtTheCaret)
 
 TEST_F(AccessibilityAtSpiTest, TheValueFallbackReplacesTheWholeText)
 {
-    start(true);
+    ASSERT_NO_FATAL_FAILURE(start(true));
     m_editor->setText(QStringLiteral("all of this goes"), 0, 3);
     const AccessibleElementPtr focused = waitForFocus();
     ASSERT_TRUE(focused);
@@ -82,7 +84,7 @@ TEST_F(AccessibilityAtSpiTest, TheValueFallbackReplacesTheWholeText)
 
 TEST_F(AccessibilityAtSpiTest, SelectionAndValueAreReadFromTheFocusedField)
 {
-    start(true);
+    ASSERT_NO_FATAL_FAILURE(start(true));
     m_editor->setText(QStringLiteral("read THIS please"), 5, 9);
     const AccessibleElementPtr focused = waitForFocus();
     ASSERT_TRUE(focused);
@@ -96,7 +98,7 @@ TEST_F(AccessibilityAtSpiTest, SelectionAndValueAreReadFromTheFocusedField)
 
 TEST_F(AccessibilityAtSpiTest, WithoutAnAccessibleFocusDirectInsertionFailsAndPasteIsUsed)
 {
-    start(false);
+    ASSERT_NO_FATAL_FAILURE(start(false));
     m_editor->setText(QString());
     EXPECT_EQ(AXHelpers::focusedElement(*m_accessibility), nullptr);
     EXPECT_FALSE(m_inserter->insertViaAX(QStringLiteral("pasted instead")));

@@ -31,6 +31,8 @@ QString sentence(int length)
 class ContextHarvestX11Test : public ::testing::Test
 {
 protected:
+    // Called through ASSERT_NO_FATAL_FAILURE: a failed assertion here returns from this
+    // function only, and the test would go on with the objects it did not create.
     void start(bool accessibleEditor)
     {
         ASSERT_TRUE(m_session.isReady()) << m_session.failure().toStdString();
@@ -62,7 +64,7 @@ protected:
 
 TEST_F(ContextHarvestX11Test, HarvestOfAGtkFieldOf500Characters)
 {
-    start(true);
+    ASSERT_NO_FATAL_FAILURE(start(true));
     const QString text = sentence(500);
     m_editor->setText(text);
     m_editor->copy(QStringLiteral("on the clipboard"));
@@ -77,7 +79,7 @@ TEST_F(ContextHarvestX11Test, HarvestOfAGtkFieldOf500Characters)
 
 TEST_F(ContextHarvestX11Test, ASelectionIsHarvestedWhole)
 {
-    start(true);
+    ASSERT_NO_FATAL_FAILURE(start(true));
     const QString text = sentence(500);
     m_editor->setText(text, 10, 400);
     const ContextPack pack = harvestWhenVisible();
@@ -86,7 +88,7 @@ TEST_F(ContextHarvestX11Test, ASelectionIsHarvestedWhole)
 
 TEST_F(ContextHarvestX11Test, AnApplicationWithoutAccessibilityGetsItsTitleFromTheWindowList)
 {
-    start(false);
+    ASSERT_NO_FATAL_FAILURE(start(false));
     const ContextPack pack = m_harvester->harvestCheapContext({});
     EXPECT_EQ(pack.appBundleId, "SayvoTestEditor");
     EXPECT_EQ(pack.windowTitle, "Harvest target");
@@ -97,7 +99,7 @@ TEST_F(ContextHarvestX11Test, AnApplicationWithoutAccessibilityGetsItsTitleFromT
 
 TEST_F(ContextHarvestX11Test, AHungApplicationCostsOneTimeOutPerService)
 {
-    start(true);
+    ASSERT_NO_FATAL_FAILURE(start(true));
     m_editor->setText(sentence(300));
     m_editor->copy(QStringLiteral("owned by the hung application"));
     ASSERT_TRUE(harvestWhenVisible().screenText);
@@ -118,7 +120,7 @@ TEST_F(ContextHarvestX11Test, AHungApplicationCostsOneTimeOutPerService)
 
 TEST_F(ContextHarvestX11Test, TheWindowListRunsFrontToBack)
 {
-    start(false);
+    ASSERT_NO_FATAL_FAILURE(start(false));
     TestEditor second(m_session, QStringLiteral("Second window"), false);
     ASSERT_TRUE(second.isReady());
     const auto windows = WindowListX11().onScreenWindows();

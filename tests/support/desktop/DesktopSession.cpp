@@ -137,10 +137,14 @@ QByteArray DesktopSession::run(
 bool DesktopSession::startXServer()
 {
     // The server picks the first free display number and writes it to our pipe.
+    // -noreset: by default the server resets whenever its last client disconnects, which
+    // drops every connection still being set up and everything clients left on the display
+    // (root properties, atoms). The readiness probes below are short-lived clients: without
+    // it, a window manager that connects just as a probe leaves is turned away.
     QProcess *server = launch(m_environment, QStringLiteral("Xvfb"),
         {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
             QStringLiteral("0"), QStringLiteral("1280x800x24"), QStringLiteral("-nolisten"),
-            QStringLiteral("tcp")});
+            QStringLiteral("tcp"), QStringLiteral("-noreset")});
     if (!server) {
         m_failure = QStringLiteral("Xvfb did not start");
         return false;
@@ -161,33 +165,30 @@ bool DesktopSession::startXServer()
 
 bool DesktopSession::startWindowManager()
 {
-    // On a loaded machine the first attempt occasionally loses a race with the new server;
-    // a second one settles it.
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        QProcess *manager
-            = launch(m_environment, QStringLiteral("openbox"), {QStringLiteral("--sm-disable")});
-        if (!manager) {
-            m_failure = QStringLiteral("openbox did not start");
-            return false;
-        }
-        const bool ready = waitUntil(
-            [this, manager] {
-                if (manager->state() == QProcess::NotRunning) {
-                    return true;
-                }
-                int code = 0;
-                const QByteArray out = run(QStringLiteral("xprop"),
-                    {QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK")}, &code);
-                return code == 0 && out.contains("window id");
-            },
-            20000);
-        if (ready && manager->state() == QProcess::Running) {
-            return true;
-        }
-        m_failure = QStringLiteral("openbox did not take over the display: ")
-            + QString::fromLocal8Bit(manager->readAllStandardError());
-        stop(manager);
+    QProcess *manager
+        = launch(m_environment, QStringLiteral("openbox"), {QStringLiteral("--sm-disable")});
+    if (!manager) {
+        m_failure = QStringLiteral("openbox did not start");
+        return false;
     }
+    const bool ready = waitUntil(
+        [this, manager] {
+            if (manager->state() == QProcess::NotRunning) {
+                return true;
+            }
+            int code = 0;
+            const QByteArray out = run(QStringLiteral("xprop"),
+                {QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK")}, &code);
+            return code == 0 && out.contains("window id");
+        },
+        20000);
+    if (ready && manager->state() == QProcess::Running) {
+        return true;
+    }
+    // openbox reports why it gave up on standard output.
+    m_failure = QStringLiteral("openbox did not take over the display: ")
+        + QString::fromLocal8Bit(
+            manager->readAllStandardOutput() + manager->readAllStandardError());
     return false;
 }
 
