@@ -19,7 +19,7 @@ class EngineServer : public QObject
 
 public:
     // Messages larger than this close the connection outright instead of being answered.
-    static constexpr qint64 kHardMessageLimitBytes = 8 * 1024 * 1024;
+    static constexpr qint64 kHardMessageLimitBytes = qint64 {8} * 1024 * 1024;
 
     EngineServer(EngineServices &services, QObject *parent = nullptr);
     ~EngineServer() override;

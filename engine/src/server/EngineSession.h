@@ -62,7 +62,7 @@ class EngineSession
 public:
     using Send = std::function<void(const std::string &json)>;
 
-    static constexpr std::size_t kMaxFrameBytes = 1024 * 1024;
+    static constexpr std::size_t kMaxFrameBytes = std::size_t {1024} * 1024;
     static constexpr double kMaxUtteranceSeconds = 300.0;
     static constexpr int kSampleRate = 16000;
     static constexpr std::chrono::milliseconds kPartialInterval {300};
