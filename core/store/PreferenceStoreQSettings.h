@@ -1,0 +1,38 @@
+#pragma once
+
+#include "PreferenceStore.h"
+
+#include <QSettings>
+
+namespace sayvo {
+
+// PreferenceStore on QSettings. The default instance is the user's own store in the native
+// format: ~/.config/SayvoApp/Sayvo.conf (honouring XDG_CONFIG_HOME) on Linux, the user
+// defaults of the "SayvoApp" domain on macOS. A file path gives an INI file at that path,
+// which lets tests and tools work on a copy. Main thread only; owns its QSettings.
+class PreferenceStoreQSettings : public PreferenceStore
+{
+public:
+    static constexpr const char *kOrganization = "SayvoApp";
+    static constexpr const char *kApplication = "Sayvo";
+
+    PreferenceStoreQSettings();
+    explicit PreferenceStoreQSettings(const QString &iniFilePath);
+
+    std::optional<QVariant> value(const QString &key) const override;
+    void setValue(const QString &key, const QVariant &value) override;
+    void remove(const QString &key) override;
+    bool contains(const QString &key) const override;
+    void sync() override;
+
+    // Where the values live: the file path on Linux, the domain's property list on macOS.
+    QString location() const;
+    // Whether the backend could read or write its file; kept for diagnostics only, since an
+    // unreadable store simply reads as empty.
+    QSettings::Status status() const;
+
+private:
+    QSettings m_settings;
+};
+
+} // namespace sayvo
