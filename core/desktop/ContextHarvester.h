@@ -1,0 +1,40 @@
+#pragma once
+
+#include "AccessibilityProvider.h"
+#include "ContextPack.h"
+#include "Pasteboard.h"
+#include "WindowList.h"
+#include "Workspace.h"
+
+#include <QStringList>
+
+#include <memory>
+#include <optional>
+
+namespace sayvo {
+
+// Gathers what the engine is told about the application in front. No state of its own;
+// main thread only; blocks for the accessibility queries (each bounded by the provider's
+// time-out) and never fails: what cannot be read is left absent.
+class ContextHarvester
+{
+public:
+    // The tail of a focused field's value is cut to this many user-perceived characters.
+    static constexpr int kWindowChars = 200;
+
+    ContextHarvester(std::shared_ptr<Workspace> workspace,
+        std::shared_ptr<AccessibilityProvider> accessibility,
+        std::shared_ptr<WindowList> windowList, std::shared_ptr<Pasteboard> pasteboard);
+
+    ContextPack harvestCheapContext(const QStringList &personalDictionary);
+
+private:
+    std::optional<QString> fallbackWindowTitle(qint64 pid);
+
+    std::shared_ptr<Workspace> m_workspace;
+    std::shared_ptr<AccessibilityProvider> m_accessibility;
+    std::shared_ptr<WindowList> m_windowList;
+    std::shared_ptr<Pasteboard> m_pasteboard;
+};
+
+} // namespace sayvo

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "AccessibilityProvider.h"
+#include "KeySynthesizer.h"
+#include "KeyboardEventSource.h"
+#include "Pasteboard.h"
+#include "WindowList.h"
+#include "Workspace.h"
+
+#include <memory>
+
+namespace sayvo {
+
+// This platform's implementation of every desktop seam. The keyboard source is handed to the
+// one HotkeyManager; the others are shared by TextInserter and ContextHarvester.
+struct DesktopServices
+{
+    std::unique_ptr<KeyboardEventSource> keyboard;
+    std::shared_ptr<Pasteboard> pasteboard;
+    std::shared_ptr<KeySynthesizer> keySynthesizer;
+    std::shared_ptr<AccessibilityProvider> accessibility;
+    std::shared_ptr<Workspace> workspace;
+    std::shared_ptr<WindowList> windowList;
+};
+
+// Defined once per platform. Never fails: an adapter whose service is missing answers
+// "absent" or "failed" at run time.
+DesktopServices createDesktopServices();
+
+} // namespace sayvo

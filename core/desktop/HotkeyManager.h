@@ -1,0 +1,58 @@
+#pragma once
+
+#include "Expected.h"
+#include "HotkeyTrigger.h"
+#include "KeyboardEventSource.h"
+
+#include <QObject>
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+namespace sayvo {
+
+enum class HotkeyError {
+    tapCreationFailed,
+};
+
+QString describe(HotkeyError error);
+
+// Turns presses and releases of the one trigger key into onStart / onEnd. Main thread only;
+// the callbacks are always posted to the main thread's event queue, never run inside the
+// keyboard callback. Owns its event source.
+class HotkeyManager : public QObject
+{
+    Q_OBJECT
+
+public:
+    HotkeyManager(HotkeyTrigger trigger, std::unique_ptr<KeyboardEventSource> source,
+        QObject *parent = nullptr);
+    ~HotkeyManager() override;
+
+    HotkeyTrigger trigger() const { return m_trigger; }
+
+    void setOnStart(std::function<void()> callback) { m_onStart = std::move(callback); }
+    void setOnEnd(std::function<void()> callback) { m_onEnd = std::move(callback); }
+
+    // Installs the keyboard tap; does nothing when it is already installed. On failure the
+    // manager stays uninstalled and may be started again later.
+    Status<HotkeyError> start();
+    // Removes the tap. A key still held gets no onEnd.
+    void stop();
+    bool isInstalled() const { return m_installed; }
+    bool isKeyDown() const { return m_isKeyDown; }
+
+private:
+    KeyEventDisposition handleEvent(const KeyEvent &event);
+    void emitIfChanged(bool down);
+
+    HotkeyTrigger m_trigger;
+    std::unique_ptr<KeyboardEventSource> m_source;
+    std::function<void()> m_onStart;
+    std::function<void()> m_onEnd;
+    bool m_installed = false;
+    bool m_isKeyDown = false;
+};
+
+} // namespace sayvo

@@ -1,0 +1,24 @@
+#pragma once
+
+namespace sayvo {
+
+// Which paste chord to send: terminal emulators take Control-V as a literal character, so
+// they get their own.
+enum class PasteShortcut {
+    standard,
+    terminal,
+};
+
+// Posts synthetic keyboard events to the focused application. Main thread only.
+class KeySynthesizer
+{
+public:
+    virtual ~KeySynthesizer() = default;
+
+    // Presses and releases the paste chord (Command-V on macOS, Control-V or Control-Shift-V
+    // on X11). True when the events were posted; whether the target acted on them cannot be
+    // observed.
+    virtual bool postPaste(PasteShortcut shortcut) = 0;
+};
+
+} // namespace sayvo

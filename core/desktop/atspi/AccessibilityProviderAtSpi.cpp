@@ -1,0 +1,432 @@
+#include "AccessibilityProviderAtSpi.h"
+
+#include <QCoreApplication>
+#include <QDBusArgument>
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
+#include <QDBusVariant>
+
+namespace sayvo {
+
+namespace {
+
+const QString kRegistryService = QStringLiteral("org.a11y.atspi.Registry");
+const QString kRootPath = QStringLiteral("/org/a11y/atspi/accessible/root");
+const QString kAccessible = QStringLiteral("org.a11y.atspi.Accessible");
+const QString kText = QStringLiteral("org.a11y.atspi.Text");
+const QString kEditableText = QStringLiteral("org.a11y.atspi.EditableText");
+const QString kCollection = QStringLiteral("org.a11y.atspi.Collection");
+const QString kNullPath = QStringLiteral("/org/a11y/atspi/null");
+
+// Bit numbers of the AT-SPI state set.
+constexpr int kStateActive = 1;
+constexpr int kStateFocused = 12;
+constexpr int kStateShowing = 25;
+
+constexpr int kMatchAll = 1;
+constexpr uint kSortCanonical = 1;
+// Toolkits without the Collection interface are walked, up to this many objects, so that a
+// huge document cannot stall the caller.
+constexpr int kMaxVisited = 2000;
+
+bool has(quint64 states, int state)
+{
+    return (states >> state) & 1U;
+}
+
+} // namespace
+
+class AccessibilityProviderAtSpi::Element : public AccessibleElement
+{
+public:
+    enum class Kind {
+        systemWide,
+        application,
+        object,
+    };
+
+    Element(Kind kind, ObjectRef object) : kind(kind), object(std::move(object)) { }
+
+    Kind kind;
+    ObjectRef object;
+};
+
+AccessibilityProviderAtSpi::AccessibilityProviderAtSpi() = default;
+
+AccessibilityProviderAtSpi::~AccessibilityProviderAtSpi()
+{
+    if (m_bus) {
+        QDBusConnection::disconnectFromBus(m_bus->name());
+    }
+}
+
+bool AccessibilityProviderAtSpi::connectIfEnabled()
+{
+    QDBusConnection session = QDBusConnection::sessionBus();
+    if (!session.isConnected()) {
+        return false;
+    }
+    QDBusMessage enabled = QDBusMessage::createMethodCall(QStringLiteral("org.a11y.Bus"),
+        QStringLiteral("/org/a11y/bus"), QStringLiteral("org.freedesktop.DBus.Properties"),
+        QStringLiteral("Get"));
+    enabled << QStringLiteral("org.a11y.Status") << QStringLiteral("IsEnabled");
+    const QDBusMessage isEnabled = session.call(enabled, QDBus::Block, kTimeoutMs);
+    if (isEnabled.type() != QDBusMessage::ReplyMessage || isEnabled.arguments().isEmpty()
+        || !isEnabled.arguments().constFirst().value<QDBusVariant>().variant().toBool()) {
+        return false;
+    }
+    if (m_bus && m_bus->isConnected()) {
+        return true;
+    }
+    const QDBusMessage address
+        = session.call(QDBusMessage::createMethodCall(QStringLiteral("org.a11y.Bus"),
+                           QStringLiteral("/org/a11y/bus"), QStringLiteral("org.a11y.Bus"),
+                           QStringLiteral("GetAddress")),
+            QDBus::Block, kTimeoutMs);
+    if (address.type() != QDBusMessage::ReplyMessage || address.arguments().isEmpty()) {
+        return false;
+    }
+    if (m_bus) {
+        QDBusConnection::disconnectFromBus(m_bus->name());
+    }
+    m_busAddress = address.arguments().constFirst().toString();
+    const QString name
+        = QStringLiteral("sayvo-accessibility-%1").arg(reinterpret_cast<quintptr>(this), 0, 16);
+    m_bus = QDBusConnection::connectToBus(m_busAddress, name);
+    return m_bus->isConnected();
+}
+
+std::optional<QDBusMessage> AccessibilityProviderAtSpi::call(const ObjectRef &object,
+    const QString &interface, const QString &method, const QVariantList &arguments)
+{
+    if (!m_bus) {
+        return std::nullopt;
+    }
+    if (const auto found = m_unresponsiveUntil.constFind(object.service);
+        found != m_unresponsiveUntil.constEnd()) {
+        if (!found->hasExpired()) {
+            return std::nullopt;
+        }
+        m_unresponsiveUntil.remove(object.service);
+    }
+    QDBusMessage message
+        = QDBusMessage::createMethodCall(object.service, object.path, interface, method);
+    message.setArguments(arguments);
+    QDBusMessage reply = m_bus->call(message, QDBus::Block, kTimeoutMs);
+    if (reply.type() != QDBusMessage::ReplyMessage) {
+        if (reply.errorName() == QLatin1String("org.freedesktop.DBus.Error.NoReply")) {
+            m_unresponsiveUntil.insert(object.service, QDeadlineTimer(kUnresponsiveMs));
+        }
+        return std::nullopt;
+    }
+    return reply;
+}
+
+std::optional<QVariant> AccessibilityProviderAtSpi::property(
+    const ObjectRef &object, const QString &interface, const QString &name)
+{
+    const auto reply = call(object, QStringLiteral("org.freedesktop.DBus.Properties"),
+        QStringLiteral("Get"), {interface, name});
+    if (!reply || reply->arguments().isEmpty()) {
+        return std::nullopt;
+    }
+    return reply->arguments().constFirst().value<QDBusVariant>().variant();
+}
+
+namespace {
+
+std::vector<std::pair<QString, QString>> objectList(const QVariant &value)
+{
+    std::vector<std::pair<QString, QString>> result;
+    const QDBusArgument argument = value.value<QDBusArgument>();
+    argument.beginArray();
+    while (!argument.atEnd()) {
+        QString service;
+        QDBusObjectPath path;
+        argument.beginStructure();
+        argument >> service >> path;
+        argument.endStructure();
+        result.emplace_back(service, path.path());
+    }
+    argument.endArray();
+    return result;
+}
+
+} // namespace
+
+std::optional<std::vector<AccessibilityProviderAtSpi::ObjectRef>>
+AccessibilityProviderAtSpi::children(const ObjectRef &object)
+{
+    const auto reply = call(object, kAccessible, QStringLiteral("GetChildren"));
+    if (!reply || reply->arguments().isEmpty()) {
+        return std::nullopt;
+    }
+    std::vector<ObjectRef> result;
+    for (auto &[service, path] : objectList(reply->arguments().constFirst())) {
+        if (path != kNullPath) {
+            result.push_back({service, path});
+        }
+    }
+    return result;
+}
+
+std::optional<quint64> AccessibilityProviderAtSpi::states(const ObjectRef &object)
+{
+    const auto reply = call(object, kAccessible, QStringLiteral("GetState"));
+    if (!reply || reply->arguments().isEmpty()) {
+        return std::nullopt;
+    }
+    const QList<uint> words = qdbus_cast<QList<uint>>(reply->arguments().constFirst());
+    quint64 bits = 0;
+    for (qsizetype i = 0; i < words.size() && i < 2; ++i) {
+        bits |= quint64(words[i]) << (32 * i);
+    }
+    return bits;
+}
+
+std::optional<qint64> AccessibilityProviderAtSpi::processId(const ObjectRef &application)
+{
+    const auto reply
+        = call({QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus")},
+            QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetConnectionUnixProcessID"),
+            {application.service});
+    if (!reply || reply->arguments().isEmpty()) {
+        return std::nullopt;
+    }
+    return qint64(reply->arguments().constFirst().toUInt());
+}
+
+std::optional<AccessibilityProviderAtSpi::ObjectRef> AccessibilityProviderAtSpi::activeWindow(
+    const ObjectRef &application)
+{
+    const auto windows = children(application);
+    if (!windows) {
+        return std::nullopt;
+    }
+    for (const ObjectRef &window : *windows) {
+        if (const auto bits = states(window); bits && has(*bits, kStateActive)) {
+            return window;
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<AccessibilityProviderAtSpi::ObjectRef> AccessibilityProviderAtSpi::focusedBelow(
+    const ObjectRef &root)
+{
+    // One request lets the toolkit search its own tree.
+    QDBusArgument rule;
+    rule.beginStructure();
+    rule << QList<int> {1 << kStateFocused, 0} << kMatchAll;
+    rule.beginMap(QMetaType::fromType<QString>(), QMetaType::fromType<QString>());
+    rule.endMap();
+    rule << kMatchAll << QList<int> {} << kMatchAll << QStringList {} << kMatchAll << false;
+    rule.endStructure();
+    if (const auto reply = call(root, kCollection, QStringLiteral("GetMatches"),
+            {QVariant::fromValue(rule), kSortCanonical, 1, true});
+        reply && !reply->arguments().isEmpty()) {
+        for (auto &[service, path] : objectList(reply->arguments().constFirst())) {
+            return ObjectRef {service, path};
+        }
+        return std::nullopt;
+    }
+    std::vector<ObjectRef> pending {root};
+    for (int visited = 0; !pending.empty() && visited < kMaxVisited; ++visited) {
+        const ObjectRef object = pending.back();
+        pending.pop_back();
+        const auto bits = states(object);
+        if (!bits) {
+            continue;
+        }
+        if (has(*bits, kStateFocused)) {
+            return object;
+        }
+        if (has(*bits, kStateShowing) || visited == 0) {
+            if (const auto below = children(object)) {
+                pending.insert(pending.end(), below->rbegin(), below->rend());
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::pair<int, int>> AccessibilityProviderAtSpi::selectionRange(
+    const ObjectRef &object)
+{
+    const auto count = call(object, kText, QStringLiteral("GetNSelections"));
+    if (!count || count->arguments().isEmpty()) {
+        return std::nullopt;
+    }
+    if (count->arguments().constFirst().toInt() > 0) {
+        const auto range = call(object, kText, QStringLiteral("GetSelection"), {0});
+        if (!range || range->arguments().size() < 2) {
+            return std::nullopt;
+        }
+        const int start = range->arguments().at(0).toInt();
+        const int end = range->arguments().at(1).toInt();
+        return std::pair {qMin(start, end), qMax(start, end)};
+    }
+    const auto caret = property(object, kText, QStringLiteral("CaretOffset"));
+    if (!caret) {
+        return std::nullopt;
+    }
+    return std::pair {caret->toInt(), caret->toInt()};
+}
+
+std::optional<AttributeValue> AccessibilityProviderAtSpi::readObjectAttribute(
+    const ObjectRef &object, const QString &name)
+{
+    if (name == QLatin1String("AXTitle")) {
+        if (const auto title = property(object, kAccessible, QStringLiteral("Name"))) {
+            return AttributeValue(title->toString());
+        }
+        return std::nullopt;
+    }
+    int start = 0;
+    int end = 0;
+    if (name == QLatin1String("AXValue")) {
+        const auto count = property(object, kText, QStringLiteral("CharacterCount"));
+        if (!count) {
+            return std::nullopt;
+        }
+        end = count->toInt();
+    } else if (name == QLatin1String("AXSelectedText")) {
+        const auto selections = call(object, kText, QStringLiteral("GetNSelections"));
+        if (!selections || selections->arguments().isEmpty()) {
+            return std::nullopt;
+        }
+        if (selections->arguments().constFirst().toInt() == 0) {
+            return AttributeValue(QString());
+        }
+        const auto range = selectionRange(object);
+        if (!range) {
+            return std::nullopt;
+        }
+        std::tie(start, end) = *range;
+    } else {
+        return std::nullopt;
+    }
+    const auto text = call(object, kText, QStringLiteral("GetText"), {start, end});
+    if (!text || text->arguments().isEmpty()) {
+        return std::nullopt;
+    }
+    return AttributeValue(text->arguments().constFirst().toString());
+}
+
+AccessibleElementPtr AccessibilityProviderAtSpi::systemWideElement()
+{
+    if (!connectIfEnabled()) {
+        return nullptr;
+    }
+    return std::make_shared<Element>(
+        Element::Kind::systemWide, ObjectRef {kRegistryService, kRootPath});
+}
+
+AccessibleElementPtr AccessibilityProviderAtSpi::applicationElement(qint64 pid)
+{
+    // Asking ourselves would wait on our own main thread until the time-out.
+    if (pid <= 0 || pid == QCoreApplication::applicationPid() || !connectIfEnabled()) {
+        return nullptr;
+    }
+    const auto applications = children({kRegistryService, kRootPath});
+    if (!applications) {
+        return nullptr;
+    }
+    for (const ObjectRef &application : *applications) {
+        if (processId(application) == pid) {
+            return std::make_shared<Element>(Element::Kind::application, application);
+        }
+    }
+    return nullptr;
+}
+
+std::optional<AttributeValue> AccessibilityProviderAtSpi::copyAttribute(
+    const AccessibleElementPtr &element, const QString &name)
+{
+    const auto *target = dynamic_cast<const Element *>(element.get());
+    if (!target || !connectIfEnabled()) {
+        return std::nullopt;
+    }
+    switch (target->kind) {
+    case Element::Kind::systemWide: {
+        if (name != QLatin1String("AXFocusedUIElement")) {
+            return std::nullopt;
+        }
+        const auto applications = children(target->object);
+        if (!applications) {
+            return std::nullopt;
+        }
+        for (const ObjectRef &application : *applications) {
+            if (processId(application) == QCoreApplication::applicationPid()) {
+                continue;
+            }
+            if (const auto window = activeWindow(application)) {
+                if (const auto focused = focusedBelow(*window)) {
+                    return AttributeValue(AccessibleElementPtr(
+                        std::make_shared<Element>(Element::Kind::object, *focused)));
+                }
+                return std::nullopt;
+            }
+        }
+        return std::nullopt;
+    }
+    case Element::Kind::application: {
+        const auto window = activeWindow(target->object);
+        if (name == QLatin1String("AXFocusedWindow")) {
+            if (!window) {
+                return std::nullopt;
+            }
+            return AttributeValue(
+                AccessibleElementPtr(std::make_shared<Element>(Element::Kind::object, *window)));
+        }
+        if (name != QLatin1String("AXFocusedUIElement")) {
+            return std::nullopt;
+        }
+        if (const auto focused = focusedBelow(window.value_or(target->object))) {
+            return AttributeValue(
+                AccessibleElementPtr(std::make_shared<Element>(Element::Kind::object, *focused)));
+        }
+        return std::nullopt;
+    }
+    case Element::Kind::object:
+        return readObjectAttribute(target->object, name);
+    }
+    return std::nullopt;
+}
+
+bool AccessibilityProviderAtSpi::setAttribute(
+    const AccessibleElementPtr &element, const QString &name, const QString &value)
+{
+    const auto *target = dynamic_cast<const Element *>(element.get());
+    if (!target || target->kind != Element::Kind::object || !connectIfEnabled()) {
+        return false;
+    }
+    const ObjectRef &object = target->object;
+    if (name == QLatin1String("AXValue")) {
+        const auto done = call(object, kEditableText, QStringLiteral("SetTextContents"), {value});
+        return done && !done->arguments().isEmpty() && done->arguments().constFirst().toBool();
+    }
+    if (name != QLatin1String("AXSelectedText")) {
+        return false;
+    }
+    const auto range = selectionRange(object);
+    if (!range) {
+        return false;
+    }
+    const auto [start, end] = *range;
+    if (end > start) {
+        const auto deleted
+            = call(object, kEditableText, QStringLiteral("DeleteText"), {start, end});
+        if (!deleted || deleted->arguments().isEmpty()
+            || !deleted->arguments().constFirst().toBool()) {
+            return false;
+        }
+    }
+    // The toolkit's own insert takes the length in bytes of UTF-8.
+    const auto inserted = call(object, kEditableText, QStringLiteral("InsertText"),
+        {start, value, int(value.toUtf8().size())});
+    return inserted && !inserted->arguments().isEmpty()
+        && inserted->arguments().constFirst().toBool();
+}
+
+} // namespace sayvo

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "AccessibilityProvider.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDeadlineTimer>
+#include <QHash>
+#include <QString>
+
+#include <optional>
+
+namespace sayvo {
+
+// Accessibility through the AT-SPI 2 D-Bus interfaces. "AXFocusedUIElement" is the object in
+// state FOCUSED inside the active window of the application (of the whole desktop for the
+// system-wide element), "AXFocusedWindow" that active window, "AXTitle" an object's name,
+// "AXSelectedText" the first selection of its Text interface ("" without one) and "AXValue"
+// its whole text. Writing "AXSelectedText" replaces the selection or inserts at the caret;
+// writing "AXValue" replaces the whole text (EditableText). Main thread only.
+//
+// The accessibility bus is spoken to directly with plain method calls rather than through
+// libatspi: libatspi dispatches incoming accessibility events re-entrantly inside its own
+// calls, which deadlocks without its cache and serves stale focus with it. Plain calls have
+// neither problem, and every answer is current.
+//
+// AT-SPI answers only when the accessibility bus is running and enabled (org.a11y.Status
+// IsEnabled); otherwise every query is absent and every write fails. Each call waits at most
+// kTimeoutMs: a busy toolkit answers in a few milliseconds, and a hung application must not
+// hold the start of an utterance for longer than a user would tolerate. An application that
+// let one call time out is not asked again for kUnresponsiveMs, so a harvest, which makes
+// several calls, waits for it once rather than once per call.
+class AccessibilityProviderAtSpi : public AccessibilityProvider
+{
+public:
+    static constexpr int kTimeoutMs = 500;
+    static constexpr int kUnresponsiveMs = 3000;
+
+    AccessibilityProviderAtSpi();
+    ~AccessibilityProviderAtSpi() override;
+
+    AccessibleElementPtr systemWideElement() override;
+    AccessibleElementPtr applicationElement(qint64 pid) override;
+    std::optional<AttributeValue> copyAttribute(
+        const AccessibleElementPtr &element, const QString &name) override;
+    bool setAttribute(
+        const AccessibleElementPtr &element, const QString &name, const QString &value) override;
+
+private:
+    struct ObjectRef
+    {
+        QString service;
+        QString path;
+    };
+
+    bool connectIfEnabled();
+    std::optional<QDBusMessage> call(const ObjectRef &object, const QString &interface,
+        const QString &method, const QVariantList &arguments = {});
+    std::optional<QVariant> property(
+        const ObjectRef &object, const QString &interface, const QString &name);
+    std::optional<std::vector<ObjectRef>> children(const ObjectRef &object);
+    std::optional<quint64> states(const ObjectRef &object);
+    std::optional<qint64> processId(const ObjectRef &application);
+    std::optional<ObjectRef> activeWindow(const ObjectRef &application);
+    std::optional<ObjectRef> focusedBelow(const ObjectRef &root);
+    std::optional<std::pair<int, int>> selectionRange(const ObjectRef &object);
+    std::optional<AttributeValue> readObjectAttribute(const ObjectRef &object, const QString &name);
+
+    class Element;
+
+    QHash<QString, QDeadlineTimer> m_unresponsiveUntil;
+    QString m_busAddress;
+    std::optional<QDBusConnection> m_bus;
+};
+
+} // namespace sayvo

@@ -1,0 +1,53 @@
+#include "KeySynthesizerX11.h"
+
+#include "X11Connection.h"
+
+#include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
+
+#include <vector>
+
+namespace sayvo {
+
+KeySynthesizerX11::KeySynthesizerX11() = default;
+KeySynthesizerX11::~KeySynthesizerX11() = default;
+
+bool KeySynthesizerX11::postPaste(PasteShortcut shortcut)
+{
+    if (!m_connection) {
+        m_connection = X11Connection::open();
+        if (!m_connection) {
+            return false;
+        }
+    }
+    Display *display = m_connection->display();
+    int eventBase = 0;
+    int errorBase = 0;
+    int major = 0;
+    int minor = 0;
+    if (!XTestQueryExtension(display, &eventBase, &errorBase, &major, &minor)) {
+        return false;
+    }
+    std::vector<KeySym> chord {XK_Control_L};
+    if (shortcut == PasteShortcut::terminal) {
+        chord.push_back(XK_Shift_L);
+    }
+    chord.push_back(XK_v);
+    std::vector<KeyCode> keyCodes;
+    for (const KeySym keysym : chord) {
+        const KeyCode keyCode = XKeysymToKeycode(display, keysym);
+        if (keyCode == 0) {
+            return false;
+        }
+        keyCodes.push_back(keyCode);
+    }
+    for (const KeyCode keyCode : keyCodes) {
+        XTestFakeKeyEvent(display, keyCode, True, CurrentTime);
+    }
+    for (auto keyCode = keyCodes.rbegin(); keyCode != keyCodes.rend(); ++keyCode) {
+        XTestFakeKeyEvent(display, *keyCode, False, CurrentTime);
+    }
+    return !m_connection->hadError();
+}
+
+} // namespace sayvo

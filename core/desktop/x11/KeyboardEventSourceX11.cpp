@@ -1,0 +1,197 @@
+#include "KeyboardEventSourceX11.h"
+
+#include "X11Connection.h"
+
+#include <X11/XKBlib.h>
+#include <X11/extensions/XInput2.h>
+#include <X11/keysym.h>
+
+namespace sayvo {
+
+namespace {
+
+quint64 flagsForKeysym(KeySym keysym)
+{
+    switch (keysym) {
+    case XK_Shift_L:
+    case XK_Shift_R:
+        return KeyFlags::kShift;
+    case XK_Control_L:
+        return KeyFlags::kControl;
+    case XK_Control_R:
+        // Right Ctrl plays the Fn/Globe role on a PC keyboard.
+        return KeyFlags::kControl | KeyFlags::kSecondaryFunction;
+    case XK_Alt_L:
+    case XK_Alt_R:
+    case XK_Meta_L:
+    case XK_Meta_R:
+    case XK_ISO_Level3_Shift:
+        return KeyFlags::kOption;
+    case XK_Super_L:
+    case XK_Super_R:
+        return KeyFlags::kCommand;
+    default:
+        return 0;
+    }
+}
+
+} // namespace
+
+KeyboardEventSourceX11::KeyboardEventSourceX11() = default;
+
+KeyboardEventSourceX11::~KeyboardEventSourceX11()
+{
+    uninstall();
+}
+
+bool KeyboardEventSourceX11::install(const std::vector<int> &swallowedKeyCodes, Callback callback)
+{
+    uninstall();
+    auto connection = X11Connection::open();
+    if (!connection) {
+        return false;
+    }
+    Display *display = connection->display();
+    int event = 0;
+    int error = 0;
+    if (!XQueryExtension(display, "XInputExtension", &m_xinputOpcode, &event, &error)) {
+        return false;
+    }
+    int major = 2;
+    int minor = 2;
+    if (XIQueryVersion(display, &major, &minor) != Success) {
+        return false;
+    }
+    m_connection = std::move(connection);
+    if (!selectRawEvents()) {
+        m_connection.reset();
+        return false;
+    }
+    // Without this a held key reads as release-press pairs, which would end a hold early.
+    Bool detectable = False;
+    XkbSetDetectableAutoRepeat(display, True, &detectable);
+
+    m_connection->clearError();
+    m_swallowed.clear();
+    for (const int keyCode : swallowedKeyCodes) {
+        m_swallowed.insert(keyCode);
+        XGrabKey(display, keyCode, AnyModifier, m_connection->root(), False, GrabModeAsync,
+            GrabModeAsync);
+    }
+    // Another client holding the key under any modifier makes the grab fail with BadAccess.
+    if (m_connection->hadError()) {
+        m_connection.reset();
+        m_swallowed.clear();
+        return false;
+    }
+
+    m_modifierFlagsByKeyCode.clear();
+    int minKeyCode = 0;
+    int maxKeyCode = 0;
+    XDisplayKeycodes(display, &minKeyCode, &maxKeyCode);
+    for (int keyCode = minKeyCode; keyCode <= maxKeyCode; ++keyCode) {
+        const KeySym keysym = XkbKeycodeToKeysym(display, KeyCode(keyCode), 0, 0);
+        if (const quint64 flags = flagsForKeysym(keysym)) {
+            m_modifierFlagsByKeyCode[keyCode] = flags;
+        }
+    }
+    m_pressed.clear();
+    m_callback = std::move(callback);
+    m_connection->setEventHandler([this](XEvent &event) { handleEvent(event); });
+    return true;
+}
+
+bool KeyboardEventSourceX11::selectRawEvents()
+{
+    unsigned char bits[XIMaskLen(XI_LASTEVENT)] = {};
+    XISetMask(bits, XI_RawKeyPress);
+    XISetMask(bits, XI_RawKeyRelease);
+    XIEventMask mask {XIAllMasterDevices, int(sizeof(bits)), bits};
+    m_connection->clearError();
+    XISelectEvents(m_connection->display(), m_connection->root(), &mask, 1);
+    return !m_connection->hadError();
+}
+
+void KeyboardEventSourceX11::uninstall()
+{
+    // Closing the connection releases its grabs and event selections.
+    m_connection.reset();
+    m_callback = nullptr;
+    m_swallowed.clear();
+    m_pressed.clear();
+}
+
+void KeyboardEventSourceX11::reenable()
+{
+    if (m_connection) {
+        selectRawEvents();
+    }
+}
+
+void KeyboardEventSourceX11::handleEvent(XEvent &event)
+{
+    if (event.type == KeyPress || event.type == KeyRelease) {
+        // Only grabbed keys reach this client as core events.
+        handleKey(int(event.xkey.keycode), event.type == KeyPress);
+        return;
+    }
+    if (event.type != GenericEvent || event.xcookie.extension != m_xinputOpcode) {
+        return;
+    }
+    Display *display = m_connection->display();
+    if (!XGetEventData(display, &event.xcookie)) {
+        return;
+    }
+    const int type = event.xcookie.evtype;
+    const int keyCode = static_cast<const XIRawEvent *>(event.xcookie.data)->detail;
+    XFreeEventData(display, &event.xcookie);
+    if (type != XI_RawKeyPress && type != XI_RawKeyRelease) {
+        return;
+    }
+    // A grabbed key is reported once, from the grab's events.
+    if (m_swallowed.contains(keyCode)) {
+        return;
+    }
+    handleKey(keyCode, type == XI_RawKeyPress);
+}
+
+void KeyboardEventSourceX11::handleKey(int keyCode, bool pressed)
+{
+    const bool wasPressed = m_pressed.contains(keyCode);
+    if (pressed) {
+        m_pressed.insert(keyCode);
+    } else {
+        m_pressed.remove(keyCode);
+    }
+    KeyEvent event;
+    event.keyCode = keyCode;
+    if (m_modifierFlagsByKeyCode.count(keyCode)) {
+        // A held modifier does not change the state again.
+        if (pressed && wasPressed) {
+            return;
+        }
+        event.type = KeyEventType::flagsChanged;
+    } else {
+        event.type = pressed ? KeyEventType::keyDown : KeyEventType::keyUp;
+        event.isAutoRepeat = pressed && wasPressed;
+    }
+    event.flags = modifierFlags();
+    if (m_callback) {
+        // The grab already withholds swallowed keys, so the answer is not needed here.
+        m_callback(event);
+    }
+}
+
+quint64 KeyboardEventSourceX11::modifierFlags() const
+{
+    quint64 flags = 0;
+    for (const int keyCode : m_pressed) {
+        if (const auto found = m_modifierFlagsByKeyCode.find(keyCode);
+            found != m_modifierFlagsByKeyCode.end()) {
+            flags |= found->second;
+        }
+    }
+    return flags;
+}
+
+} // namespace sayvo

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "Pasteboard.h"
+
+#include <memory>
+
+union _XEvent;
+
+namespace sayvo {
+
+class X11Connection;
+
+// The CLIPBOARD selection. Written content is served from this process by its own hidden
+// window, which stays the owner until someone else takes the selection, and answers every
+// target it advertises. The change count follows XFixes selection-owner notifications. An X11
+// selection is a single item; writing several items offers the types of all of them, the
+// first item's data winning. Main thread only.
+class PasteboardX11 : public Pasteboard
+{
+public:
+    // How long a read waits for the clipboard's owner to answer one request. After one
+    // unanswered request the rest of that read is given up, so a hung owner costs one wait.
+    static constexpr int kOwnerTimeoutMs = 500;
+
+    PasteboardX11();
+    ~PasteboardX11() override;
+
+    std::vector<PasteboardItem> items() override;
+    std::optional<QString> string() override;
+    void clearContents() override;
+    bool setConcealedString(const QString &text) override;
+    bool writeItems(const std::vector<PasteboardItem> &items) override;
+    qint64 changeCount() override;
+
+private:
+    bool ensureConnection();
+    void handleEvent(_XEvent &event);
+    void answerRequest(const _XEvent &event);
+    bool takeOwnership(PasteboardItem offered);
+    unsigned long serverTime();
+    std::optional<QByteArray> convert(unsigned long target);
+    std::optional<QByteArray> readIncrementally();
+    bool isMetaTarget(unsigned long target) const;
+    void syncOwnerNotifications();
+
+    std::unique_ptr<X11Connection> m_connection;
+    // X resource ids (Window, Atom, Time), kept out of this header with the rest of Xlib.
+    unsigned long m_window = 0;
+    int m_xfixesEventBase = 0;
+    unsigned long m_clipboard = 0;
+    unsigned long m_targets = 0;
+    unsigned long m_transfer = 0;
+    unsigned long m_incr = 0;
+    qint64 m_changeCount = 0;
+    bool m_ownerTimedOut = false;
+    bool m_owned = false;
+    unsigned long m_ownedSince = 0;
+    PasteboardItem m_offered;
+};
+
+} // namespace sayvo

@@ -1,0 +1,124 @@
+#include "AXHelpers.h"
+#include "AccessibilityProviderAtSpi.h"
+#include "DesktopSession.h"
+#include "KeySynthesizerX11.h"
+#include "PasteboardX11.h"
+#include "TestEditor.h"
+#include "TextInserter.h"
+#include "WorkspaceX11.h"
+
+#include <QElapsedTimer>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+using namespace sayvo;
+using namespace sayvo::testing;
+
+namespace {
+
+class AccessibilityAtSpiTest : public ::testing::Test
+{
+protected:
+    void start(bool accessibleEditor)
+    {
+        ASSERT_TRUE(m_session.isReady()) << m_session.failure().toStdString();
+        m_editor = std::make_unique<TestEditor>(
+            m_session, QStringLiteral("Accessible target"), accessibleEditor);
+        ASSERT_TRUE(m_editor->isReady());
+        m_accessibility = std::make_shared<AccessibilityProviderAtSpi>();
+        m_inserter = std::make_unique<TextInserter>(std::make_shared<PasteboardX11>(),
+            std::make_shared<KeySynthesizerX11>(), m_accessibility,
+            std::make_shared<WorkspaceX11>());
+    }
+
+    // The toolkit registers with the accessibility bus shortly after its window appears.
+    AccessibleElementPtr waitForFocus()
+    {
+        AccessibleElementPtr focused;
+        (void)QTest::qWaitFor(
+            [&] {
+                focused = AXHelpers::focusedElement(*m_accessibility);
+                return focused != nullptr;
+            },
+            10000);
+        return focused;
+    }
+
+    DesktopSession m_session;
+    std::unique_ptr<TestEditor> m_editor;
+    std::shared_ptr<AccessibilityProviderAtSpi> m_accessibility;
+    std::unique_ptr<TextInserter> m_inserter;
+};
+
+TEST_F(AccessibilityAtSpiTest, DirectInsertionReplacesTheSelectionAndKeepsTheRest)
+{
+    start(true);
+    m_editor->setText(QStringLiteral("keep THIS text"), 5, 9);
+    ASSERT_TRUE(waitForFocus());
+    EXPECT_TRUE(m_inserter->insert(QStringLiteral("that"), InsertionMethod::axDirect));
+    EXPECT_TRUE(m_editor->waitForText(QStringLiteral("keep that text")));
+}
+
+TEST_F(AccessibilityAtSpiTest, DirectInsertionWithoutSelectionInsertsAtTheCaret)
+{
+    start(true);
+    m_editor->setText(QStringLiteral("front back"), 6, 6);
+    ASSERT_TRUE(waitForFocus());
+    EXPECT_TRUE(m_inserter->insertViaAX(QStringLiteral("middle ")));
+    EXPECT_TRUE(m_editor->waitForText(QStringLiteral("front middle back")));
+}
+
+TEST_F(AccessibilityAtSpiTest, TheValueFallbackReplacesTheWholeText)
+{
+    start(true);
+    m_editor->setText(QStringLiteral("all of this goes"), 0, 3);
+    const AccessibleElementPtr focused = waitForFocus();
+    ASSERT_TRUE(focused);
+    EXPECT_TRUE(AXHelpers::setValue(
+        *m_accessibility, QStringLiteral("replaced"), AXHelpers::kValue, focused));
+    EXPECT_TRUE(m_editor->waitForText(QStringLiteral("replaced")));
+}
+
+TEST_F(AccessibilityAtSpiTest, SelectionAndValueAreReadFromTheFocusedField)
+{
+    start(true);
+    m_editor->setText(QStringLiteral("read THIS please"), 5, 9);
+    const AccessibleElementPtr focused = waitForFocus();
+    ASSERT_TRUE(focused);
+    EXPECT_EQ(AXHelpers::stringAttribute(*m_accessibility, AXHelpers::kSelectedText, focused),
+        QStringLiteral("THIS"));
+    EXPECT_EQ(AXHelpers::stringAttribute(*m_accessibility, AXHelpers::kValue, focused),
+        QStringLiteral("read THIS please"));
+    EXPECT_EQ(AXHelpers::windowTitle(*m_accessibility, m_editor->pid()),
+        QStringLiteral("Accessible target"));
+}
+
+TEST_F(AccessibilityAtSpiTest, WithoutAnAccessibleFocusDirectInsertionFailsAndPasteIsUsed)
+{
+    start(false);
+    m_editor->setText(QString());
+    EXPECT_EQ(AXHelpers::focusedElement(*m_accessibility), nullptr);
+    EXPECT_FALSE(m_inserter->insertViaAX(QStringLiteral("pasted instead")));
+    EXPECT_TRUE(m_inserter->insert(QStringLiteral("pasted instead"), InsertionMethod::axDirect));
+    EXPECT_TRUE(m_editor->waitForText(QStringLiteral("pasted instead")));
+}
+
+TEST(AccessibilityAtSpiUnavailableTest, WithoutTheAccessibilityBusEverythingIsAbsentAndQuick)
+{
+    DesktopSession session(DesktopSession::Options {true, false});
+    ASSERT_TRUE(session.isReady()) << session.failure().toStdString();
+    TestEditor editor(session, QStringLiteral("Nobody listens"));
+    ASSERT_TRUE(editor.isReady());
+    AccessibilityProviderAtSpi provider;
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_EQ(provider.systemWideElement(), nullptr);
+    EXPECT_EQ(provider.applicationElement(editor.pid()), nullptr);
+    EXPECT_EQ(AXHelpers::focusedElement(provider), nullptr);
+    EXPECT_EQ(AXHelpers::screenText(provider, editor.pid(), 200), std::nullopt);
+    EXPECT_EQ(AXHelpers::windowTitle(provider, editor.pid()), std::nullopt);
+    EXPECT_LT(timer.elapsed(), 5 * AccessibilityProviderAtSpi::kTimeoutMs);
+}
+
+} // namespace

@@ -1,0 +1,41 @@
+// A real X client that takes the CLIPBOARD through Qt's own clipboard code and offers several
+// formats at once, as a word processor or browser does:
+//   sayvo-test-clipboard-owner [--text T] [--html H] [--png]
+// It prints "owned" once the clipboard is its own, and keeps serving it until it is killed.
+// The PNG is a fixed 4x4 red square; its bytes are printed base64-encoded after "png:".
+#include <QBuffer>
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QImage>
+#include <QMimeData>
+
+#include <cstdio>
+
+int main(int argc, char **argv)
+{
+    QGuiApplication app(argc, argv);
+    auto *data = new QMimeData;
+    const QStringList arguments = app.arguments();
+    QByteArray png;
+    for (qsizetype i = 1; i < arguments.size(); ++i) {
+        if (arguments[i] == QLatin1String("--text") && i + 1 < arguments.size()) {
+            data->setData(QStringLiteral("text/plain"), arguments[++i].toUtf8());
+        } else if (arguments[i] == QLatin1String("--html") && i + 1 < arguments.size()) {
+            data->setData(QStringLiteral("text/html"), arguments[++i].toUtf8());
+        } else if (arguments[i] == QLatin1String("--png")) {
+            QImage image(4, 4, QImage::Format_RGB32);
+            image.fill(Qt::red);
+            QBuffer buffer(&png);
+            buffer.open(QIODevice::WriteOnly);
+            image.save(&buffer, "PNG");
+            data->setData(QStringLiteral("image/png"), png);
+        }
+    }
+    QGuiApplication::clipboard()->setMimeData(data, QClipboard::Clipboard);
+    std::printf("owned\n");
+    if (!png.isEmpty()) {
+        std::printf("png:%s\n", png.toBase64().constData());
+    }
+    std::fflush(stdout);
+    return app.exec();
+}

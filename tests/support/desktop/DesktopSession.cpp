@@ -1,0 +1,249 @@
+#include "DesktopSession.h"
+
+#include <QDeadlineTimer>
+#include <QFile>
+#include <QTest>
+#include <QThread>
+
+#include <csignal>
+#include <sys/prctl.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+namespace sayvo::testing {
+
+DesktopSession::DesktopSession() : DesktopSession(Options {}) { }
+
+DesktopSession::DesktopSession(Options options)
+{
+    m_previousDisplay = qgetenv("DISPLAY");
+    m_previousBus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    m_environment = QProcessEnvironment::systemEnvironment();
+    // Toolkits write caches and settings under the home directory; keep them in ours.
+    m_environment.insert(QStringLiteral("HOME"), m_directory.path());
+    m_environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_directory.path());
+    m_environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_directory.path() + "/config");
+    m_environment.insert(QStringLiteral("XDG_CACHE_HOME"), m_directory.path() + "/cache");
+    m_environment.insert(QStringLiteral("GDK_BACKEND"), QStringLiteral("x11"));
+    m_environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+    m_environment.remove(QStringLiteral("NO_AT_BRIDGE"));
+    m_environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
+    if (!m_directory.isValid()) {
+        m_failure = QStringLiteral("no temporary directory");
+        return;
+    }
+    if (!startXServer()) {
+        return;
+    }
+    if (options.windowManager && !startWindowManager()) {
+        return;
+    }
+    if (!startSessionBus()) {
+        return;
+    }
+    if (options.accessibility) {
+        startAccessibilityBus();
+    }
+}
+
+DesktopSession::~DesktopSession()
+{
+    // Clients first, the X server last, each with whatever it started.
+    for (auto process = m_processes.rbegin(); process != m_processes.rend(); ++process) {
+        stop(process->get());
+    }
+    m_processes.clear();
+    qputenv("DISPLAY", m_previousDisplay);
+    qputenv("DBUS_SESSION_BUS_ADDRESS", m_previousBus);
+}
+
+QProcess *DesktopSession::launch(
+    const QProcessEnvironment &environment, const QString &program, const QStringList &arguments)
+{
+    auto process = std::make_unique<QProcess>();
+    process->setProcessEnvironment(environment);
+    process->setChildProcessModifier([] {
+        setsid();
+        // A test killed on a time-out takes its daemons with it.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+    });
+    process->setProgram(program);
+    process->setArguments(arguments);
+    process->start();
+    if (!process->waitForStarted(5000)) {
+        return nullptr;
+    }
+    m_processes.push_back(std::move(process));
+    return m_processes.back().get();
+}
+
+QProcess *DesktopSession::start(const QString &program, const QStringList &arguments)
+{
+    return launch(m_environment, program, arguments);
+}
+
+QProcess *DesktopSession::start(
+    const QProcessEnvironment &environment, const QString &program, const QStringList &arguments)
+{
+    return launch(environment, program, arguments);
+}
+
+void DesktopSession::stop(QProcess *process)
+{
+    if (!process || process->state() == QProcess::NotRunning) {
+        return;
+    }
+    const pid_t group = pid_t(process->processId());
+    ::kill(-group, SIGTERM);
+    if (!process->waitForFinished(2000)) {
+        ::kill(-group, SIGKILL);
+        process->waitForFinished(2000);
+    }
+    // Children the daemon started in its group (the accessibility bus's dbus-daemon).
+    ::kill(-group, SIGKILL);
+}
+
+bool DesktopSession::waitUntil(const std::function<bool()> &condition, int timeoutMs)
+{
+    QDeadlineTimer deadline(timeoutMs);
+    while (!condition()) {
+        if (deadline.hasExpired()) {
+            return false;
+        }
+        QTest::qWait(20);
+    }
+    return true;
+}
+
+QByteArray DesktopSession::run(
+    const QString &program, const QStringList &arguments, int *exitCode, int timeoutMs)
+{
+    QProcess process;
+    process.setProcessEnvironment(m_environment);
+    process.start(program, arguments);
+    const bool finished = process.waitForStarted(5000)
+        && waitUntil([&] { return process.state() == QProcess::NotRunning; }, timeoutMs);
+    if (!finished) {
+        process.kill();
+        process.waitForFinished(2000);
+    }
+    if (exitCode) {
+        *exitCode
+            = finished && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    }
+    return process.readAllStandardOutput();
+}
+
+bool DesktopSession::startXServer()
+{
+    // The server picks the first free display number and writes it to our pipe.
+    QProcess *server = launch(m_environment, QStringLiteral("Xvfb"),
+        {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
+            QStringLiteral("0"), QStringLiteral("1280x800x24"), QStringLiteral("-nolisten"),
+            QStringLiteral("tcp")});
+    if (!server) {
+        m_failure = QStringLiteral("Xvfb did not start");
+        return false;
+    }
+    if (!waitUntil(
+            [server] { return server->canReadLine() || server->state() == QProcess::NotRunning; },
+            10000)
+        || !server->canReadLine()) {
+        m_failure = QStringLiteral("Xvfb did not report a display: ")
+            + QString::fromLocal8Bit(server->readAllStandardError());
+        return false;
+    }
+    m_display = QStringLiteral(":") + QString::fromLatin1(server->readLine().trimmed());
+    m_environment.insert(QStringLiteral("DISPLAY"), m_display);
+    qputenv("DISPLAY", m_display.toLocal8Bit());
+    return true;
+}
+
+bool DesktopSession::startWindowManager()
+{
+    // On a loaded machine the first attempt occasionally loses a race with the new server;
+    // a second one settles it.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        QProcess *manager
+            = launch(m_environment, QStringLiteral("openbox"), {QStringLiteral("--sm-disable")});
+        if (!manager) {
+            m_failure = QStringLiteral("openbox did not start");
+            return false;
+        }
+        const bool ready = waitUntil(
+            [this, manager] {
+                if (manager->state() == QProcess::NotRunning) {
+                    return true;
+                }
+                int code = 0;
+                const QByteArray out = run(QStringLiteral("xprop"),
+                    {QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK")}, &code);
+                return code == 0 && out.contains("window id");
+            },
+            20000);
+        if (ready && manager->state() == QProcess::Running) {
+            return true;
+        }
+        m_failure = QStringLiteral("openbox did not take over the display: ")
+            + QString::fromLocal8Bit(manager->readAllStandardError());
+        stop(manager);
+    }
+    return false;
+}
+
+bool DesktopSession::startSessionBus()
+{
+    const QString socket = m_directory.path() + QStringLiteral("/session-bus");
+    const QString address = QStringLiteral("unix:path=") + socket;
+    if (!launch(m_environment, QStringLiteral("dbus-daemon"),
+            {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                QStringLiteral("--address=") + address})) {
+        m_failure = QStringLiteral("dbus-daemon did not start");
+        return false;
+    }
+    if (!waitUntil([&socket] { return QFile::exists(socket); }, 10000)) {
+        m_failure = QStringLiteral("the session bus did not come up");
+        return false;
+    }
+    m_environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), address);
+    qputenv("DBUS_SESSION_BUS_ADDRESS", address.toLocal8Bit());
+    return true;
+}
+
+bool DesktopSession::startAccessibilityBus()
+{
+    if (!launch(m_environment, QStringLiteral("/usr/libexec/at-spi-bus-launcher"),
+            {QStringLiteral("--launch-immediately")})) {
+        m_failure = QStringLiteral("at-spi-bus-launcher did not start");
+        return false;
+    }
+    const QStringList getAddress {QStringLiteral("--session"), QStringLiteral("--print-reply"),
+        QStringLiteral("--dest=org.a11y.Bus"), QStringLiteral("/org/a11y/bus"),
+        QStringLiteral("org.a11y.Bus.GetAddress")};
+    if (!waitUntil(
+            [&] {
+                int code = 0;
+                run(QStringLiteral("dbus-send"), getAddress, &code);
+                return code == 0;
+            },
+            10000)) {
+        m_failure = QStringLiteral("the accessibility bus did not come up");
+        return false;
+    }
+    // What a screen reader does when it starts: toolkits and clients see accessibility on.
+    int code = 0;
+    run(QStringLiteral("dbus-send"),
+        {QStringLiteral("--session"), QStringLiteral("--print-reply"),
+            QStringLiteral("--dest=org.a11y.Bus"), QStringLiteral("/org/a11y/bus"),
+            QStringLiteral("org.freedesktop.DBus.Properties.Set"),
+            QStringLiteral("string:org.a11y.Status"), QStringLiteral("string:IsEnabled"),
+            QStringLiteral("variant:boolean:true")},
+        &code);
+    if (code != 0) {
+        m_failure = QStringLiteral("accessibility could not be enabled");
+        return false;
+    }
+    return true;
+}
+
+} // namespace sayvo::testing

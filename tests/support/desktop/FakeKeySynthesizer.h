@@ -1,0 +1,29 @@
+#pragma once
+
+#include "KeySynthesizer.h"
+
+#include <functional>
+#include <vector>
+
+namespace sayvo::testing {
+
+// Records every paste chord it was asked to post; `onPaste` runs at that moment (a target
+// reading the clipboard, another program writing it).
+class FakeKeySynthesizer : public KeySynthesizer
+{
+public:
+    bool postPaste(PasteShortcut shortcut) override
+    {
+        posted.push_back(shortcut);
+        if (onPaste) {
+            onPaste();
+        }
+        return succeeds;
+    }
+
+    bool succeeds = true;
+    std::function<void()> onPaste;
+    std::vector<PasteShortcut> posted;
+};
+
+} // namespace sayvo::testing

@@ -1,0 +1,110 @@
+#include "TestEditor.h"
+
+#include <QDeadlineTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QTest>
+
+namespace sayvo::testing {
+
+namespace {
+
+// Debian's interpreter, which has PyGObject; another python3 earlier on PATH may not.
+const QString kPython = QStringLiteral("/usr/bin/python3");
+
+} // namespace
+
+TestEditor::TestEditor(DesktopSession &session, QString title, bool accessible)
+    : m_session(session), m_title(std::move(title))
+{
+    QProcessEnvironment environment = m_session.environment();
+    if (!accessible) {
+        environment.insert(QStringLiteral("NO_AT_BRIDGE"), QStringLiteral("1"));
+    }
+    m_process = m_session.start(
+        environment, kPython, {QStringLiteral(SAYVO_TEST_EDITOR_SCRIPT), m_title});
+    if (!m_process) {
+        return;
+    }
+    if (!QTest::qWaitFor([this] { return m_process->canReadLine(); }, 15000)) {
+        return;
+    }
+    const QJsonObject hello = QJsonDocument::fromJson(m_process->readLine()).object();
+    m_pid = hello.value(QStringLiteral("pid")).toInteger();
+    m_ready = hello.value(QStringLiteral("ready")).toBool() && activate();
+}
+
+bool TestEditor::activate()
+{
+    int code = 0;
+    m_session.run(QStringLiteral("xdotool"),
+        {QStringLiteral("search"), QStringLiteral("--sync"), QStringLiteral("--name"),
+            QStringLiteral("^") + m_title + QStringLiteral("$"), QStringLiteral("windowactivate"),
+            QStringLiteral("--sync")},
+        &code);
+    return code == 0;
+}
+
+QJsonObject TestEditor::command(const QJsonObject &request)
+{
+    if (!m_process || m_process->state() != QProcess::Running) {
+        return {};
+    }
+    m_process->write(QJsonDocument(request).toJson(QJsonDocument::Compact) + '\n');
+    if (!QTest::qWaitFor([this] { return m_process->canReadLine(); }, 5000)) {
+        return {};
+    }
+    return QJsonDocument::fromJson(m_process->readLine()).object();
+}
+
+QString TestEditor::text()
+{
+    return command({{QStringLiteral("cmd"), QStringLiteral("get")}})
+        .value(QStringLiteral("text"))
+        .toString();
+}
+
+std::pair<int, int> TestEditor::selection()
+{
+    const QJsonArray range = command({{QStringLiteral("cmd"), QStringLiteral("get")}})
+                                 .value(QStringLiteral("selection"))
+                                 .toArray();
+    return {range.at(0).toInt(-1), range.at(1).toInt(-1)};
+}
+
+QStringList TestEditor::keys()
+{
+    QStringList result;
+    const QJsonArray keys = command({{QStringLiteral("cmd"), QStringLiteral("get")}})
+                                .value(QStringLiteral("keys"))
+                                .toArray();
+    for (const auto &key : keys) {
+        result << key.toString();
+    }
+    return result;
+}
+
+void TestEditor::copy(const QString &text)
+{
+    command({{QStringLiteral("cmd"), QStringLiteral("copy")}, {QStringLiteral("text"), text}});
+}
+
+void TestEditor::setText(const QString &text, int selectionStart, int selectionEnd)
+{
+    command({{QStringLiteral("cmd"), QStringLiteral("set")}, {QStringLiteral("text"), text},
+        {QStringLiteral("select"), QJsonArray {selectionStart, selectionEnd}}});
+}
+
+bool TestEditor::waitForText(const QString &expected, int timeoutMs)
+{
+    QDeadlineTimer deadline(timeoutMs);
+    while (text() != expected) {
+        if (deadline.hasExpired()) {
+            return false;
+        }
+        QTest::qWait(20);
+    }
+    return true;
+}
+
+} // namespace sayvo::testing

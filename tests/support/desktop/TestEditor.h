@@ -1,0 +1,48 @@
+#pragma once
+
+#include "DesktopSession.h"
+
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+
+namespace sayvo::testing {
+
+// The one-field GTK 3 window (test_editor.py, run by Debian's python3 with PyGObject) on a
+// DesktopSession, activated and focused; readable and writable from the test through its
+// standard input, independently of the accessibility and clipboard code under test.
+class TestEditor
+{
+public:
+    // Without accessibility the window runs with GTK's AT-SPI bridge switched off, like an
+    // application that exposes nothing.
+    TestEditor(DesktopSession &session, QString title, bool accessible = true);
+
+    bool isReady() const { return m_ready; }
+    QString title() const { return m_title; }
+    qint64 pid() const { return m_pid; }
+
+    QString text();
+    // [start, end) of the selection, or the caret twice.
+    std::pair<int, int> selection();
+    QStringList keys();
+    void setText(const QString &text, int selectionStart, int selectionEnd);
+    void setText(const QString &text) { setText(text, int(text.size()), int(text.size())); }
+    // Waits until the field holds exactly this text.
+    bool waitForText(const QString &text, int timeoutMs = 5000);
+    // Puts text on the clipboard through GTK.
+    void copy(const QString &text);
+    // Makes the window the active one again.
+    bool activate();
+
+private:
+    QJsonObject command(const QJsonObject &request);
+
+    DesktopSession &m_session;
+    QString m_title;
+    QProcess *m_process = nullptr;
+    bool m_ready = false;
+    qint64 m_pid = 0;
+};
+
+} // namespace sayvo::testing
