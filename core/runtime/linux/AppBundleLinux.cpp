@@ -1,0 +1,40 @@
+#include "AppBundle.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+
+namespace sayvo {
+
+AppBundle mainAppBundle()
+{
+    // Installed as <prefix>/bin/sayvo with resources in <prefix>/share/sayvo; the build tree
+    // mirrors that layout (build/app/sayvo, build/share/sayvo), so one relative rule finds
+    // both. A binary moved elsewhere falls back to the configured install prefix.
+    const QString executable = QCoreApplication::applicationFilePath();
+    QString resources
+        = QDir::cleanPath(QFileInfo(executable).absolutePath() + QStringLiteral("/../share/sayvo"));
+    if (!QFileInfo::exists(resources)) {
+        resources = QStringLiteral(SAYVO_INSTALL_RESOURCE_DIR);
+    }
+    const QString version = QStringLiteral(SAYVO_VERSION_STRING);
+
+    AppBundle bundle;
+    if (!executable.isEmpty()) {
+        bundle.bundlePath = executable;
+    }
+    bundle.resourceDir = resources;
+    if (!version.isEmpty() && version != QLatin1String("dev")) {
+        bundle.shortVersion = version;
+    }
+    return bundle;
+}
+
+QString userDataDirectory()
+{
+    // $XDG_DATA_HOME, or ~/.local/share when it is unset.
+    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+}
+
+} // namespace sayvo
