@@ -2,6 +2,7 @@
 
 #include "CalibrationController.h"
 #include "SymbolIcon.h"
+#include "WindowStyle.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -44,9 +45,7 @@ QFrame *card(QWidget *parent, const char *name)
 {
     auto *frame = new QFrame(parent);
     frame->setObjectName(QString::fromLatin1(name));
-    frame->setStyleSheet(QStringLiteral("#%1 { border: 1px solid palette(mid); border-radius: 10px;"
-                                        " background: palette(base); }")
-                             .arg(QString::fromLatin1(name)));
+    WindowStyle::markAsCard(frame);
     return frame;
 }
 
@@ -57,6 +56,7 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
 {
     setWindowTitle(QStringLiteral("Accuracy Calibration"));
     setWindowFlag(Qt::WindowMaximizeButtonHint, false);
+    setStyleSheet(WindowStyle::sheet());
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(20, 18, 20, 18);
     layout->setSpacing(12);
@@ -171,11 +171,13 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
     // Summary.
     QFrame *summary = card(this, "summary");
     m_summary = summary;
+    summary->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Maximum);
     auto *summaryLayout = new QVBoxLayout(summary);
     summaryLayout->setContentsMargins(16, 10, 16, 10);
     auto *figures = new QHBoxLayout;
     const auto figure = [&](const QString &caption, QLabel *&value, const char *name) {
         auto *box = new QVBoxLayout;
+        box->setSpacing(2);
         auto *c = label(caption, summary);
         makeSecondary(c);
         value = label({}, summary, name);
@@ -189,6 +191,7 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
     };
     figure(QStringLiteral("Word error rate"), m_meanWER, "meanWER");
     figure(QStringLiteral("Exact matches"), m_exactMatches, "exactMatches");
+    figures->setSpacing(40);
     figures->addStretch();
     summaryLayout->addLayout(figures);
     auto *note
@@ -208,6 +211,7 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
     makeSecondary(m_buffered);
     submitLayout->addWidget(m_buffered, 1);
     m_submit = button(QStringLiteral("Submit"), m_submitBar, "submit");
+    m_submit->setDefault(true);
     submitLayout->addWidget(m_submit);
     layout->addWidget(m_submitBar);
     connect(m_submit, &QPushButton::clicked, &m_controller, &CalibrationController::submit);
@@ -226,17 +230,14 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
         &m_controller, &CalibrationController::lastErrorChanged, this, &CalibrationWindow::refresh);
     connect(&m_controller, &CalibrationController::isSubmittingChanged, this,
         &CalibrationWindow::refresh);
-    connect(&m_controller, &CalibrationController::resultsChanged, this, [this] {
-        refreshResults();
-        refresh();
-    });
+    connect(&m_controller, &CalibrationController::resultsChanged, this,
+        &CalibrationWindow::refreshResults);
 
     setFixedWidth(
         kContentWidth + layout->contentsMargins().left() + layout->contentsMargins().right());
     setMinimumHeight(560);
-    resize(width(), 640);
+    resize(width(), 700);
     refreshResults();
-    refresh();
 }
 
 void CalibrationWindow::refresh()
@@ -280,6 +281,11 @@ void CalibrationWindow::refresh()
     m_submit->setEnabled(!m_controller.isSubmitting());
     m_finished->setVisible(phase == Phase::finished);
     m_startOver->setVisible(m_controller.canStartOver());
+    // Lines can be redone or removed only between recordings and before the set is sent.
+    const bool editable = phase == Phase::ready || phase == Phase::reviewing;
+    for (QToolButton *b : m_resultsScroll->findChildren<QToolButton *>()) {
+        b->setEnabled(editable && !m_controller.isSubmitting());
+    }
 }
 
 void CalibrationWindow::refreshResults()
@@ -296,8 +302,7 @@ void CalibrationWindow::refreshResults()
         auto *row = new QFrame;
         row->setObjectName(QStringLiteral("resultRow"));
         row->setProperty("promptId", result.promptId);
-        row->setStyleSheet(QStringLiteral("#resultRow { border: 1px solid palette(mid);"
-                                          " border-radius: 8px; background: palette(base); }"));
+        WindowStyle::markAsCard(row);
         auto *layout = new QHBoxLayout(row);
         layout->setContentsMargins(10, 8, 6, 8);
         layout->setSpacing(8);
@@ -346,6 +351,7 @@ void CalibrationWindow::refreshResults()
         m_results->insertWidget(index++, row);
         row->show();
     }
+    refresh();
 }
 
 } // namespace sayvo

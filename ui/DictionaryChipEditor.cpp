@@ -18,10 +18,11 @@ DictionaryChip::DictionaryChip(const QString &text, QWidget *parent)
     setObjectName(QStringLiteral("dictionaryChip"));
     setStyleSheet(QStringLiteral("#dictionaryChip { background: rgba(47, 111, 222, 0.12);"
                                  " border: 1px solid rgba(47, 111, 222, 0.35);"
-                                 " border-radius: 12px; }"
+                                 " border-radius: 9px; }"
                                  "#dictionaryChip QToolButton { border: none; }"));
+    setFixedHeight(24);
     auto *layout = new QHBoxLayout(this);
-    layout->setContentsMargins(10, 2, 4, 2);
+    layout->setContentsMargins(10, 0, 4, 0);
     layout->setSpacing(4);
     auto *label = new QLabel(text, this);
     label->setTextFormat(Qt::PlainText);

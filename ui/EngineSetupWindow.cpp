@@ -2,16 +2,23 @@
 
 #include "EngineSupervisor.h"
 #include "SymbolIcon.h"
+#include "WindowStyle.h"
 
 #include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPainter>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
+
+#include <algorithm>
+
+#include <algorithm>
 
 namespace sayvo {
 
@@ -22,6 +29,36 @@ template <typename... Ts> struct Overloaded : Ts...
     using Ts::operator()...;
 };
 template <typename... Ts> Overloaded(Ts...) -> Overloaded<Ts...>;
+
+// The turning arc beside the step that is running.
+class StepSpinner : public QWidget
+{
+public:
+    explicit StepSpinner(QWidget *parent) : QWidget(parent)
+    {
+        auto *timer = new QTimer(this);
+        connect(timer, &QTimer::timeout, this, [this] {
+            m_angle = (m_angle + 30) % 360;
+            update();
+        });
+        timer->start(80);
+    }
+
+protected:
+    void paintEvent(QPaintEvent *) override
+    {
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        const QRectF box = QRectF(rect()).adjusted(2, 2, -2, -2);
+        painter.setPen(QPen(QColor(0xd2, 0xd2, 0xd7), 2));
+        painter.drawEllipse(box);
+        painter.setPen(QPen(SymbolIcon::accentColor(), 2, Qt::SolidLine, Qt::RoundCap));
+        painter.drawArc(box, -m_angle * 16, 100 * 16);
+    }
+
+private:
+    int m_angle = 0;
+};
 
 QLabel *wrapping(QWidget *parent)
 {
@@ -38,6 +75,7 @@ EngineSetupWindow::EngineSetupWindow(EngineSupervisor &supervisor, QWidget *pare
 {
     setWindowTitle(QStringLiteral("Sayvo Engine"));
     setWindowFlag(Qt::WindowMaximizeButtonHint, false);
+    setStyleSheet(WindowStyle::sheet());
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(24, 20, 24, 20);
     layout->setSpacing(14);
@@ -83,6 +121,13 @@ EngineSetupWindow::EngineSetupWindow(EngineSupervisor &supervisor, QWidget *pare
     body->addLayout(texts, 1);
     layout->addLayout(body);
 
+    m_progress = new QProgressBar(this);
+    m_progress->setObjectName(QStringLiteral("provisioningProgress"));
+    m_progress->setRange(0, 100);
+    m_progress->setTextVisible(false);
+    m_progress->setFixedHeight(6);
+    layout->addWidget(m_progress);
+
     m_stepsBox = new QWidget(this);
     m_steps = new QVBoxLayout(m_stepsBox);
     m_steps->setContentsMargins(0, 0, 0, 0);
@@ -113,15 +158,16 @@ EngineSetupWindow::EngineSetupWindow(EngineSupervisor &supervisor, QWidget *pare
     m_logToggle->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     m_logToggle->setArrowType(Qt::RightArrow);
     m_logToggle->setAutoRaise(true);
+    m_logToggle->setStyleSheet(
+        QStringLiteral("QToolButton { border: none; background: transparent; padding: 2px; }"));
     layout->addWidget(m_logToggle);
     m_log = new QPlainTextEdit(this);
     m_log->setObjectName(QStringLiteral("setupLog"));
     m_log->setReadOnly(true);
     m_log->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-    m_log->setMinimumHeight(180);
+    m_log->setFixedHeight(200);
     m_log->setLineWrapMode(QPlainTextEdit::NoWrap);
-    layout->addWidget(m_log, 1);
-    layout->addStretch();
+    layout->addWidget(m_log);
     connect(m_logToggle, &QToolButton::toggled, this, &EngineSetupWindow::setLogShown);
 
     connect(&m_supervisor, &EngineSupervisor::stateChanged, this, &EngineSetupWindow::refreshState);
@@ -190,9 +236,13 @@ void EngineSetupWindow::refreshState()
         m_action->show();
     };
     const bool provisioning = std::holds_alternative<engine_state::Provisioning>(state);
+    // After a stopped set-up the checklist stays, so the user sees where it stopped.
+    const bool stopped = std::holds_alternative<engine_state::Failed>(state)
+        || std::holds_alternative<engine_state::NeedsPrerequisite>(state);
     std::visit(
         Overloaded {
             [&](const engine_state::Provisioning &p) {
+                m_progress->setValue(std::clamp(p.percent, 0, 100));
                 message(p.message.isEmpty()
                         ? QStringLiteral("%1%").arg(p.percent)
                         : QStringLiteral("%1 (%2%)").arg(p.message).arg(p.percent));
@@ -233,7 +283,8 @@ void EngineSetupWindow::refreshState()
             },
         },
         state);
-    m_stepsBox->setVisible(provisioning);
+    m_progress->setVisible(provisioning);
+    m_stepsBox->setVisible(provisioning || (stopped && !m_supervisor.steps().isEmpty()));
     m_provisioningNote->setVisible(provisioning);
     adjustSize();
 }
@@ -256,11 +307,7 @@ void EngineSetupWindow::refreshSteps()
         QString statusName;
         switch (step.status) {
         case ProvisioningStep::Status::Running: {
-            auto *busy = new QProgressBar(row);
-            busy->setRange(0, 0);
-            busy->setTextVisible(false);
-            busy->setFixedSize(16, 16);
-            indicator = busy;
+            indicator = new StepSpinner(row);
             statusName = QStringLiteral("running");
             break;
         }
@@ -290,6 +337,7 @@ void EngineSetupWindow::refreshSteps()
         layout->addWidget(indicator);
         layout->addWidget(new QLabel(step.label, row), 1);
         m_steps->addWidget(row);
+        row->show();
     }
 }
 

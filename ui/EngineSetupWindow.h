@@ -7,6 +7,7 @@
 
 class QLabel;
 class QPlainTextEdit;
+class QProgressBar;
 class QPushButton;
 class QToolButton;
 class QVBoxLayout;
@@ -47,6 +48,7 @@ private:
     QLabel *m_message = nullptr;
     QLabel *m_detail = nullptr;
     QPushButton *m_action = nullptr;
+    QProgressBar *m_progress = nullptr;
     QWidget *m_stepsBox = nullptr;
     QVBoxLayout *m_steps = nullptr;
     QLabel *m_provisioningNote = nullptr;

@@ -1,6 +1,7 @@
 #include "SettingsControls.h"
 
 #include "SymbolIcon.h"
+#include "WindowStyle.h"
 
 #include <QButtonGroup>
 #include <QHBoxLayout>
@@ -217,10 +218,7 @@ void SettingsStatRow::setValue(const QString &value)
 SettingsStatCard::SettingsStatCard(QWidget *parent)
     : QFrame(parent), m_layout(new QVBoxLayout(this))
 {
-    setFrameShape(QFrame::StyledPanel);
-    setObjectName(QStringLiteral("statCard"));
-    setStyleSheet(QStringLiteral("#statCard { border: 1px solid palette(mid); border-radius: 8px;"
-                                 " background: palette(base); }"));
+    WindowStyle::markAsCard(this);
     m_layout->setContentsMargins(14, 8, 14, 8);
     m_layout->setSpacing(2);
 }
@@ -247,9 +245,7 @@ SettingsPermissionRow::SettingsPermissionRow(const QString &title, QWidget *pare
       m_status(new QLabel(this)),
       m_open(new QPushButton(this))
 {
-    setObjectName(QStringLiteral("permissionRow"));
-    setStyleSheet(QStringLiteral("#permissionRow { border: 1px solid palette(mid);"
-                                 " border-radius: 8px; background: palette(base); }"));
+    WindowStyle::markAsCard(this);
     auto *layout = new QHBoxLayout(this);
     layout->setContentsMargins(12, 8, 12, 8);
     layout->addWidget(m_icon);

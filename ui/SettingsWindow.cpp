@@ -9,6 +9,7 @@
 #include "SymbolIcon.h"
 #include "UsagePresentation.h"
 #include "UsageStatsStore.h"
+#include "WindowStyle.h"
 
 #include <QComboBox>
 #include <QDesktopServices>
@@ -159,6 +160,7 @@ SettingsWindow::SettingsWindow(SettingsStore &settings, UsageStatsStore &usageSt
     setWindowTitle(QStringLiteral("Settings"));
     setWindowFlag(Qt::WindowMaximizeButtonHint, false);
     setAttribute(Qt::WA_DeleteOnClose, false);
+    setStyleSheet(WindowStyle::sheet());
 
     auto *layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -171,11 +173,15 @@ SettingsWindow::SettingsWindow(SettingsStore &settings, UsageStatsStore &usageSt
     m_sidebar->setFrameShape(QFrame::NoFrame);
     m_sidebar->setStyleSheet(
         QStringLiteral("#settingsSidebar { background: palette(window); padding: 10px 8px;"
-                       " border-right: 1px solid palette(mid); }"
+                       " border-right: 1px solid palette(mid); outline: 0; }"
                        "#settingsSidebar::item { padding: 6px 8px; border-radius: 6px; }"
                        "#settingsSidebar::item:selected { background: #2f6fde; color: white; }"));
     for (const SettingsTab tab : kTabs) {
-        auto *item = new QListWidgetItem(SymbolIcon::icon(symbol(tab)), title(tab), m_sidebar);
+        QIcon icon = SymbolIcon::icon(symbol(tab));
+        for (const int size : {16, 24, 32}) {
+            icon.addPixmap(SymbolIcon::pixmap(symbol(tab), size, Qt::white), QIcon::Selected);
+        }
+        auto *item = new QListWidgetItem(icon, title(tab), m_sidebar);
         item->setSizeHint(QSize(160, 34));
     }
     layout->addWidget(m_sidebar);
@@ -587,8 +593,7 @@ void SettingsWindow::refreshSuggestions()
     for (const DictionarySuggestion &s : dictionary) {
         auto *row = new QFrame;
         row->setObjectName(QStringLiteral("suggestionRow"));
-        row->setStyleSheet(QStringLiteral("#suggestionRow { border: 1px solid palette(mid);"
-                                          " border-radius: 8px; background: palette(base); }"));
+        WindowStyle::markAsCard(row);
         auto *layout = new QHBoxLayout(row);
         layout->setContentsMargins(12, 6, 8, 6);
         auto *from = new QLabel(text(s.misrecognized), row);
@@ -628,8 +633,7 @@ void SettingsWindow::refreshSuggestions()
     for (const ExemplarSuggestion &e : exemplars) {
         auto *row = new QFrame;
         row->setObjectName(QStringLiteral("exemplarRow"));
-        row->setStyleSheet(QStringLiteral("#exemplarRow { border: 1px solid palette(mid);"
-                                          " border-radius: 8px; background: palette(base); }"));
+        WindowStyle::markAsCard(row);
         auto *layout = new QHBoxLayout(row);
         layout->setContentsMargins(12, 6, 12, 6);
         auto *domain = secondaryLabel(text(e.domain), row);

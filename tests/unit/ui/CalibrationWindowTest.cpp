@@ -242,6 +242,8 @@ TEST_F(CalibrationWindowTest, ReviewSubmitAndRunAgain)
     EXPECT_FALSE(shown("submit"));
     EXPECT_FALSE(shown("reviewingText"));
     EXPECT_TRUE(shown("startOver"));
+    EXPECT_FALSE(rowFor(1)->findChild<QToolButton *>("redo")->isEnabled())
+        << "a sent set is no longer edited";
     EXPECT_TRUE(test::saveShot(window, QStringLiteral("calibration-7-finished")));
 
     click("runAgain");

@@ -76,7 +76,8 @@ protected:
         for (const ProvisioningStep &step : supervisor->steps()) {
             QWidget *row = window->findChild<QWidget *>(QStringLiteral("step-") + step.id);
             QWidget *status = row ? row->findChild<QWidget *>("stepStatus") : nullptr;
-            statuses.append(status ? status->property("status").toString() : QStringLiteral("?"));
+            statuses.append(status && status->isVisible() ? status->property("status").toString()
+                                                          : QStringLiteral("hidden"));
         }
         return statuses;
     }
@@ -197,6 +198,8 @@ TEST_F(EngineSetupWindowTest, AFailedSetUpShowsProblemAndTryAgainStartsAProvisio
     lastProcess()->exitWith(1);
     ASSERT_TRUE(QTest::qWaitFor([&] { return statusText() == QStringLiteral("Problem"); }, 2000));
     EXPECT_EQ(visibleMessage(), QStringLiteral("Setup failed (exit 1). See the log for details."));
+    EXPECT_EQ(stepStatuses().mid(0, 3), (QStringList {"done", "failed", "pending"}))
+        << "the checklist shows where set-up stopped";
     EXPECT_TRUE(label("stateSymbol")->isVisible());
     ASSERT_TRUE(action()->isVisible());
     EXPECT_EQ(action()->text(), QStringLiteral("Try Again"));

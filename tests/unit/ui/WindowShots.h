@@ -11,7 +11,6 @@ inline bool saveShot(QWidget &window, const QString &name)
 {
     const QString dir = QStringLiteral(SAYVO_SCREENSHOT_DIR);
     QDir().mkpath(dir);
-    window.adjustSize();
     return window.grab().save(dir + QLatin1Char('/') + name + QStringLiteral(".png"));
 }
 
