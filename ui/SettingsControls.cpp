@@ -113,6 +113,10 @@ SettingsSegmentedControl::SettingsSegmentedControl(
         auto *button = new QPushButton(option.label, this);
         button->setCheckable(true);
         button->setMinimumWidth(120);
+        button->setProperty("segment",
+            index == 0                                          ? QStringLiteral("first")
+                : index + 1 == static_cast<int>(options.size()) ? QStringLiteral("last")
+                                                                : QStringLiteral("middle"));
         m_group->addButton(button, index++);
         layout->addWidget(button);
     }
@@ -271,6 +275,9 @@ void SettingsPermissionRow::setGranted(bool granted)
                               : SymbolIcon::pixmap(QStringLiteral("exclamationmark.triangle.fill"),
                                   22, SymbolIcon::warningColor()));
     m_status->setText(statusText());
+    QPalette palette = m_status->palette();
+    palette.setColor(QPalette::WindowText, SymbolIcon::secondaryColor());
+    m_status->setPalette(palette);
     m_open->setText(granted ? QStringLiteral("Details…") : QStringLiteral("How to Grant…"));
 }
 

@@ -477,6 +477,8 @@ QWidget *SettingsWindow::buildTrigger()
     m_mode = new SettingsSegmentedControl(modeOptions(), page.content);
     m_mode->setObjectName(QStringLiteral("modeChoice"));
     mode->addWidget(m_mode);
+    mode->addCaption(QStringLiteral("Hold to talk: dictation runs while the key is held down. "
+                                    "Toggle: press once to start and once more to stop."));
     page.layout->addWidget(mode);
     connect(m_mode, &SettingsSegmentedControl::selected, this, [this](int index) {
         m_settings.setTriggerMode(kAllTriggerModes[static_cast<std::size_t>(index)]);
@@ -763,6 +765,11 @@ QWidget *SettingsWindow::buildPrivacy()
 QWidget *SettingsWindow::buildPermissions()
 {
     Page page = makePage(title(SettingsTab::permissions), this);
+    page.layout->addWidget(secondaryLabel(
+        QStringLiteral("Sayvo needs to hear the microphone, read and type into the focused text "
+                       "field, and watch the trigger key. The state below is checked each time "
+                       "this window opens."),
+        page.content));
     const auto addRow = [&](Permission permission, const QString &name, const QString &objectName) {
         auto *row = new SettingsPermissionRow(name, page.content);
         row->setObjectName(objectName);

@@ -52,6 +52,7 @@ QIcon SymbolIcon::icon(const QString &name, const QColor &color)
     QIcon icon;
     for (const int size : {16, 24, 32, 48}) {
         icon.addPixmap(pixmap(name, size, color));
+        icon.addPixmap(pixmap(name, size, QColor(0xc7, 0xc7, 0xcc)), QIcon::Disabled);
     }
     return icon;
 }

@@ -16,6 +16,12 @@ QString WindowStyle::sheet()
         " border-color: #2a62c4; }"
         "QPushButton:default:hover { background: #2b66cc; }"
         "QPushButton:default:disabled { background: #9db8e8; border-color: #9db8e8; }"
+        "QPushButton[segment=\"first\"] { border-top-right-radius: 0; border-bottom-right-radius: "
+        "0;"
+        " }"
+        "QPushButton[segment=\"middle\"] { border-radius: 0; border-left: none; }"
+        "QPushButton[segment=\"last\"] { border-top-left-radius: 0; border-bottom-left-radius: 0;"
+        " border-left: none; }"
         "QFrame[card=\"true\"] { border: 1px solid #d2d2d7; border-radius: 9px;"
         " background: palette(base); }"
         "QFrame[card=\"true\"] QLabel { background: transparent; }");
