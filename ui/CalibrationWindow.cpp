@@ -334,12 +334,12 @@ void CalibrationWindow::refreshResults()
         redo->setObjectName(QStringLiteral("redo"));
         redo->setText(QStringLiteral("Redo this line"));
         redo->setToolTip(QStringLiteral("Redo this line"));
-        redo->setIcon(SymbolIcon::icon(QStringLiteral("arrow.counterclockwise")));
+        redo->setIcon(SymbolIcon::windowIcon(QStringLiteral("arrow.counterclockwise")));
         redo->setToolButtonStyle(Qt::ToolButtonIconOnly);
         redo->setAutoRaise(true);
         auto *remove = new QToolButton(row);
         remove->setObjectName(QStringLiteral("remove"));
-        remove->setIcon(SymbolIcon::icon(QStringLiteral("xmark")));
+        remove->setIcon(SymbolIcon::windowIcon(QStringLiteral("xmark")));
         remove->setToolTip(QStringLiteral("Remove this result and retest it later"));
         remove->setAutoRaise(true);
         layout->addWidget(redo, 0, Qt::AlignTop);

@@ -27,7 +27,8 @@ DictionaryChip::DictionaryChip(const QString &text, QWidget *parent)
     auto *label = new QLabel(text, this);
     label->setTextFormat(Qt::PlainText);
     layout->addWidget(label);
-    m_remove->setIcon(SymbolIcon::icon(QStringLiteral("xmark"), SymbolIcon::secondaryColor()));
+    m_remove->setIcon(
+        SymbolIcon::windowIcon(QStringLiteral("xmark"), SymbolIcon::secondaryColor()));
     m_remove->setIconSize(QSize(10, 10));
     m_remove->setToolTip(QStringLiteral("Remove \u201c%1\u201d").arg(text));
     m_remove->setAccessibleName(QStringLiteral("Remove %1").arg(text));

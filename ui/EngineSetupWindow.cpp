@@ -212,7 +212,7 @@ void EngineSetupWindow::setLogShown(bool shown)
     }
     m_logToggle->setArrowType(shown ? Qt::DownArrow : Qt::RightArrow);
     m_log->setVisible(shown);
-    adjustSize();
+    fitHeightToContent();
 }
 
 void EngineSetupWindow::refreshState()
@@ -286,7 +286,17 @@ void EngineSetupWindow::refreshState()
     m_progress->setVisible(provisioning);
     m_stepsBox->setVisible(provisioning || (stopped && !m_supervisor.steps().isEmpty()));
     m_provisioningNote->setVisible(provisioning);
-    adjustSize();
+    fitHeightToContent();
+}
+
+void EngineSetupWindow::fitHeightToContent()
+{
+    // The width is fixed; the height follows what the state shows, whatever size the window
+    // was given when it was created.
+    layout()->activate();
+    const int height = layout()->hasHeightForWidth() ? layout()->totalHeightForWidth(width())
+                                                     : layout()->totalSizeHint().height();
+    setFixedHeight(height);
 }
 
 void EngineSetupWindow::refreshSteps()
@@ -339,6 +349,7 @@ void EngineSetupWindow::refreshSteps()
         m_steps->addWidget(row);
         row->show();
     }
+    fitHeightToContent();
 }
 
 void EngineSetupWindow::refreshLog()

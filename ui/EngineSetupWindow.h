@@ -39,6 +39,7 @@ private:
     void refreshSteps();
     void refreshLog();
     void performAction();
+    void fitHeightToContent();
 
     EngineSupervisor &m_supervisor;
     bool m_showLog = false;

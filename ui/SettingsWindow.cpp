@@ -12,12 +12,10 @@
 #include "WindowStyle.h"
 
 #include <QComboBox>
-#include <QDesktopServices>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QSignalBlocker>
@@ -148,12 +146,14 @@ const QString kRateNote = QStringLiteral(
 
 SettingsWindow::SettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
     SayvoCoordinator &coordinator, PermissionsProvider permissions,
-    std::unique_ptr<LoginItem> loginItem, SamplerFactory makeSampler, QWidget *parent)
+    PermissionHelpOpener openPermissionHelp, std::unique_ptr<LoginItem> loginItem,
+    SamplerFactory makeSampler, QWidget *parent)
     : QWidget(parent, Qt::Window),
       m_settings(settings),
       m_usageStats(usageStats),
       m_coordinator(coordinator),
       m_permissions(std::move(permissions)),
+      m_openPermissionHelp(std::move(openPermissionHelp)),
       m_loginItem(std::move(loginItem)),
       m_makeSampler(std::move(makeSampler))
 {
@@ -177,7 +177,7 @@ SettingsWindow::SettingsWindow(SettingsStore &settings, UsageStatsStore &usageSt
                        "#settingsSidebar::item { padding: 6px 8px; border-radius: 6px; }"
                        "#settingsSidebar::item:selected { background: #2f6fde; color: white; }"));
     for (const SettingsTab tab : kTabs) {
-        QIcon icon = SymbolIcon::icon(symbol(tab));
+        QIcon icon = SymbolIcon::windowIcon(symbol(tab));
         for (const int size : {16, 24, 32}) {
             icon.addPixmap(SymbolIcon::pixmap(symbol(tab), size, Qt::white), QIcon::Selected);
         }
@@ -774,8 +774,11 @@ QWidget *SettingsWindow::buildPermissions()
         auto *row = new SettingsPermissionRow(name, page.content);
         row->setObjectName(objectName);
         page.layout->addWidget(row);
-        connect(row, &SettingsPermissionRow::openRequested, this,
-            [this, permission] { openPermissionHelp(permission); });
+        connect(row, &SettingsPermissionRow::openRequested, this, [this, permission] {
+            if (m_openPermissionHelp) {
+                m_openPermissionHelp(permission);
+            }
+        });
         return row;
     };
     m_microphonePermission
@@ -794,21 +797,6 @@ void SettingsWindow::refreshPermissions()
     m_microphonePermission->setGranted(snapshot.microphone);
     m_accessibilityPermission->setGranted(snapshot.accessibility);
     m_inputMonitoringPermission->setGranted(snapshot.inputMonitoring);
-}
-
-void SettingsWindow::openPermissionHelp(Permission permission)
-{
-    const PermissionHelp help = permissionHelp(permission);
-    if (help.settingsPane.isValid()) {
-        QDesktopServices::openUrl(help.settingsPane);
-        return;
-    }
-    auto *box = new QMessageBox(
-        QMessageBox::Information, help.title, help.explanation, QMessageBox::Ok, this);
-    box->setObjectName(QStringLiteral("permissionHelp"));
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    box->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    box->open();
 }
 
 // Visibility ----------------------------------------------------------------------------

@@ -2,7 +2,7 @@
 
 #include "EngineFootprint.h"
 #include "LoginItem.h"
-#include "PermissionHelp.h"
+#include "PermissionSnapshot.h"
 
 #include <QList>
 #include <QString>
@@ -58,13 +58,16 @@ class SettingsWindow : public QWidget
     Q_OBJECT
 
 public:
+    // Reads the three permissions afresh; called every time the window is shown.
     using PermissionsProvider = std::function<PermissionSnapshot()>;
+    // Shows the user where a permission is granted on this platform.
+    using PermissionHelpOpener = std::function<void(Permission)>;
     using SamplerFactory = std::function<std::unique_ptr<FootprintSampler>()>;
 
     SettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
         SayvoCoordinator &coordinator, PermissionsProvider permissions,
-        std::unique_ptr<LoginItem> loginItem, SamplerFactory makeSampler = defaultSamplerFactory(),
-        QWidget *parent = nullptr);
+        PermissionHelpOpener openPermissionHelp, std::unique_ptr<LoginItem> loginItem,
+        SamplerFactory makeSampler = defaultSamplerFactory(), QWidget *parent = nullptr);
     ~SettingsWindow() override;
 
     // The app's own process tree, sampled every 3 seconds.
@@ -106,12 +109,12 @@ private:
     void refreshFootprint(const std::optional<EngineFootprint> &footprint);
     void refreshPermissions();
     void applyLaunchAtLogin(bool enabled);
-    void openPermissionHelp(Permission permission);
 
     SettingsStore &m_settings;
     UsageStatsStore &m_usageStats;
     SayvoCoordinator &m_coordinator;
     PermissionsProvider m_permissions;
+    PermissionHelpOpener m_openPermissionHelp;
     std::unique_ptr<LoginItem> m_loginItem;
     SamplerFactory m_makeSampler;
     std::unique_ptr<FootprintSampler> m_sampler;

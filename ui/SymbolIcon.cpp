@@ -6,13 +6,31 @@
 #include <QPalette>
 #include <QSvgRenderer>
 
+// The symbols are compiled into the static ui library; its resources must be registered
+// by hand before the first lookup.
+static void registerSymbols()
+{
+    static const bool registered = [] {
+        Q_INIT_RESOURCE(shell);
+        Q_INIT_RESOURCE(windows);
+        return true;
+    }();
+    (void)registered;
+}
+
 namespace sayvo {
 
 namespace {
 
-QString path(const QString &name)
+// The tray's set first, then the windows' own symbols.
+QString resourcePath(const QString &symbolName)
 {
-    return QStringLiteral(":/symbols/") + name + QStringLiteral(".svg");
+    registerSymbols();
+    const QString shell = QStringLiteral(":/icons/%1.svg").arg(symbolName);
+    if (QFile::exists(shell)) {
+        return shell;
+    }
+    return QStringLiteral(":/symbols/%1.svg").arg(symbolName);
 }
 
 QColor resolved(const QColor &color)
@@ -20,24 +38,16 @@ QColor resolved(const QColor &color)
     return color.isValid() ? color : QApplication::palette().color(QPalette::WindowText);
 }
 
-} // namespace
-
-bool SymbolIcon::exists(const QString &name)
+// The SVGs are drawn in black; recolouring the source keeps the edges antialiased.
+QPixmap render(const QString &symbolName, int sizePx, const QColor &color, qreal ratio)
 {
-    return QFile::exists(path(name));
-}
-
-QPixmap SymbolIcon::pixmap(const QString &name, int sizePx, const QColor &color)
-{
-    QFile file(path(name));
+    QFile file(resourcePath(symbolName));
     if (!file.open(QIODevice::ReadOnly)) {
         return {};
     }
-    // The SVGs are drawn in pure black; recolouring the source keeps edges antialiased.
     QByteArray svg = file.readAll();
-    svg.replace("#000000", resolved(color).name(QColor::HexRgb).toLatin1());
+    svg.replace("#000000", color.name(QColor::HexRgb).toLatin1());
     QSvgRenderer renderer(svg);
-    const qreal ratio = qApp ? qApp->devicePixelRatio() : 1.0;
     QPixmap pixmap(QSize(sizePx, sizePx) * ratio);
     pixmap.fill(Qt::transparent);
     QPainter painter(&pixmap);
@@ -47,12 +57,35 @@ QPixmap SymbolIcon::pixmap(const QString &name, int sizePx, const QColor &color)
     return pixmap;
 }
 
-QIcon SymbolIcon::icon(const QString &name, const QColor &color)
+} // namespace
+
+bool SymbolIcon::exists(const QString &symbolName)
+{
+    return QFile::exists(resourcePath(symbolName));
+}
+
+QIcon SymbolIcon::icon(const QString &symbolName, const QColor &color, int sizePx)
+{
+    const QPixmap pixmap = render(symbolName, sizePx, color, 1.0);
+    if (pixmap.isNull()) {
+        return {};
+    }
+    QIcon icon(pixmap);
+    icon.setIsMask(true);
+    return icon;
+}
+
+QPixmap SymbolIcon::pixmap(const QString &symbolName, int sizePx, const QColor &color)
+{
+    return render(symbolName, sizePx, resolved(color), qApp ? qApp->devicePixelRatio() : 1.0);
+}
+
+QIcon SymbolIcon::windowIcon(const QString &symbolName, const QColor &color)
 {
     QIcon icon;
     for (const int size : {16, 24, 32, 48}) {
-        icon.addPixmap(pixmap(name, size, color));
-        icon.addPixmap(pixmap(name, size, QColor(0xc7, 0xc7, 0xcc)), QIcon::Disabled);
+        icon.addPixmap(pixmap(symbolName, size, color));
+        icon.addPixmap(pixmap(symbolName, size, disabledColor()), QIcon::Disabled);
     }
     return icon;
 }

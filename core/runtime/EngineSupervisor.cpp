@@ -2,6 +2,7 @@
 
 #include "ChildProcessQt.h"
 #include "Logging.h"
+#include "MainThread.h"
 #include "OutputLineReader.h"
 
 #include <QCoreApplication>
@@ -19,12 +20,19 @@ namespace sayvo {
 
 namespace {
 
-const QString kMockEngineNotOurs = QStringLiteral(
-    "A placeholder (mock) engine is running on this endpoint. Stop it (or fix its backends) and "
-    "restart — the app can't get real transcripts until then.");
-const QString kMockEngineOurs = QStringLiteral(
-    "The engine started in placeholder (mock) mode — its ASR/GEC backends failed to load. Open "
-    "Engine Setup to reinstall the backends.");
+QString mockEngineNotOurs()
+{
+    return QStringLiteral("A placeholder (mock) engine is running on this endpoint. Stop it (or "
+                          "fix its backends) and "
+                          "restart — the app can't get real transcripts until then.");
+}
+
+QString mockEngineOurs()
+{
+    return QStringLiteral(
+        "The engine started in placeholder (mock) mode — its ASR/GEC backends failed to load. Open "
+        "Engine Setup to reinstall the backends.");
+}
 
 } // namespace
 
@@ -151,7 +159,7 @@ void EngineSupervisor::launchEngine()
     launch.arguments
         = {m_locator.runScript(), QStringLiteral("--app-dir"), m_locator.effectiveAppDir()};
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    // The wildcard bind is deliberate: the engine decides who may connect, not the client.
+    // Deliberately the wildcard address, although this client only connects over loopback.
     environment.insert(QStringLiteral("ENGINE_HOST"), QStringLiteral("0.0.0.0"));
     if (m_lastEndpoint && m_lastEndpoint->port() >= 0) {
         environment.insert(QStringLiteral("ENGINE_PORT"), QString::number(m_lastEndpoint->port()));
@@ -241,7 +249,7 @@ void EngineSupervisor::attachOutput(
 void EngineSupervisor::handleMockBackends()
 {
     if (m_engineExternallyManaged || !m_engineProcess) {
-        setState(engine_state::Failed {kMockEngineNotOurs});
+        setState(engine_state::Failed {mockEngineNotOurs()});
         return;
     }
     if (m_locator.isProvisioned() && m_mockRelaunchCount < kMaxMockRelaunches) {
@@ -255,7 +263,7 @@ void EngineSupervisor::handleMockBackends()
         scheduleRelaunch(kMockRelaunchDelaySeconds);
         return;
     }
-    setState(engine_state::Failed {kMockEngineOurs});
+    setState(engine_state::Failed {mockEngineOurs()});
 }
 
 void EngineSupervisor::handleHealthyBackends()

@@ -3,6 +3,7 @@
 #include "BootstrapLine.h"
 #include "EngineSupervisor.h"
 #include "Logging.h"
+#include "MainThread.h"
 #include "OutputLineReader.h"
 
 #include <QDir>

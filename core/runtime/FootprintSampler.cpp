@@ -1,6 +1,6 @@
 #include "FootprintSampler.h"
 
-#include "OutputLineReader.h"
+#include "MainThread.h"
 #include "ProcessTable.h"
 
 #include <QPointer>
@@ -45,9 +45,9 @@ void FootprintSampler::sample()
     });
 }
 
-void FootprintSampler::publish(std::optional<EngineFootprint> footprint)
+void FootprintSampler::publish(const std::optional<EngineFootprint> &footprint)
 {
-    m_footprint = std::move(footprint);
+    m_footprint = footprint;
     emit footprintChanged(m_footprint);
 }
 

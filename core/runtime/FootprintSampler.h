@@ -47,7 +47,7 @@ signals:
 
 private:
     void sample();
-    void publish(std::optional<EngineFootprint> footprint);
+    void publish(const std::optional<EngineFootprint> &footprint);
 
     std::optional<EngineFootprint> m_footprint;
     pid_t m_rootPID;

@@ -1,6 +1,7 @@
 #include "OutputLineReader.h"
 
-#include <QCoreApplication>
+#include "MainThread.h"
+
 #include <QMutexLocker>
 #include <QStringDecoder>
 
@@ -26,20 +27,6 @@ std::optional<QString> decodeLine(const QByteArray &line)
         return std::nullopt;
     }
     return text;
-}
-
-void postToMainThread(const QPointer<QObject> &receiver, std::function<void()> work)
-{
-    // Posting everything to the application object keeps the order of posts from one
-    // thread; the guard is only read on the main thread.
-    QMetaObject::invokeMethod(
-        QCoreApplication::instance(),
-        [receiver, work = std::move(work)] {
-            if (receiver) {
-                work();
-            }
-        },
-        Qt::QueuedConnection);
 }
 
 OutputLineReader::OutputLineReader(

@@ -19,8 +19,8 @@ QList<QByteArray> takeCompleteLines(QByteArray &buffer);
 std::optional<QString> decodeLine(const QByteArray &line);
 
 // Turns a child's output into lines. consume() is called on the reader thread with each
-// chunk; every complete, valid line is handed, in order, to `onLine` on the thread of
-// `receiver` (the main thread), and never after the receiver is gone. An unfinished last
+// chunk; every complete, valid line is handed, in order, to `onLine` on the main thread, and
+// never after `receiver` is gone. An unfinished last
 // line is never delivered: a line counts only once its line feed has arrived.
 class OutputLineReader
 {
@@ -35,8 +35,5 @@ private:
     QByteArray m_buffer;
     QMutex m_lock; // guards m_buffer only
 };
-
-// Delivers `work` on the main thread, in posting order, unless `receiver` has gone by then.
-void postToMainThread(const QPointer<QObject> &receiver, std::function<void()> work);
 
 } // namespace sayvo

@@ -33,8 +33,8 @@ bool isRuntime(const QString &dir, bool requireModels)
 
 } // namespace
 
-RuntimeLocator::RuntimeLocator(QString payloadDir, QString installRoot, QString appVersion,
-    std::optional<QString> adoptedAppDir)
+RuntimeLocator::RuntimeLocator(const QString &payloadDir, const QString &installRoot,
+    QString appVersion, std::optional<QString> adoptedAppDir)
     : m_payloadDir(absoluteDir(payloadDir)),
       m_installRoot(absoluteDir(installRoot)),
       m_appVersion(std::move(appVersion)),

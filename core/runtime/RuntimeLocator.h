@@ -17,7 +17,7 @@ namespace sayvo {
 class RuntimeLocator
 {
 public:
-    RuntimeLocator(QString payloadDir, QString installRoot, QString appVersion,
+    RuntimeLocator(const QString &payloadDir, const QString &installRoot, QString appVersion,
         std::optional<QString> adoptedAppDir = std::nullopt);
 
     // The locator the application uses. The overrides replace the payload directory and

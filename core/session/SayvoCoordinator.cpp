@@ -227,6 +227,15 @@ void SayvoCoordinator::handleTriggerUp()
     }
 }
 
+void SayvoCoordinator::toggleDictation()
+{
+    if (m_state.is<AppState::Listening>()) {
+        endUtterance();
+    } else if (m_state.is<AppState::Idle>()) {
+        beginUtterance();
+    }
+}
+
 void SayvoCoordinator::beginCalibrationUtterance()
 {
     beginUtterance();

@@ -70,6 +70,9 @@ public:
 
     void handleTriggerDown();
     void handleTriggerUp();
+    // A click on the tray icon when it is the trigger: starts when idle, ends when listening,
+    // whatever the trigger mode.
+    void toggleDictation();
 
     // Focus, domains, suggestions.
     void handleFocusChange();

@@ -2,6 +2,7 @@
 
 #include "X11Connection.h"
 
+#include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
@@ -19,8 +20,17 @@ bool KeySynthesizerX11::postPaste(PasteShortcut shortcut)
         if (!m_connection) {
             return false;
         }
+        // A layout switched since the last paste moves keys; Xlib's copy of the key map is
+        // refreshed from the server's notification.
+        m_connection->setEventHandler([](XEvent &event) {
+            if (event.type == MappingNotify) {
+                XRefreshKeyboardMapping(&event.xmapping);
+            }
+        });
     }
     Display *display = m_connection->display();
+    XSync(display, False);
+    m_connection->dispatchPending();
     int eventBase = 0;
     int errorBase = 0;
     int major = 0;

@@ -119,7 +119,11 @@ void PasteboardX11::answerRequest(const XEvent &event)
                 : XMaxRequestSize(display) * 4 - 1024;
             for (const auto &[offeredType, data] : m_offered) {
                 if (offeredType == type && data.size() <= maxBytes) {
-                    XChangeProperty(display, request.requestor, property, request.target, 8,
+                    // TEXT asks for "some text encoding"; the answer names the one given.
+                    const Atom replyType = request.target == m_connection->atom("TEXT")
+                        ? m_connection->atom("UTF8_STRING")
+                        : request.target;
+                    XChangeProperty(display, request.requestor, property, replyType, 8,
                         PropModeReplace, reinterpret_cast<const unsigned char *>(data.constData()),
                         int(data.size()));
                     reply.property = property;

@@ -1,4 +1,5 @@
 #include "AccessibilityProviderAtSpi.h"
+#include "DesktopServices.h"
 #include "DesktopSession.h"
 #include "KeySynthesizerX11.h"
 #include "PasteboardX11.h"
@@ -6,9 +7,15 @@
 #include "TextInserter.h"
 #include "WorkspaceX11.h"
 
+#include <QScopeGuard>
 #include <QTest>
 
+
 #include <gtest/gtest.h>
+
+// Last: Xlib's macros (None, Bool) clash with names in the headers above.
+#include <X11/Xlib.h>
+#include <X11/keysym.h>
 
 using namespace sayvo;
 using namespace sayvo::testing;
@@ -132,6 +139,70 @@ TEST_F(PasteX11Test, ChangeCountFollowsWritesByEveryone)
     m_editor->copy(QStringLiteral("two"));
     EXPECT_TRUE(QTest::qWaitFor([&] { return pasteboard.changeCount() > afterOwnWrite; }, 5000));
     EXPECT_EQ(pasteboard.string(), QStringLiteral("two"));
+}
+
+// Swaps the keysyms of two keys, as a layout where they sit elsewhere would.
+void swapKeys(Display *display, KeySym first, KeySym second)
+{
+    const KeyCode firstCode = XKeysymToKeycode(display, first);
+    const KeyCode secondCode = XKeysymToKeycode(display, second);
+    int perKeyCode = 0;
+    KeySym *firstSyms = XGetKeyboardMapping(display, firstCode, 1, &perKeyCode);
+    int secondPerKeyCode = 0;
+    KeySym *secondSyms = XGetKeyboardMapping(display, secondCode, 1, &secondPerKeyCode);
+    XChangeKeyboardMapping(display, firstCode, secondPerKeyCode, secondSyms, 1);
+    XChangeKeyboardMapping(display, secondCode, perKeyCode, firstSyms, 1);
+    XFree(firstSyms);
+    XFree(secondSyms);
+    XSync(display, False);
+}
+
+TEST_F(PasteX11Test, PasteFindsTheVKeyWhereverTheLayoutPutsIt)
+{
+    KeySynthesizerX11 keys;
+    // The synthesizer has seen the layout before it changes.
+    ASSERT_TRUE(keys.postPaste(PasteShortcut::standard));
+    Display *display = XOpenDisplay(m_session.display().toLocal8Bit().constData());
+    ASSERT_TRUE(display);
+    const KeyCode usualV = XKeysymToKeycode(display, XK_v);
+    swapKeys(display, XK_v, XK_x);
+    const auto restore = qScopeGuard([&] {
+        swapKeys(display, XK_v, XK_x);
+        XCloseDisplay(display);
+    });
+    ASSERT_NE(XKeysymToKeycode(display, XK_v), usualV);
+    // Let the editor take in the new layout.
+    QTest::qWait(200);
+
+    m_editor->setText(QStringLiteral("unchanged"), 0, 9);
+    PasteboardX11 pasteboard;
+    ASSERT_TRUE(pasteboard.setConcealedString(QStringLiteral("moved key")));
+    ASSERT_TRUE(keys.postPaste(PasteShortcut::standard));
+    // Control on the key that used to be V would now cut the selection instead.
+    EXPECT_TRUE(m_editor->waitForText(QStringLiteral("moved key")));
+}
+
+TEST(DesktopServicesLinuxTest, TheFactoryGivesWorkingX11AndAtSpiAdapters)
+{
+    DesktopSession session;
+    ASSERT_TRUE(session.isReady()) << session.failure().toStdString();
+    TestEditor editor(session, QStringLiteral("Factory target"));
+    ASSERT_TRUE(editor.isReady());
+    DesktopServices services = createDesktopServices();
+    ASSERT_TRUE(services.keyboard && services.pasteboard && services.keySynthesizer
+        && services.accessibility && services.workspace && services.windowList);
+    EXPECT_TRUE(
+        services.keyboard->install({}, [](const KeyEvent &) { return KeyEventDisposition::pass; }));
+    const auto front = services.workspace->frontmostApplication();
+    ASSERT_TRUE(front);
+    EXPECT_EQ(front->pid, editor.pid());
+    EXPECT_TRUE(services.windowList->onScreenWindows());
+    EXPECT_TRUE(services.pasteboard->setConcealedString(QStringLiteral("from the factory")));
+    EXPECT_TRUE(services.keySynthesizer->postPaste(PasteShortcut::standard));
+    EXPECT_TRUE(editor.waitForText(QStringLiteral("from the factory")));
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return services.accessibility->applicationElement(editor.pid()) != nullptr; },
+        10000));
 }
 
 } // namespace

@@ -71,9 +71,10 @@ TEST(FootprintSampler, StartTwiceKeepsOneTimer)
     sampler.start();
     EXPECT_EQ(sampler.findChildren<QTimer *>().size(), 1);
     EXPECT_TRUE(sampler.isStarted());
-    // One sample at once, then one each 200 ms: two starts would double that.
+    // One sample at once, then one each 200 ms: about six in 1.1 s, where two timers would
+    // make about eleven. A loaded machine may finish fewer, never more.
     QTest::qWait(1100);
-    EXPECT_GE(published.count(), 4);
+    EXPECT_GE(published.count(), 2);
     EXPECT_LE(published.count(), 7);
 }
 

@@ -145,7 +145,7 @@ TEST_F(ProvisioningProcessTest, UninstallerRecordsItsArgumentsAndLogs)
     EXPECT_TRUE(waitUntilGone(engine, 2000));
     ASSERT_TRUE(waitForLines(QStringLiteral("uninstall-args"), 9));
     const QStringList args = sandbox.readLines(QStringLiteral("uninstall-args"));
-    const QString copy = args[0];
+    const QString &copy = args[0];
     EXPECT_TRUE(QFileInfo(copy).fileName().startsWith(QStringLiteral("sayvo-uninstall-")));
     EXPECT_EQ(QFileInfo(copy).path(), QDir::tempPath());
     EXPECT_EQ(args.mid(1),

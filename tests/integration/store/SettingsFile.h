@@ -35,7 +35,7 @@ public:
     // A copy of the file as it is on disk now, under a name Qt has not seen.
     QString freshCopy()
     {
-        const QString copy = m_dir.filePath(QStringLiteral("Sayvo-%1.conf").arg(++m_copies));
+        QString copy = m_dir.filePath(QStringLiteral("Sayvo-%1.conf").arg(++m_copies));
         EXPECT_TRUE(QFile::copy(path(), copy));
         return copy;
     }

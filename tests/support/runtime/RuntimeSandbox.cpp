@@ -80,7 +80,7 @@ bool processAlive(pid_t pid)
     }
     QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
     if (!stat.open(QIODevice::ReadOnly)) {
-        return false;
+        return true; // no /proc to tell a zombie from the living
     }
     const QByteArray text = stat.readAll();
     // "pid (comm) S ...": the state follows the last closing parenthesis.

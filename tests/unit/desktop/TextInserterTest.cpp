@@ -210,4 +210,32 @@ TEST_F(TextInserterTest, WhenBothWaysFailInsertionFails)
     EXPECT_FALSE(m_inserter.insert(QStringLiteral("text"), InsertionMethod::paste));
 }
 
+TEST(PasteboardSnapshotTest, CaptureKeepsEveryItemAndTypeInOrder)
+{
+    FakePasteboard pasteboard;
+    const std::vector<PasteboardItem> items {
+        item({{"text/rtf", "{\\rtf1 a}"}, {"text/plain", "a"}}), item({{"text/plain", "b"}})};
+    pasteboard.preload(items);
+    const PasteboardSnapshot snapshot = PasteboardSnapshot::capture(pasteboard);
+    EXPECT_EQ(snapshot.items, items);
+
+    pasteboard.writeFromElsewhere({item({{"text/plain", "other"}})});
+    snapshot.restore(pasteboard);
+    EXPECT_EQ(pasteboard.contents, items);
+    EXPECT_EQ(pasteboard.log.mid(pasteboard.log.size() - 2),
+        (QStringList {QStringLiteral("clear"), QStringLiteral("writeItems:2")}));
+}
+
+TEST(PasteboardSnapshotTest, RestoringAnEmptySnapshotOnlyClears)
+{
+    FakePasteboard pasteboard;
+    const PasteboardSnapshot empty = PasteboardSnapshot::capture(pasteboard);
+    EXPECT_TRUE(empty.items.empty());
+    pasteboard.writeFromElsewhere({item({{"text/plain", "later"}})});
+    empty.restore(pasteboard);
+    EXPECT_TRUE(pasteboard.contents.empty());
+    EXPECT_EQ(pasteboard.log.last(), QStringLiteral("clear"));
+    EXPECT_FALSE(pasteboard.log.filter(QStringLiteral("writeItems")).size());
+}
+
 } // namespace

@@ -10,12 +10,12 @@ namespace es = sayvo::engine_state;
 
 namespace {
 
-const QString kPlaceholderNotOurs = QStringLiteral(
-    "A placeholder (mock) engine is running on this endpoint. Stop it (or fix its backends) and "
-    "restart — the app can't get real transcripts until then.");
-const QString kPlaceholderOurs = QStringLiteral(
-    "The engine started in placeholder (mock) mode — its ASR/GEC backends failed to load. Open "
-    "Engine Setup to reinstall the backends.");
+const char16_t kPlaceholderNotOurs[]
+    = u"A placeholder (mock) engine is running on this endpoint. Stop it (or fix its backends) and "
+      u"restart — the app can't get real transcripts until then.";
+const char16_t kPlaceholderOurs[]
+    = u"The engine started in placeholder (mock) mode — its ASR/GEC backends failed to load. Open "
+      u"Engine Setup to reinstall the backends.";
 
 using EngineSupervisorTest = SupervisorFixture;
 
@@ -95,7 +95,7 @@ TEST_F(EngineSupervisorTest, OpenPortMeansExternalEngineAndMockReportFailsAtOnce
     EXPECT_TRUE(s.isEngineExternallyManaged());
     EXPECT_EQ(processes->created, 0);
     s.handleMockBackends();
-    EXPECT_EQ(s.state(), EngineState(es::Failed {kPlaceholderNotOurs}));
+    EXPECT_EQ(s.state(), EngineState(es::Failed {QString::fromUtf16(kPlaceholderNotOurs)}));
     EXPECT_EQ(processes->created, 0);
 }
 
@@ -232,7 +232,7 @@ TEST_F(EngineSupervisorTest, MockBackendsRelaunchTwiceThenFail)
         EXPECT_EQ(s.state(), EngineState(es::Running {}));
     }
     s.handleMockBackends();
-    EXPECT_EQ(s.state(), EngineState(es::Failed {kPlaceholderOurs}));
+    EXPECT_EQ(s.state(), EngineState(es::Failed {QString::fromUtf16(kPlaceholderOurs)}));
     EXPECT_FALSE(lastProcess()->terminated);
 }
 
@@ -265,14 +265,14 @@ TEST_F(EngineSupervisorTest, MockBackendsOfAnUnprovisionedRuntimeFail)
     s.start(url("ws://127.0.0.1:8765"));
     QFile::remove(sandbox.installRoot() + QStringLiteral("/VERSION"));
     s.handleMockBackends();
-    EXPECT_EQ(s.state(), EngineState(es::Failed {kPlaceholderOurs}));
+    EXPECT_EQ(s.state(), EngineState(es::Failed {QString::fromUtf16(kPlaceholderOurs)}));
 }
 
 TEST_F(EngineSupervisorTest, MockBackendsWithoutAnEngineProcessFailAsNotOurs)
 {
     EngineSupervisor &s = make();
     s.handleMockBackends();
-    EXPECT_EQ(s.state(), EngineState(es::Failed {kPlaceholderNotOurs}));
+    EXPECT_EQ(s.state(), EngineState(es::Failed {QString::fromUtf16(kPlaceholderNotOurs)}));
 }
 
 TEST_F(EngineSupervisorTest, RestartCancelsAPendingRelaunch)

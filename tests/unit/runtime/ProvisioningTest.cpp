@@ -244,7 +244,7 @@ TEST_F(ProvisioningTest, UninstallRunsACopyDetachedWithItsArguments)
     EXPECT_EQ(detached.launch.program, QStringLiteral("/bin/bash"));
     const QStringList args = detached.launch.arguments;
     ASSERT_EQ(args.size(), 8);
-    const QString copy = args[0];
+    const QString &copy = args[0];
     EXPECT_EQ(QFileInfo(copy).path(), QDir::tempPath());
     EXPECT_TRUE(QFileInfo(copy).fileName().startsWith(QStringLiteral("sayvo-uninstall-")));
     EXPECT_TRUE(copy.endsWith(QStringLiteral(".sh")));

@@ -59,7 +59,7 @@ protected:
         return path(dir + QStringLiteral("/Sayvo.app"));
     }
     RuntimeLocator installLocator(
-        const QString &appVersion, std::optional<QString> adopted = std::nullopt) const
+        const QString &appVersion, const std::optional<QString> &adopted = std::nullopt) const
     {
         return RuntimeLocator(
             path(QStringLiteral("payload")), path(QStringLiteral("install")), appVersion, adopted);

@@ -300,6 +300,21 @@ TEST_F(CoordinatorTest, ToggleModeIgnoresAPressWhileAnErrorShows)
     EXPECT_EQ(c().state(), AppState::error("engine broke"));
 }
 
+TEST_F(CoordinatorTest, TheTrayToggleStartsAndEndsInHoldModeToo)
+{
+    h.answerWith(CoordinatorHarness::finalWithText("Clicked."));
+    ASSERT_EQ(h.settings->triggerMode(), TriggerMode::holdToTalk);
+    c().toggleDictation();
+    EXPECT_TRUE(c().state().is<AppState::Listening>());
+    h.speak(CoordinatorHarness::tone(3200));
+    c().toggleDictation();
+    EXPECT_TRUE(c().state().is<AppState::Processing>());
+    c().toggleDictation(); // while processing: nothing
+    ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Success>(); }));
+    c().toggleDictation(); // while the result shows: nothing
+    EXPECT_TRUE(c().state().is<AppState::Success>());
+}
+
 TEST_F(CoordinatorTest, AReleaseWithoutABeginDoesNothing)
 {
     c().handleTriggerUp();

@@ -11,7 +11,7 @@
 namespace sayvo {
 namespace {
 
-const QString kKey = QStringLiteral("sayvo.test");
+constexpr QLatin1String kKey("sayvo.test");
 
 FakePreferenceStore holding(const QVariant &value)
 {

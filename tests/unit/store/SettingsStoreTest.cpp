@@ -14,15 +14,15 @@ namespace {
 
 using Write = FakePreferenceStore::Write;
 
-const QString kEndpoint = QString::fromLatin1(SettingsStore::kEndpointURLKey);
-const QString kTrigger = QString::fromLatin1(SettingsStore::kHotkeyTriggerKey);
-const QString kMode = QString::fromLatin1(SettingsStore::kTriggerModeKey);
-const QString kMethod = QString::fromLatin1(SettingsStore::kInsertionMethodKey);
-const QString kLanguage = QString::fromLatin1(SettingsStore::kLanguageKey);
-const QString kDictionary = QString::fromLatin1(SettingsStore::kPersonalDictionaryKey);
-const QString kFeedback = QString::fromLatin1(SettingsStore::kFeedbackEnabledKey);
-const QString kLaunch = QString::fromLatin1(SettingsStore::kLaunchAtLoginKey);
-const QString kDevice = QString::fromLatin1(SettingsStore::kInputDeviceUIDKey);
+constexpr QLatin1String kEndpoint(SettingsStore::kEndpointURLKey);
+constexpr QLatin1String kTrigger(SettingsStore::kHotkeyTriggerKey);
+constexpr QLatin1String kMode(SettingsStore::kTriggerModeKey);
+constexpr QLatin1String kMethod(SettingsStore::kInsertionMethodKey);
+constexpr QLatin1String kLanguage(SettingsStore::kLanguageKey);
+constexpr QLatin1String kDictionary(SettingsStore::kPersonalDictionaryKey);
+constexpr QLatin1String kFeedback(SettingsStore::kFeedbackEnabledKey);
+constexpr QLatin1String kLaunch(SettingsStore::kLaunchAtLoginKey);
+constexpr QLatin1String kDevice(SettingsStore::kInputDeviceUIDKey);
 
 Write set(const QString &key, const QVariant &value)
 {

@@ -8,7 +8,10 @@
 namespace sayvo {
 namespace {
 
-const QString kDash = QString::fromUtf8("—");
+QString dash()
+{
+    return QString::fromUtf8("—");
+}
 
 TEST(UsagePresentation, EmptyBeforeTheFirstUtterance)
 {
@@ -106,9 +109,9 @@ TEST(UsagePresentation, SpeedIsTheReciprocalWithOneDecimal)
 
 TEST(UsagePresentation, SpeedWithoutAFactorIsADash)
 {
-    EXPECT_EQ(formatSpeed(0.0), kDash);
-    EXPECT_EQ(formatSpeed(-0.5), kDash);
-    EXPECT_EQ(formatSpeed(std::numeric_limits<double>::quiet_NaN()), kDash);
+    EXPECT_EQ(formatSpeed(0.0), dash());
+    EXPECT_EQ(formatSpeed(-0.5), dash());
+    EXPECT_EQ(formatSpeed(std::numeric_limits<double>::quiet_NaN()), dash());
 }
 
 } // namespace

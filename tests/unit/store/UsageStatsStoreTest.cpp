@@ -16,13 +16,16 @@ namespace {
 
 using Write = FakePreferenceStore::Write;
 
-const QString kUtterances = QString::fromLatin1(UsageStatsStore::kUtterancesKey);
-const QString kWords = QString::fromLatin1(UsageStatsStore::kTotalWordsKey);
-const QString kFillers = QString::fromLatin1(UsageStatsStore::kTotalFillersKey);
-const QString kAudio = QString::fromLatin1(UsageStatsStore::kTotalAudioSecondsKey);
-const QString kProcessing = QString::fromLatin1(UsageStatsStore::kTotalProcessingSecondsKey);
-const QString kAsr = QString::fromLatin1(UsageStatsStore::kTotalAsrProcessingSecondsKey);
-const QStringList kAllKeys {kUtterances, kWords, kFillers, kAudio, kProcessing, kAsr};
+constexpr QLatin1String kUtterances(UsageStatsStore::kUtterancesKey);
+constexpr QLatin1String kWords(UsageStatsStore::kTotalWordsKey);
+constexpr QLatin1String kFillers(UsageStatsStore::kTotalFillersKey);
+constexpr QLatin1String kAudio(UsageStatsStore::kTotalAudioSecondsKey);
+constexpr QLatin1String kProcessing(UsageStatsStore::kTotalProcessingSecondsKey);
+constexpr QLatin1String kAsr(UsageStatsStore::kTotalAsrProcessingSecondsKey);
+QStringList allKeys()
+{
+    return {kUtterances, kWords, kFillers, kAudio, kProcessing, kAsr};
+}
 
 Stats stats(double audioSeconds, std::int64_t words, std::int64_t fillers, double pipelineRtf,
     double asrRtf)
@@ -51,7 +54,7 @@ QString rowValue(const UsagePresentation &presentation, const QString &label)
 
 TEST(UsageStatsStore, KeysAreTheDocumentedOnes)
 {
-    EXPECT_EQ(kAllKeys,
+    EXPECT_EQ(allKeys(),
         (QStringList {"sayvo.usageStats.utterances", "sayvo.usageStats.totalWords",
             "sayvo.usageStats.totalFillers", "sayvo.usageStats.totalAudioSeconds",
             "sayvo.usageStats.totalProcessingSeconds",
@@ -122,7 +125,7 @@ TEST(UsageStatsStore, RecordWritesIntegersThenDoubles)
     const std::vector<Write> &writes = preferences.writes();
     for (std::size_t i = 0; i < writes.size(); ++i) {
         EXPECT_EQ(writes[i].kind, Write::Kind::set);
-        EXPECT_EQ(writes[i].key, kAllKeys[static_cast<qsizetype>(i)]);
+        EXPECT_EQ(writes[i].key, allKeys()[static_cast<qsizetype>(i)]);
     }
     EXPECT_EQ(writes[0].value, QVariant(qint64(1)));
     EXPECT_EQ(writes[1].value, QVariant(qint64(25)));
@@ -189,7 +192,7 @@ TEST(UsageStatsStore, ResetZeroesAndRemovesTheKeys)
     usage.reset();
 
     EXPECT_EQ(usage.totals(), UsageTotals {});
-    for (const QString &key : kAllKeys) {
+    for (const QString &key : allKeys()) {
         EXPECT_FALSE(preferences.contains(key)) << key.toStdString();
         EXPECT_EQ(preferences.writesOf(key),
             std::vector<Write> {(Write {Write::Kind::remove, key, QVariant()})});

@@ -1,0 +1,312 @@
+#include "AppDelegate.h"
+
+#include "AudioCapture.h"
+#include "AudioPlatform.h"
+#include "ContextHarvester.h"
+#include "EngineClient.h"
+#include "HUDController.h"
+#include "HotkeyManager.h"
+#include "Logging.h"
+#include "MenuBarController.h"
+#include "PermissionsPlatform.h"
+#include "PreferenceStore.h"
+#include "SayvoCoordinator.h"
+#include "SettingsStore.h"
+#include "Subscribe.h"
+#include "TextInserter.h"
+#include "UsageStatsStore.h"
+#include "WindowFactory.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QGuiApplication>
+#include <QMenuBar>
+#include <QScreen>
+#include <QWidget>
+
+namespace sayvo {
+
+AppPlatform AppPlatform::native()
+{
+    AppPlatform platform;
+    platform.audioHardware = createAudioHardware;
+    platform.audioInputEngine = createAudioInputEngine;
+    platform.desktopServices = createDesktopServices;
+    platform.permissions = createPermissions;
+    platform.runtimeLocator = [] { return RuntimeLocator::standard(mainAppBundle()); };
+    platform.supervisorOptions = [] { return EngineSupervisor::Options {}; };
+    return platform;
+}
+
+AppDelegate::AppDelegate(PreferenceStore &preferences, AppPlatform platform, QObject *parent)
+    : QObject(parent),
+      m_platform(std::move(platform)),
+      m_settings(std::make_unique<SettingsStore>(preferences)),
+      m_usageStats(std::make_unique<UsageStatsStore>(preferences))
+{ }
+
+AppDelegate::~AppDelegate()
+{
+    applicationWillTerminate();
+    // Windows and controllers go before the objects they show.
+    m_settingsWindow.reset();
+    m_calibrationWindow.reset();
+    m_setupWindow.reset();
+    m_menuBarController.reset();
+    m_hudController.reset();
+    m_coordinator.reset();
+}
+
+void AppDelegate::applicationDidFinishLaunching()
+{
+    // 1. An accessory: no main window, and closing a window never quits.
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    // 2. The engine client.
+    m_engineClient = std::make_unique<EngineClient>(
+        m_settings->endpointURL(), QString::fromLatin1(kClientVersion), std::nullopt);
+
+    // 3. The runtime locator and the engine supervisor.
+    m_engineSupervisor = std::make_unique<EngineSupervisor>(
+        m_platform.runtimeLocator(), m_platform.supervisorOptions());
+
+    // 4. Capture, trigger keys, context harvesting and text insertion over this platform's
+    // services.
+    m_audioHardware = m_platform.audioHardware();
+    m_audioCapture
+        = std::make_unique<AudioCapture>(m_platform.audioInputEngine(), *m_audioHardware);
+    m_desktop = m_platform.desktopServices();
+    m_hotkeyManager = std::make_unique<HotkeyManager>(
+        m_settings->hotkeyTrigger(), std::move(m_desktop.keyboard));
+    m_contextHarvester = std::make_unique<ContextHarvester>(
+        m_desktop.workspace, m_desktop.accessibility, m_desktop.windowList, m_desktop.pasteboard);
+    m_textInserter = std::make_unique<TextInserter>(m_desktop.pasteboard, m_desktop.keySynthesizer,
+        m_desktop.accessibility, m_desktop.workspace);
+
+    // 5. The coordinator.
+    m_coordinator
+        = std::make_unique<SayvoCoordinator>(*m_engineClient, *m_audioCapture, *m_hotkeyManager,
+            *m_contextHarvester, *m_textInserter, *m_settings, *m_usageStats, *m_audioHardware);
+
+    // 6. The heads-up display, whose level bars follow the microphone.
+    m_hudController = std::make_unique<HUDController>(*m_coordinator);
+    QPointer<HUDController> hud(m_hudController.get());
+    m_audioCapture->setOnRMS([hud](float rms) {
+        if (hud) {
+            hud->postLevel(rms);
+        }
+    });
+
+    // 7. The tray menu.
+    QPointer<AppDelegate> weak(this);
+    auto call = [weak](void (AppDelegate::*method)()) {
+        return [weak, method] {
+            if (weak) {
+                (weak->*method)();
+            }
+        };
+    };
+    m_menuBarController = std::make_unique<MenuBarController>(*m_coordinator, *m_engineSupervisor,
+        m_settings->hotkeyTrigger(), call(&AppDelegate::showSettings),
+        call(&AppDelegate::showSetup), call(&AppDelegate::showCalibration));
+
+    // 8. Endpoint: the client moves first, then the supervisor; the current value comes at once.
+    subscribe(m_settings.get(), &SettingsStore::endpointURL, &SettingsStore::endpointURLChanged,
+        this, [this](const QUrl &url) {
+            m_engineClient->updateEndpoint(url);
+            m_engineSupervisor->start(url);
+        });
+
+    // 9. States that need the user open the setup window.
+    subscribe(m_engineSupervisor.get(), &EngineSupervisor::state, &EngineSupervisor::stateChanged,
+        this, [this](const EngineState &state) {
+            const bool needsUser = std::holds_alternative<engine_state::Provisioning>(state)
+                || std::holds_alternative<engine_state::NeedsPrerequisite>(state)
+                || std::holds_alternative<engine_state::Failed>(state)
+                || std::holds_alternative<engine_state::NeedsSetup>(state);
+            if (needsUser) {
+                QMetaObject::invokeMethod(this, &AppDelegate::showSetup, Qt::QueuedConnection);
+            }
+        });
+
+    // 10. The engine's handshake tells the supervisor whether its backends are real.
+    subscribe(m_coordinator.get(), &SayvoCoordinator::connectionHealth,
+        &SayvoCoordinator::connectionHealthChanged, this,
+        [this](const EngineConnectionHealth &health) {
+            if (const auto *connected = health.as<EngineConnectionHealth::Connected>()) {
+                if (connected->mockBackends) {
+                    m_engineSupervisor->handleMockBackends();
+                } else {
+                    m_engineSupervisor->handleHealthyBackends();
+                }
+            }
+        });
+
+    // 11. Permission preflight; denials are shown in the settings window, not here.
+    m_permissions = m_platform.permissions(*m_audioHardware, *m_hotkeyManager);
+    if (m_permissions->microphoneStatus() == Permissions::MicrophoneStatus::notDetermined) {
+        m_permissions->requestMicrophoneAccess();
+    }
+    if (!m_permissions->isAccessibilityTrusted()) {
+        m_permissions->promptAccessibility();
+    }
+    if (!m_permissions->isInputMonitoringGranted()) {
+        m_permissions->requestInputMonitoringAccess();
+    }
+
+    // 12. Dictation, then the engine (a second start for the same endpoint is harmless).
+    m_coordinator->start();
+    m_engineSupervisor->start(m_settings->endpointURL());
+
+    // 13. Keep trying the microphone and the key tap until both work.
+    startInputSetupPollIfNeeded();
+
+    // 14. Edit and quit shortcuts.
+    installMainMenu();
+}
+
+void AppDelegate::applicationWillTerminate()
+{
+    if (m_terminated) {
+        return;
+    }
+    m_terminated = true;
+    m_inputSetupPoll.reset();
+    if (m_audioCapture) {
+        m_audioCapture->setOnRMS({});
+    }
+    if (m_coordinator) {
+        m_coordinator->stop();
+    }
+    if (m_engineSupervisor) {
+        m_engineSupervisor->shutdown();
+    }
+}
+
+void AppDelegate::startInputSetupPollIfNeeded()
+{
+    if (m_coordinator->inputReady()) {
+        return;
+    }
+    m_inputSetupPoll = std::make_unique<QTimer>();
+    m_inputSetupPoll->setInterval(kInputSetupPollIntervalMs);
+    QPointer<AppDelegate> weak(this);
+    connect(m_inputSetupPoll.get(), &QTimer::timeout, this, [weak] {
+        QMetaObject::invokeMethod(
+            weak.data(),
+            [weak] {
+                if (weak && weak->m_inputSetupPoll
+                    && weak->m_coordinator->retryInputSetupIfNeeded()) {
+                    weak->m_inputSetupPoll.reset();
+                }
+            },
+            Qt::QueuedConnection);
+    });
+    m_inputSetupPoll->start();
+}
+
+void AppDelegate::installMainMenu()
+{
+    // On macOS a menu bar without a parent is the application's main menu; elsewhere it stays
+    // hidden and its actions reach the app's own windows as shortcuts.
+    m_mainMenu = std::make_unique<QMenuBar>();
+    QMenu *application = m_mainMenu->addMenu(QStringLiteral("Sayvo"));
+    QAction *quit
+        = application->addAction(QStringLiteral("Quit ") + QCoreApplication::applicationName(),
+            qApp, &QCoreApplication::quit);
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    quit->setShortcutContext(Qt::ApplicationShortcut);
+    quit->setMenuRole(QAction::QuitRole);
+
+    // Text fields handle these keys themselves; the menu names them for the user and routes
+    // them to whichever field has the focus.
+    QMenu *edit = m_mainMenu->addMenu(QStringLiteral("Edit"));
+    struct EditItem
+    {
+        const char *title;
+        QKeySequence keys;
+        const char *slot;
+    };
+    const EditItem items[] = {{"Undo", QKeySequence(Qt::CTRL | Qt::Key_Z), "undo"},
+        {"Redo", QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z), "redo"}, {nullptr, {}, nullptr},
+        {"Cut", QKeySequence(Qt::CTRL | Qt::Key_X), "cut"},
+        {"Copy", QKeySequence(Qt::CTRL | Qt::Key_C), "copy"},
+        {"Paste", QKeySequence(Qt::CTRL | Qt::Key_V), "paste"},
+        {"Select All", QKeySequence(Qt::CTRL | Qt::Key_A), "selectAll"}};
+    for (const EditItem &item : items) {
+        if (item.title == nullptr) {
+            edit->addSeparator();
+            continue;
+        }
+        QAction *action = edit->addAction(QString::fromLatin1(item.title));
+        action->setShortcut(item.keys);
+        // Only as a menu entry: the focused field already owns the key, and a second owner
+        // would make the shortcut ambiguous.
+        action->setShortcutContext(Qt::WidgetShortcut);
+        const char *slot = item.slot;
+        connect(action, &QAction::triggered, this, [slot] {
+            if (QWidget *focus = QApplication::focusWidget()) {
+                QMetaObject::invokeMethod(focus, slot);
+            }
+        });
+    }
+}
+
+void AppDelegate::prepareWindow(QWidget *window, const QString &title, bool centred)
+{
+    window->setWindowTitle(title);
+    window->setAttribute(Qt::WA_DeleteOnClose, false);
+    window->setWindowFlag(Qt::WindowMaximizeButtonHint, false);
+    window->adjustSize();
+    window->setFixedSize(window->size());
+    if (m_mainMenu) {
+        // Quit works from every window.
+        window->addAction(m_mainMenu->actions().constFirst()->menu()->actions().constFirst());
+    }
+    if (centred) {
+        if (QScreen *screen = QGuiApplication::primaryScreen()) {
+            window->move(screen->availableGeometry().center() - window->rect().center());
+        }
+    }
+    emit windowCreated(window);
+}
+
+void AppDelegate::bringToFront(QWidget *window)
+{
+    window->show();
+    window->raise();
+    window->activateWindow();
+}
+
+void AppDelegate::showSettings()
+{
+    if (!m_settingsWindow) {
+        m_settingsWindow = makeSettingsWindow(
+            *m_settings, *m_usageStats, *m_coordinator, *m_engineSupervisor, *m_permissions);
+        prepareWindow(m_settingsWindow.get(), QStringLiteral("Settings"), true);
+    }
+    bringToFront(m_settingsWindow.get());
+}
+
+void AppDelegate::showSetup()
+{
+    if (!m_setupWindow) {
+        m_setupWindow = makeSetupWindow(*m_engineSupervisor);
+        prepareWindow(m_setupWindow.get(), QStringLiteral("Sayvo Engine"), true);
+    }
+    if (m_setupWindow->isVisible()) {
+        return;
+    }
+    bringToFront(m_setupWindow.get());
+}
+
+void AppDelegate::showCalibration()
+{
+    if (!m_calibrationWindow) {
+        m_calibrationWindow = makeCalibrationWindow(*m_coordinator, *m_engineClient);
+        prepareWindow(m_calibrationWindow.get(), QStringLiteral("Accuracy Calibration"), false);
+    }
+    bringToFront(m_calibrationWindow.get());
+}
+
+} // namespace sayvo

@@ -1,0 +1,319 @@
+#include "MenuBarController.h"
+#include "CoordinatorHarness.h"
+#include "EngineSupervisor.h"
+#include "FakeChildProcess.h"
+#include "RuntimeSandbox.h"
+#include "SymbolIcon.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QMenu>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSystemTrayIcon>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+using namespace sayvo;
+using sayvo::test::CoordinatorHarness;
+
+namespace {
+
+using Health = EngineConnectionHealth;
+namespace es = engine_state;
+
+class MenuBarTest : public ::testing::Test
+{
+protected:
+    void makeController(
+        const QString &uninstallScript = QString(), HotkeyTrigger trigger = HotkeyTrigger::f5)
+    {
+        sandbox.writePayload(QStringLiteral("run_engine_stays.sh"),
+            QStringLiteral("bootstrap_success.sh"), uninstallScript);
+        EngineSupervisor::Options options;
+        auto launcher = std::make_unique<sayvo::test::FakeChildProcessLauncher>();
+        launches = launcher->log;
+        options.launcher = std::move(launcher);
+        options.portProbe = [this](const QString &, int) { return portOpen; };
+        supervisor = std::make_unique<EngineSupervisor>(sandbox.locator(), std::move(options));
+        controller = std::make_unique<MenuBarController>(
+            *h.coordinator, *supervisor, trigger, [this] { ++settingsOpened; },
+            [this] { ++setupOpened; }, [this] { ++calibrationOpened; });
+    }
+
+    QStringList menuTitles(QMenu *menu) const
+    {
+        QStringList titles;
+        for (QAction *action : menu->actions()) {
+            titles << (action->isSeparator() ? QStringLiteral("---") : action->text());
+        }
+        return titles;
+    }
+
+    QAction *item(const QString &title, QMenu *menu = nullptr) const
+    {
+        for (QAction *action : (menu != nullptr ? menu : controller->menu())->actions()) {
+            if (action->text() == title) {
+                return action;
+            }
+        }
+        return nullptr;
+    }
+
+    CoordinatorHarness h;
+    sayvo::test::RuntimeSandbox sandbox;
+    std::shared_ptr<sayvo::test::FakeChildProcessLauncher::Log> launches;
+    bool portOpen = false;
+    std::unique_ptr<EngineSupervisor> supervisor;
+    std::unique_ptr<MenuBarController> controller;
+    int settingsOpened = 0;
+    int setupOpened = 0;
+    int calibrationOpened = 0;
+};
+
+} // namespace
+
+TEST(MenuBarIconTest, TheIconFollowsTheStateFirstThenHealthAndEngine)
+{
+    const EngineState running = es::Running {};
+    EXPECT_EQ(MenuBarController::iconSymbol(AppState::listening("x"), Health::offline(), running),
+        "mic.fill");
+    EXPECT_EQ(
+        MenuBarController::iconSymbol(AppState::error("x"), Health::connected(false), running),
+        "exclamationmark.triangle");
+    EXPECT_EQ(
+        MenuBarController::iconSymbol(AppState::processing(), Health::connected(false), running),
+        "waveform");
+    EXPECT_EQ(MenuBarController::iconSymbol(
+                  AppState::emptyTranscript(), Health::connected(false), running),
+        "mic.slash");
+    for (const AppState &quiet : {AppState::idle(), AppState::success("t", false)}) {
+        EXPECT_EQ(MenuBarController::iconSymbol(quiet, Health::connected(true), running),
+            "exclamationmark.triangle.fill");
+        EXPECT_EQ(MenuBarController::iconSymbol(quiet, Health::connected(false), running), "mic");
+        EXPECT_EQ(MenuBarController::iconSymbol(quiet, Health::idle(), es::Failed {"x"}), "mic");
+        EXPECT_EQ(
+            MenuBarController::iconSymbol(quiet, Health::connecting(), es::NeedsSetup {}), "mic");
+        EXPECT_EQ(
+            MenuBarController::iconSymbol(quiet, Health::offline(), es::Provisioning {40, "m"}),
+            "waveform.circle");
+        EXPECT_EQ(
+            MenuBarController::iconSymbol(quiet, Health::offline(), running), "waveform.circle");
+        for (const EngineState &other :
+            {EngineState {es::NeedsPrerequisite {"t", "m"}}, EngineState {es::Failed {"m"}},
+                EngineState {es::Idle {}}, EngineState {es::RemoteEndpoint {}},
+                EngineState {es::MissingPayload {}}, EngineState {es::NeedsSetup {}}}) {
+            EXPECT_EQ(MenuBarController::iconSymbol(quiet, Health::offline(), other), "mic.slash")
+                << describe(other).toStdString();
+        }
+    }
+}
+
+TEST(MenuBarIconTest, EveryIconHasItsSymbol)
+{
+    for (const char *name :
+        {"mic", "mic.fill", "mic.slash", "waveform", "waveform.circle", "exclamationmark.triangle",
+            "exclamationmark.triangle.fill", "checkmark.circle.fill"}) {
+        EXPECT_TRUE(SymbolIcon::exists(QString::fromLatin1(name))) << name;
+        EXPECT_FALSE(SymbolIcon::icon(QString::fromLatin1(name), Qt::white).isNull()) << name;
+    }
+}
+
+TEST(MenuBarStatusTest, TheStatusLineForEveryCase)
+{
+    const Health offline = Health::offline();
+    EXPECT_EQ(MenuBarController::statusTitle(Health::connected(true), es::Running {}),
+        QString::fromUtf8("Engine: mock mode (no transcription) — restart"));
+    EXPECT_EQ(MenuBarController::statusTitle(offline, es::Provisioning {40, "Downloading"}),
+        "Engine: setting up (40%)");
+    EXPECT_EQ(MenuBarController::statusTitle(offline, es::NeedsPrerequisite {"model", "m"}),
+        "Engine: action needed");
+    EXPECT_EQ(MenuBarController::statusTitle(offline, es::Failed {"m"}), "Engine: stopped");
+    EXPECT_EQ(MenuBarController::statusTitle(offline, es::Idle {}),
+        QString::fromUtf8("Engine: starting…"));
+    EXPECT_EQ(MenuBarController::statusTitle(offline, es::RemoteEndpoint {}), "Engine: remote");
+    EXPECT_EQ(
+        MenuBarController::statusTitle(offline, es::MissingPayload {}), "Engine: start manually");
+    EXPECT_EQ(MenuBarController::statusTitle(offline, es::NeedsSetup {}), "Engine: setup required");
+    EXPECT_EQ(MenuBarController::statusTitle(Health::connected(false), es::Running {}), "Sayvo");
+}
+
+TEST_F(MenuBarTest, TheMenuHasEveryItemInOrder)
+{
+    makeController();
+    EXPECT_EQ(menuTitles(controller->menu()),
+        (QStringList {QString::fromUtf8("Engine: starting…"), "---",
+            QString::fromUtf8("Calibrate Accuracy…"), "Domain", "---",
+            QString::fromUtf8("Engine Setup…"), "Restart Engine", "---",
+            QString::fromUtf8("Settings…"), "---", "Quit"}));
+    EXPECT_FALSE(controller->statusMenuItem()->isEnabled());
+    QMenu *domains = item("Domain")->menu();
+    ASSERT_NE(domains, nullptr);
+    EXPECT_EQ(menuTitles(domains),
+        (QStringList {"Auto (unpinned)", "Legal", "Email", "Casual", "Default"}));
+    EXPECT_EQ(item("Legal", domains)->data().toString(), "legal");
+    EXPECT_FALSE(item("Legal", domains)->isCheckable());
+    EXPECT_EQ(
+        item(QString::fromUtf8("Settings…"))->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    EXPECT_EQ(item("Quit")->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Q));
+    EXPECT_EQ(controller->currentIconSymbol(), "mic");
+    EXPECT_EQ(controller->trayIcon()->toolTip(), "Sayvo");
+}
+
+TEST_F(MenuBarTest, WithTheUninstallScriptTheMenuOffersUninstall)
+{
+    makeController(QStringLiteral("run_engine_stays.sh"));
+    EXPECT_NE(item(QString::fromUtf8("Uninstall…")), nullptr);
+}
+
+TEST_F(MenuBarTest, ItemsCallTheirActions)
+{
+    makeController();
+    item(QString::fromUtf8("Calibrate Accuracy…"))->trigger();
+    item(QString::fromUtf8("Engine Setup…"))->trigger();
+    item(QString::fromUtf8("Settings…"))->trigger();
+    EXPECT_EQ(calibrationOpened, 1);
+    EXPECT_EQ(setupOpened, 1);
+    EXPECT_EQ(settingsOpened, 1);
+
+    QMenu *domains = item("Domain")->menu();
+    item("Email", domains)->trigger();
+    EXPECT_EQ(h.coordinator->pinnedDomain(), QStringLiteral("email"));
+    item("Auto (unpinned)", domains)->trigger();
+    EXPECT_FALSE(h.coordinator->pinnedDomain());
+    QAction stray(QStringLiteral("stray"));
+    stray.setData(42);
+    controller->pinDomain(&stray); // not a string: ignored
+    EXPECT_FALSE(h.coordinator->pinnedDomain());
+}
+
+TEST_F(MenuBarTest, ProvisioningAtFortyPercentWhileOfflineShowsTheSpinnerIcon)
+{
+    sandbox.writePayload(
+        QStringLiteral("run_engine_stays.sh"), QStringLiteral("bootstrap_slow.sh"));
+    makeController();
+    h.engine.stopListening();
+    h.client->updateEndpoint(QUrl(QStringLiteral("ws://127.0.0.1:%1").arg(h.engine.port())));
+    h.coordinator->start();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return h.coordinator->connectionHealth() == Health::offline(); }, 5000));
+    supervisor->start(QUrl(QStringLiteral("ws://127.0.0.1:8765")));
+    supervisor->beginProvisioning();
+    ASSERT_FALSE(launches->started.isEmpty());
+    launches->started.back()->write("PROGRESS 40 Downloading the speech model\n");
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            return std::holds_alternative<es::Provisioning>(supervisor->state())
+                && std::get<es::Provisioning>(supervisor->state()).percent == 40;
+        },
+        5000));
+    EXPECT_EQ(controller->currentIconSymbol(), "waveform.circle");
+    EXPECT_EQ(controller->statusMenuItem()->text(), "Engine: setting up (40%)");
+}
+
+TEST_F(MenuBarTest, AMockEngineShowsTheWarningEvenWhileRunning)
+{
+    h.engine.setHelloAckBackends(Backends {"mock", std::nullopt, std::nullopt});
+    portOpen = true; // an engine already listens: the supervisor reports running
+    makeController();
+    supervisor->start(QUrl(QStringLiteral("ws://127.0.0.1:8765")));
+    ASSERT_TRUE(std::holds_alternative<es::Running>(supervisor->state()));
+    ASSERT_TRUE(h.startAndConnect());
+    EXPECT_EQ(controller->currentIconSymbol(), "exclamationmark.triangle.fill");
+    EXPECT_EQ(controller->statusMenuItem()->text(),
+        QString::fromUtf8("Engine: mock mode (no transcription) — restart"));
+}
+
+TEST_F(MenuBarTest, AfterASuccessWithAHealthyEngineTheIconIsTheMicAgain)
+{
+    makeController();
+    ASSERT_TRUE(h.startAndConnect());
+    h.answerWith(CoordinatorHarness::finalWithText("Done."));
+    h.coordinator->handleTriggerDown();
+    EXPECT_EQ(controller->currentIconSymbol(), "mic.fill");
+    h.speak(CoordinatorHarness::tone(3200));
+    h.coordinator->handleTriggerUp();
+    EXPECT_EQ(controller->currentIconSymbol(), "waveform");
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return h.coordinator->state().is<AppState::Success>(); }, 5000));
+    EXPECT_EQ(controller->currentIconSymbol(), "mic");
+}
+
+TEST_F(MenuBarTest, RestartEngineRestartsTheSupervisorForItsEndpoint)
+{
+    makeController();
+    supervisor->start(QUrl(QStringLiteral("ws://127.0.0.1:8765")));
+    sandbox.provision(QStringLiteral("1.0.0"));
+    supervisor->start(QUrl(QStringLiteral("ws://127.0.0.1:8765")));
+    const int before = static_cast<int>(launches->started.size());
+    item("Restart Engine")->trigger();
+    EXPECT_GT(static_cast<int>(launches->started.size()), before);
+    EXPECT_TRUE(std::holds_alternative<es::Running>(supervisor->state()));
+}
+
+TEST_F(MenuBarTest, CancellingTheUninstallAlertChangesNothing)
+{
+    makeController(QStringLiteral("run_engine_stays.sh"));
+    QString shownText;
+    QObject::connect(
+        controller.get(), &MenuBarController::uninstallAlertShown, controller.get(),
+        [&](QMessageBox *alert) {
+            shownText = alert->informativeText();
+            EXPECT_EQ(alert->text(), "Uninstall Sayvo?");
+            ASSERT_NE(alert->checkBox(), nullptr);
+            EXPECT_FALSE(alert->checkBox()->isChecked());
+            EXPECT_EQ(alert->buttons().size(), 2);
+            for (QAbstractButton *button : alert->buttons()) {
+                if (button->text() == "Cancel") {
+                    button->click();
+                }
+            }
+        },
+        Qt::QueuedConnection);
+    controller->handleUninstall();
+    EXPECT_TRUE(shownText.startsWith("This removes the app, its engine runtime"));
+    EXPECT_TRUE(launches->detached.isEmpty());
+}
+
+TEST_F(MenuBarTest, UninstallWithTheCheckboxAsksForTheModelsToo)
+{
+    makeController(QStringLiteral("run_engine_stays.sh"));
+    QObject::connect(
+        controller.get(), &MenuBarController::uninstallAlertShown, controller.get(),
+        [&](QMessageBox *alert) {
+            alert->checkBox()->setChecked(true);
+            for (QAbstractButton *button : alert->buttons()) {
+                if (button->text() == "Uninstall") {
+                    button->click();
+                }
+            }
+        },
+        Qt::QueuedConnection);
+    controller->handleUninstall();
+    ASSERT_EQ(launches->detached.size(), 1);
+    EXPECT_TRUE(launches->detached[0].launch.arguments.contains(QStringLiteral("--purge-shared")))
+        << launches->detached[0].launch.arguments.join(' ').toStdString();
+}
+
+TEST_F(MenuBarTest, WithTheTrayAsTriggerAClickTogglesDictation)
+{
+    makeController(QString(), HotkeyTrigger::menuBarToggle);
+    ASSERT_TRUE(h.startAndConnect());
+    h.answerNothing();
+    EXPECT_EQ(controller->trayIcon()->contextMenu(), controller->menu());
+    controller->handleActivation();
+    EXPECT_TRUE(h.coordinator->state().is<AppState::Listening>());
+    controller->handleActivation();
+    EXPECT_TRUE(h.coordinator->state().is<AppState::Processing>());
+}
+
+TEST_F(MenuBarTest, WithAKeyAsTriggerAClickOpensTheMenu)
+{
+    makeController();
+    EXPECT_EQ(controller->trayIcon()->contextMenu(), nullptr);
+    controller->handleActivation();
+    EXPECT_TRUE(controller->menu()->isVisible());
+    EXPECT_TRUE(h.coordinator->state().is<AppState::Idle>());
+    controller->menu()->hide();
+}

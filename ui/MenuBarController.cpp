@@ -1,0 +1,261 @@
+#include "MenuBarController.h"
+
+#include "EngineSupervisor.h"
+#include "SayvoCoordinator.h"
+#include "SymbolIcon.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCheckBox>
+#include <QFileInfo>
+#include <QMenu>
+#include <QMessageBox>
+#include <QPalette>
+#include <QPushButton>
+#include <QSystemTrayIcon>
+
+namespace sayvo {
+
+const QStringList MenuBarController::kDomains = {QStringLiteral("legal"), QStringLiteral("email"),
+    QStringLiteral("casual"), QStringLiteral("default")};
+
+MenuBarController::MenuBarController(SayvoCoordinator &coordinator,
+    EngineSupervisor &engineSupervisor, HotkeyTrigger trigger, Action openSettings,
+    Action openSetup, Action openCalibration, QObject *parent)
+    : QObject(parent),
+      m_coordinator(coordinator),
+      m_engineSupervisor(engineSupervisor),
+      m_trigger(trigger),
+      m_openSettings(std::move(openSettings)),
+      m_openSetup(std::move(openSetup)),
+      m_openCalibration(std::move(openCalibration)),
+      m_menu(std::make_unique<QMenu>()),
+      m_trayIcon(new QSystemTrayIcon(this))
+{
+    m_trayIcon->setToolTip(QStringLiteral("Sayvo"));
+    buildMenu();
+    if (m_trigger == HotkeyTrigger::menuBarToggle) {
+        m_trayIcon->setContextMenu(m_menu.get());
+    }
+    connect(m_trayIcon, &QSystemTrayIcon::activated, this,
+        [this](QSystemTrayIcon::ActivationReason reason) {
+            if (reason == QSystemTrayIcon::Trigger) {
+                handleActivation();
+            }
+        });
+
+    m_connectionHealth = m_coordinator.connectionHealth();
+    m_engineState = m_engineSupervisor.state();
+    connect(&m_coordinator, &SayvoCoordinator::stateChanged, this, &MenuBarController::refresh);
+    connect(&m_coordinator, &SayvoCoordinator::connectionHealthChanged, this,
+        [this](const EngineConnectionHealth &health) {
+            m_connectionHealth = health;
+            refresh();
+        });
+    connect(&m_engineSupervisor, &EngineSupervisor::stateChanged, this,
+        [this](const EngineState &state) {
+            m_engineState = state;
+            refresh();
+        });
+    refresh();
+    m_trayIcon->show();
+}
+
+MenuBarController::~MenuBarController() = default;
+
+void MenuBarController::buildMenu()
+{
+    m_statusMenuItem = m_menu->addAction(statusTitle());
+    m_statusMenuItem->setEnabled(false);
+    m_menu->addSeparator();
+    m_menu->addAction(
+        QString::fromUtf8("Calibrate Accuracy…"), this, &MenuBarController::openCalibrationWindow);
+
+    QMenu *domains = m_menu->addMenu(QStringLiteral("Domain"));
+    domains->addAction(QStringLiteral("Auto (unpinned)"), this, &MenuBarController::unpinDomain);
+    for (const QString &domain : kDomains) {
+        QAction *item = domains->addAction(domain.left(1).toUpper() + domain.mid(1));
+        item->setData(domain);
+        connect(item, &QAction::triggered, this, [this, item] { pinDomain(item); });
+    }
+    m_menu->addSeparator();
+    m_menu->addAction(
+        QString::fromUtf8("Engine Setup…"), this, &MenuBarController::handleOpenSetup);
+    m_menu->addAction(
+        QStringLiteral("Restart Engine"), this, &MenuBarController::handleRestartEngine);
+    m_menu->addSeparator();
+    QAction *settings = m_menu->addAction(
+        QString::fromUtf8("Settings…"), this, &MenuBarController::handleOpenSettings);
+    settings->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    if (QFileInfo::exists(
+            m_engineSupervisor.locator().payloadDir() + QStringLiteral("/scripts/uninstall.sh"))) {
+        m_menu->addAction(
+            QString::fromUtf8("Uninstall…"), this, &MenuBarController::handleUninstall);
+    }
+    m_menu->addSeparator();
+    QAction *quit = m_menu->addAction(QStringLiteral("Quit"), qApp, &QCoreApplication::quit);
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+}
+
+QString MenuBarController::iconSymbol(
+    const AppState &state, const EngineConnectionHealth &health, const EngineState &engineState)
+{
+    if (state.is<AppState::Listening>()) {
+        return QStringLiteral("mic.fill");
+    }
+    if (state.is<AppState::Error>()) {
+        return QStringLiteral("exclamationmark.triangle");
+    }
+    if (state.is<AppState::Processing>()) {
+        return QStringLiteral("waveform");
+    }
+    if (state.is<AppState::EmptyTranscript>()) {
+        return QStringLiteral("mic.slash");
+    }
+    if (const auto *connected = health.as<EngineConnectionHealth::Connected>()) {
+        return connected->mockBackends ? QStringLiteral("exclamationmark.triangle.fill")
+                                       : QStringLiteral("mic");
+    }
+    if (health.is<EngineConnectionHealth::Offline>()) {
+        const bool starting = std::holds_alternative<engine_state::Provisioning>(engineState)
+            || std::holds_alternative<engine_state::Running>(engineState);
+        return starting ? QStringLiteral("waveform.circle") : QStringLiteral("mic.slash");
+    }
+    return QStringLiteral("mic");
+}
+
+QString MenuBarController::statusTitle() const
+{
+    return statusTitle(m_connectionHealth, m_engineState);
+}
+
+QString MenuBarController::statusTitle(
+    const EngineConnectionHealth &health, const EngineState &engineState)
+{
+    if (const auto *connected = health.as<EngineConnectionHealth::Connected>();
+        connected != nullptr && connected->mockBackends) {
+        return QString::fromUtf8("Engine: mock mode (no transcription) — restart");
+    }
+    return std::visit(
+        [](const auto &s) -> QString {
+            using T = std::decay_t<decltype(s)>;
+            if constexpr (std::is_same_v<T, engine_state::Provisioning>) {
+                return QStringLiteral("Engine: setting up (%1%)").arg(s.percent);
+            } else if constexpr (std::is_same_v<T, engine_state::NeedsPrerequisite>) {
+                return QStringLiteral("Engine: action needed");
+            } else if constexpr (std::is_same_v<T, engine_state::Failed>) {
+                return QStringLiteral("Engine: stopped");
+            } else if constexpr (std::is_same_v<T, engine_state::Idle>) {
+                return QString::fromUtf8("Engine: starting…");
+            } else if constexpr (std::is_same_v<T, engine_state::RemoteEndpoint>) {
+                return QStringLiteral("Engine: remote");
+            } else if constexpr (std::is_same_v<T, engine_state::MissingPayload>) {
+                return QStringLiteral("Engine: start manually");
+            } else if constexpr (std::is_same_v<T, engine_state::NeedsSetup>) {
+                return QStringLiteral("Engine: setup required");
+            } else {
+                return QStringLiteral("Sayvo");
+            }
+        },
+        engineState);
+}
+
+void MenuBarController::refresh()
+{
+    m_iconSymbol = iconSymbol(m_coordinator.state(), m_connectionHealth, m_engineState);
+    m_trayIcon->setIcon(
+        SymbolIcon::icon(m_iconSymbol, QApplication::palette().color(QPalette::WindowText)));
+    m_statusMenuItem->setText(statusTitle());
+}
+
+void MenuBarController::handleActivation()
+{
+    if (m_trigger == HotkeyTrigger::menuBarToggle) {
+        m_coordinator.toggleDictation();
+        return;
+    }
+    const QRect geometry = m_trayIcon->geometry();
+    m_menu->popup(geometry.isValid() ? geometry.bottomLeft() : QCursor::pos());
+}
+
+void MenuBarController::openCalibrationWindow()
+{
+    if (m_openCalibration) {
+        m_openCalibration();
+    }
+}
+
+void MenuBarController::unpinDomain()
+{
+    m_coordinator.unpinDomain();
+}
+
+void MenuBarController::pinDomain(QAction *item)
+{
+    const QVariant domain = item != nullptr ? item->data() : QVariant();
+    if (domain.typeId() != QMetaType::QString) {
+        return;
+    }
+    m_coordinator.pin(domain.toString());
+}
+
+void MenuBarController::handleOpenSetup()
+{
+    if (m_openSetup) {
+        m_openSetup();
+    }
+}
+
+void MenuBarController::handleRestartEngine()
+{
+    m_engineSupervisor.restartEngine();
+}
+
+void MenuBarController::handleOpenSettings()
+{
+    if (m_openSettings) {
+        m_openSettings();
+    }
+}
+
+void MenuBarController::handleUninstall()
+{
+    QMessageBox alert;
+    alert.setIcon(QMessageBox::Warning);
+    alert.setText(QStringLiteral("Uninstall Sayvo?"));
+    QString informative
+        = QStringLiteral("This removes the app, its engine runtime (~3 GB under Application "
+                         "Support), the login LaunchAgent, and your "
+                         "saved preferences. The shared uv toolchain is left in place.");
+    if (m_engineSupervisor.isDevRuntime()) {
+        informative += QString::fromUtf8(
+            "\n\nThis is a development build: your source checkout and its runtime are NOT "
+            "touched — only the built app, LaunchAgent and preferences.");
+    }
+    alert.setInformativeText(informative);
+    auto *removeModels = new QCheckBox(
+        QStringLiteral("Also remove downloaded models (GEC + Whisper, in the Hugging Face cache)"));
+    alert.setCheckBox(removeModels);
+    QPushButton *uninstall = alert.addButton(QStringLiteral("Uninstall"), QMessageBox::AcceptRole);
+    alert.addButton(QStringLiteral("Cancel"), QMessageBox::RejectRole);
+    alert.setDefaultButton(uninstall);
+    alert.activateWindow();
+    alert.raise();
+    emit uninstallAlertShown(&alert);
+    alert.exec();
+    if (alert.clickedButton() != uninstall) {
+        return;
+    }
+    if (m_engineSupervisor.performUninstall(removeModels->isChecked())) {
+        QCoreApplication::quit();
+        return;
+    }
+    QMessageBox failure;
+    failure.setIcon(QMessageBox::Warning);
+    failure.setText(QStringLiteral("Couldn't start the uninstaller"));
+    failure.setInformativeText(
+        QStringLiteral("Run scripts/uninstall.sh manually from the source checkout."));
+    failure.exec();
+}
+
+} // namespace sayvo

@@ -1,0 +1,93 @@
+#pragma once
+
+#include "AppState.h"
+#include "EngineConnectionHealth.h"
+#include "EngineState.h"
+#include "HotkeyTrigger.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <memory>
+
+class QAction;
+class QMenu;
+class QMessageBox;
+class QSystemTrayIcon;
+
+namespace sayvo {
+
+class EngineSupervisor;
+class SayvoCoordinator;
+
+// The tray icon and its menu: an icon that says at a glance whether Sayvo is listening,
+// processing, in trouble or without an engine, and the engine status line with the engine,
+// domain, calibration, settings, uninstall and quit commands. Main thread only.
+class MenuBarController : public QObject
+{
+    Q_OBJECT
+
+public:
+    using Action = std::function<void()>;
+
+    // The pinnable domains, in menu order.
+    static const QStringList kDomains;
+
+    // With the trigger `menuBarToggle`, a primary click on the icon starts and ends dictation
+    // and the menu opens on the secondary click; otherwise any click opens the menu.
+    MenuBarController(SayvoCoordinator &coordinator, EngineSupervisor &engineSupervisor,
+        HotkeyTrigger trigger, Action openSettings, Action openSetup, Action openCalibration,
+        QObject *parent = nullptr);
+    ~MenuBarController() override;
+
+    QString statusTitle() const;
+    // The engine status line for a connection health and engine state.
+    static QString statusTitle(
+        const EngineConnectionHealth &health, const EngineState &engineState);
+    // The symbol the icon shows for a dictation state, connection health and engine state.
+    static QString iconSymbol(const AppState &state, const EngineConnectionHealth &health,
+        const EngineState &engineState);
+    QString currentIconSymbol() const { return m_iconSymbol; }
+
+    QMenu *menu() const { return m_menu.get(); }
+    QSystemTrayIcon *trayIcon() const { return m_trayIcon; }
+    QAction *statusMenuItem() const { return m_statusMenuItem; }
+
+    // Menu actions.
+    void openCalibrationWindow();
+    void unpinDomain();
+    void pinDomain(QAction *item);
+    void handleOpenSetup();
+    void handleRestartEngine();
+    void handleOpenSettings();
+    void handleUninstall();
+    // What a primary click on the icon does.
+    void handleActivation();
+
+signals:
+    // The uninstall alert is about to run modally (tests answer it from here).
+    void uninstallAlertShown(QMessageBox *alert);
+
+private:
+    void buildMenu();
+    void refresh();
+
+    SayvoCoordinator &m_coordinator;
+    EngineSupervisor &m_engineSupervisor;
+    HotkeyTrigger m_trigger;
+    Action m_openSettings;
+    Action m_openSetup;
+    Action m_openCalibration;
+
+    std::unique_ptr<QMenu> m_menu;
+    QSystemTrayIcon *m_trayIcon = nullptr; // child
+    QAction *m_statusMenuItem = nullptr;
+    EngineState m_engineState = engine_state::Idle {};
+    EngineConnectionHealth m_connectionHealth;
+    QString m_iconSymbol;
+};
+
+} // namespace sayvo
