@@ -222,6 +222,8 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
     startOverRow->addStretch();
     layout->addLayout(startOverRow);
     connect(m_startOver, &QPushButton::clicked, &m_controller, &CalibrationController::restart);
+    // Takes the spare height while there are no results to list, so the sections stay together.
+    layout->addStretch(0);
 
     connect(&m_controller, &CalibrationController::phaseChanged, this, &CalibrationWindow::refresh);
     connect(&m_controller, &CalibrationController::pendingQueueChanged, this,
