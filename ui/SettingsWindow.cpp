@@ -18,6 +18,7 @@
 #include <QListWidget>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QShowEvent>
 #include <QSignalBlocker>
 #include <QStackedWidget>
 #include <QVBoxLayout>
@@ -804,11 +805,15 @@ void SettingsWindow::refreshPermissions()
 void SettingsWindow::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
-    m_endpoint->setText(m_settings.endpointURL().toString());
-    showEndpointError(false);
-    refreshPermissions();
-    if (m_loginItem && m_loginItem->isEnabled() != m_settings.launchAtLogin()) {
-        m_settings.setLaunchAtLogin(m_loginItem->isEnabled());
+    // A window restored from the dock or taskbar keeps what the user was typing; opening it
+    // from the menu starts from the stored values and the current permissions.
+    if (!event->spontaneous()) {
+        m_endpoint->setText(m_settings.endpointURL().toString());
+        showEndpointError(false);
+        refreshPermissions();
+        if (m_loginItem && m_loginItem->isEnabled() != m_settings.launchAtLogin()) {
+            m_settings.setLaunchAtLogin(m_loginItem->isEnabled());
+        }
     }
     if (!m_sampler && m_makeSampler) {
         m_sampler = m_makeSampler();
