@@ -265,7 +265,9 @@ void CalibrationWindow::refresh()
     m_readingHint->setVisible(ready);
     m_recording->setVisible(phase == Phase::recording);
     m_done->setVisible(phase == Phase::recording);
-    m_cancel->setVisible(phase == Phase::recording);
+    // Cancel stays while transcribing too: a final that never comes (the engine went away
+    // mid-line) must not leave the window waiting for good.
+    m_cancel->setVisible(phase == Phase::recording || phase == Phase::scoring);
     m_transcribing->setVisible(phase == Phase::scoring);
     m_reviewing->setVisible(phase == Phase::reviewing);
 

@@ -143,7 +143,11 @@ TEST_F(CalibrationWindowTest, RecordingAndTranscribingShowTheirControls)
     EXPECT_EQ(text("transcribingLabel"), QStringLiteral("Transcribing\u2026"));
     EXPECT_FALSE(shown("done"));
     EXPECT_FALSE(shown("startReading"));
+    EXPECT_TRUE(shown("cancel")) << "a final that never comes must not strand the user";
     EXPECT_TRUE(test::saveShot(window, QStringLiteral("calibration-3-scoring")));
+    click("cancel");
+    EXPECT_EQ(controller.phase(), Phase::ready);
+    EXPECT_TRUE(shown("startReading"));
 }
 
 TEST_F(CalibrationWindowTest, CancelReturnsToStartReading)
