@@ -115,6 +115,7 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
     red.setColor(QPalette::WindowText, SymbolIcon::failureColor());
     m_recording->setPalette(red);
     m_done = button(QStringLiteral("Done"), this, "done");
+    m_done->setDefault(true);
     m_cancel = button(QStringLiteral("Cancel"), this, "cancel");
     m_transcribing = label(QStringLiteral("Transcribing\u2026"), this, "transcribingLabel");
     controls->addWidget(m_startReading);
