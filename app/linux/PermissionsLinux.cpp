@@ -5,8 +5,7 @@
 #include "PermissionsPlatform.h"
 
 #include <QDBusConnection>
-#include <QDBusInterface>
-#include <QDBusReply>
+#include <QDBusMessage>
 #include <QDBusVariant>
 #include <QMessageBox>
 #include <QPushButton>
@@ -50,25 +49,22 @@ void PermissionsLinux::requestMicrophoneAccess()
 
 bool PermissionsLinux::isAccessibilityTrusted()
 {
-    QDBusInterface properties(kBusService, kBusPath, kProperties, QDBusConnection::sessionBus());
-    if (!properties.isValid()) {
+    // A plain method call: the launcher does not describe itself, so a QDBusInterface, which
+    // introspects first, would call it invalid.
+    QDBusMessage get = QDBusMessage::createMethodCall(kBusService, kBusPath, kProperties, QStringLiteral("Get"));
+    get << kStatusInterface << QStringLiteral("IsEnabled");
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(get, QDBus::Block, kBusTimeoutMs);
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) {
         return false;
     }
-    properties.setTimeout(kBusTimeoutMs);
-    const QDBusReply<QDBusVariant> reply
-        = properties.call(QStringLiteral("Get"), kStatusInterface, QStringLiteral("IsEnabled"));
-    return reply.isValid() && reply.value().variant().toBool();
+    return qvariant_cast<QDBusVariant>(reply.arguments().constFirst()).variant().toBool();
 }
 
 bool PermissionsLinux::enableAccessibilityBus()
 {
-    QDBusInterface properties(kBusService, kBusPath, kProperties, QDBusConnection::sessionBus());
-    if (!properties.isValid()) {
-        return false;
-    }
-    properties.setTimeout(kBusTimeoutMs);
-    const QDBusMessage reply = properties.call(QStringLiteral("Set"), kStatusInterface,
-        QStringLiteral("IsEnabled"), QVariant::fromValue(QDBusVariant(true)));
+    QDBusMessage set = QDBusMessage::createMethodCall(kBusService, kBusPath, kProperties, QStringLiteral("Set"));
+    set << kStatusInterface << QStringLiteral("IsEnabled") << QVariant::fromValue(QDBusVariant(true));
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(set, QDBus::Block, kBusTimeoutMs);
     return reply.type() == QDBusMessage::ReplyMessage;
 }
 

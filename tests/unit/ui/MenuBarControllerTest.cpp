@@ -7,8 +7,10 @@
 
 #include <QAction>
 #include <QCheckBox>
+#include <QDir>
 #include <QMenu>
 #include <QMessageBox>
+#include <QPainter>
 #include <QPushButton>
 #include <QSystemTrayIcon>
 #include <QTest>
@@ -316,4 +318,40 @@ TEST_F(MenuBarTest, WithAKeyAsTriggerAClickOpensTheMenu)
     EXPECT_TRUE(controller->menu()->isVisible());
     EXPECT_TRUE(h.coordinator->state().is<AppState::Idle>());
     controller->menu()->hide();
+}
+
+TEST_F(MenuBarTest, ScreenshotOfTheMenu)
+{
+    makeController(QStringLiteral("run_engine_stays.sh"));
+    ASSERT_TRUE(h.startAndConnect());
+    portOpen = true;
+    supervisor->start(QUrl(QStringLiteral("ws://127.0.0.1:8765")));
+    controller->menu()->popup(QPoint(10, 10));
+    QTest::qWait(50);
+    const QString dir = QStringLiteral(SAYVO_SCREENSHOT_DIR);
+    QDir().mkpath(dir);
+    EXPECT_TRUE(controller->menu()->grab().save(dir + QStringLiteral("/tray-menu.png")));
+    QMenu *domains = item("Domain")->menu();
+    domains->popup(QPoint(10, 10));
+    QTest::qWait(50);
+    EXPECT_TRUE(domains->grab().save(dir + QStringLiteral("/tray-menu-domain.png")));
+    domains->hide();
+    controller->menu()->hide();
+    // The icon in each state, side by side.
+    const QStringList symbols {"mic", "mic.fill", "waveform", "waveform.circle", "mic.slash",
+        "exclamationmark.triangle", "exclamationmark.triangle.fill"};
+    for (const QColor &panel : {QColor(40, 40, 40), QColor(240, 240, 240)}) {
+        QImage strip(QSize(24 * symbols.size() + 8 * (symbols.size() + 1), 40),
+            QImage::Format_ARGB32_Premultiplied);
+        strip.fill(panel);
+        QPainter painter(&strip);
+        const QColor ink = panel.lightness() < 128 ? QColor(235, 235, 235) : QColor(30, 30, 30);
+        for (int i = 0; i < symbols.size(); ++i) {
+            painter.drawPixmap(8 + i * 32, 8, SymbolIcon::icon(symbols[i], ink).pixmap(24, 24));
+        }
+        painter.end();
+        EXPECT_TRUE(strip.save(dir
+            + (panel.lightness() < 128 ? QStringLiteral("/tray-icons-dark.png")
+                                       : QStringLiteral("/tray-icons-light.png"))));
+    }
 }

@@ -1,0 +1,292 @@
+// The application as a whole, in this process over fakes of the platform services, with the
+// real engine client talking to the scripted engine on loopback:
+// - launch: from applicationDidFinishLaunching() to the tray icon shown, beside the cost of
+//   showing one empty window in the same run;
+// - memory: resident size after launch and after 100 utterances (must not grow by 5 MB);
+// - idle: timer events delivered on the main thread over 30 s once ready and idle.
+#include "AppDelegate.h"
+#include "AudioCapture.h"
+#include "FakeAccessibilityProvider.h"
+#include "FakeAudioHardware.h"
+#include "FakeAudioInputEngine.h"
+#include "FakeChildProcess.h"
+#include "FakeKeySynthesizer.h"
+#include "FakeKeyboardEventSource.h"
+#include "FakePasteboard.h"
+#include "FakePreferenceStore.h"
+#include "FakeWindowList.h"
+#include "FakeWorkspace.h"
+#include "MenuBarController.h"
+#include "RuntimeSandbox.h"
+#include "SayvoCoordinator.h"
+#include "SettingsStore.h"
+#include "TestEngine.h"
+#include "WireCodec.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QSystemTrayIcon>
+#include <QTest>
+#include <QTimer>
+
+#include <benchmark/benchmark.h>
+
+#include <cmath>
+#include <fstream>
+
+using namespace sayvo;
+
+namespace {
+
+qint64 residentKb()
+{
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.rfind("VmRSS:", 0) == 0) {
+            return std::stoll(line.substr(6));
+        }
+    }
+    return -1;
+}
+
+class NoPermissionsNeeded : public Permissions
+{
+public:
+    MicrophoneStatus microphoneStatus() override { return MicrophoneStatus::authorized; }
+    void requestMicrophoneAccess() override { }
+    bool isAccessibilityTrusted() override { return true; }
+    void promptAccessibility() override { }
+    bool isInputMonitoringGranted() override { return true; }
+    void requestInputMonitoringAccess() override { }
+    void openSettings(Kind) override { }
+};
+
+// Everything one in-process application needs.
+struct Rig
+{
+    sayvo::test::TestEngine engine;
+    FakePreferenceStore preferences;
+    sayvo::test::RuntimeSandbox sandbox;
+    FakeAudioInputEngine *audio = nullptr;
+    std::unique_ptr<AppDelegate> app;
+
+    Rig()
+    {
+        engine.listen();
+        engine.setRecording(false);
+        engine.setOnText([this](const QByteArray &text, int) {
+            const auto decoded = decodeOutbound(text.toStdString());
+            if (decoded && std::holds_alternative<UtteranceEndMessage>(decoded.value())) {
+                FinalMessage final;
+                final.utteranceId = std::get<UtteranceEndMessage>(decoded.value()).utteranceId;
+                final.rawText = final.formattedText = "Benchmark text.";
+                final.domain = "default";
+                final.domainSource = "context";
+                final.guardrail.applied = true;
+                final.stats = Stats {0.4, 2, 300.0, 0.2, 0.1, 0, 0.0};
+                engine.sendText(QByteArray::fromStdString(encode(final)));
+            }
+        });
+        preferences.setValue(SettingsStore::kEndpointURLKey, engine.url().toString());
+        sandbox.writePayload(QStringLiteral("run_engine_stays.sh"));
+        sandbox.provision(QStringLiteral("1.0.0"));
+    }
+
+    AppPlatform platform()
+    {
+        AppPlatform p;
+        p.audioHardware = [] {
+            auto hardware = std::make_unique<FakeAudioHardware>();
+            FakeAudioDevice mic;
+            mic.id = 1;
+            mic.uid = QStringLiteral("mic");
+            mic.name = QStringLiteral("Mic");
+            mic.sampleRate = 16000.0;
+            hardware->setDevices({mic});
+            return hardware;
+        };
+        p.audioInputEngine = [this] {
+            auto engineFake = std::make_unique<FakeAudioInputEngine>();
+            audio = engineFake.get();
+            return engineFake;
+        };
+        p.desktopServices = [] {
+            DesktopServices services;
+            services.keyboard = std::make_unique<sayvo::testing::FakeKeyboardEventSource>();
+            services.pasteboard = std::make_shared<sayvo::testing::FakePasteboard>();
+            services.keySynthesizer = std::make_shared<sayvo::testing::FakeKeySynthesizer>();
+            services.accessibility = std::make_shared<sayvo::testing::FakeAccessibilityProvider>();
+            services.workspace = std::make_shared<sayvo::testing::FakeWorkspace>();
+            services.windowList = std::make_shared<sayvo::testing::FakeWindowList>();
+            return services;
+        };
+        p.permissions = [](AudioHardware &, const HotkeyManager &) {
+            return std::make_unique<NoPermissionsNeeded>();
+        };
+        p.runtimeLocator = [this] { return sandbox.locator(QStringLiteral("1.0.0")); };
+        p.supervisorOptions = [] {
+            EngineSupervisor::Options options;
+            options.launcher = std::make_unique<sayvo::test::FakeChildProcessLauncher>();
+            options.portProbe
+                = [](const QString &, int) { return true; }; // the test engine already listens
+            return options;
+        };
+        return p;
+    }
+
+    bool launchAndConnect()
+    {
+        app = std::make_unique<AppDelegate>(preferences, platform());
+        app->applicationDidFinishLaunching();
+        return QTest::qWaitFor(
+            [this] {
+                return app->coordinator()
+                    ->connectionHealth()
+                    .is<EngineConnectionHealth::Connected>();
+            },
+            5000);
+    }
+
+    bool utterance(const QByteArray &pcm)
+    {
+        SayvoCoordinator &c = *app->coordinator();
+        c.handleTriggerDown();
+        audio->playS16(pcm, 1600);
+        c.handleTriggerUp();
+        return QTest::qWaitFor([&] { return c.state().is<AppState::Success>(); }, 5000)
+            && QTest::qWaitFor([&] { return c.state().is<AppState::Idle>(); }, 5000);
+    }
+};
+
+QByteArray tone()
+{
+    QByteArray pcm(6400, '\0');
+    for (int i = 0; i + 1 < pcm.size(); i += 2) {
+        const auto sample = static_cast<qint16>(6000.0 * std::sin(i / 2 * 0.17));
+        pcm[i] = static_cast<char>(sample & 0xff);
+        pcm[i + 1] = static_cast<char>((sample >> 8) & 0xff);
+    }
+    return pcm;
+}
+
+void BM_ShowEmptyWindowBaseline(benchmark::State &state)
+{
+    for (auto _ : state) {
+        QWidget window;
+        window.resize(200, 100);
+        window.show();
+        QCoreApplication::processEvents();
+    }
+}
+
+void BM_LaunchToTrayIcon(benchmark::State &state)
+{
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto rig = std::make_unique<Rig>();
+        rig->app = std::make_unique<AppDelegate>(rig->preferences, rig->platform());
+        state.ResumeTiming();
+        rig->app->applicationDidFinishLaunching();
+        if (!rig->app->menuBarController()->trayIcon()->isVisible()) {
+            state.SkipWithError("the tray icon was not shown");
+        }
+        state.PauseTiming();
+        rig.reset();
+        state.ResumeTiming();
+    }
+}
+
+void BM_ResidentMemoryOverOneHundredUtterances(benchmark::State &state)
+{
+    for (auto _ : state) {
+        Rig rig;
+        if (!rig.launchAndConnect()) {
+            state.SkipWithError("no connection");
+            return;
+        }
+        const QByteArray pcm = tone();
+        rig.app->coordinator()->setDisplayDurations({0.005, 0.005});
+        for (int i = 0; i < 3; ++i) {
+            rig.utterance(pcm); // warm-up: first-use allocations
+        }
+        const qint64 afterLaunch = residentKb();
+        for (int i = 0; i < 100; ++i) {
+            if (!rig.utterance(pcm)) {
+                state.SkipWithError("an utterance did not complete");
+                return;
+            }
+        }
+        const qint64 after = residentKb();
+        state.counters["rss_after_launch_kB"] = static_cast<double>(afterLaunch);
+        state.counters["rss_after_100_kB"] = static_cast<double>(after);
+        state.counters["growth_kB"] = static_cast<double>(after - afterLaunch);
+        if (after - afterLaunch > 5 * 1024) {
+            state.SkipWithError("grew by more than 5 MB over 100 utterances");
+        }
+    }
+}
+
+// Counts timer events delivered to objects on the main thread.
+class TimerCounter : public QObject
+{
+public:
+    int count = 0;
+    QStringList owners;
+    QObject *ignored = nullptr;
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::Timer && watched != ignored) {
+            ++count;
+            owners << QString::fromLatin1(watched->metaObject()->className());
+        }
+        return false;
+    }
+};
+
+void BM_IdleTimerWakeups(benchmark::State &state)
+{
+    for (auto _ : state) {
+        Rig rig;
+        if (!rig.launchAndConnect()) {
+            state.SkipWithError("no connection");
+            return;
+        }
+        rig.utterance(tone());
+        QTest::qWait(500);
+        TimerCounter counter;
+        QEventLoop idle;
+        QTimer end; // the one timer the measurement itself needs; not counted
+        end.setSingleShot(true);
+        QObject::connect(&end, &QTimer::timeout, &idle, &QEventLoop::quit);
+        counter.ignored = &end;
+        qApp->installEventFilter(&counter);
+        end.start(30000);
+        idle.exec();
+        qApp->removeEventFilter(&counter);
+        state.counters["timer_events_30s"] = counter.count;
+        if (counter.count > 0) {
+            counter.owners.removeDuplicates();
+            state.SetLabel(counter.owners.join(',').toStdString());
+        }
+    }
+}
+
+} // namespace
+
+BENCHMARK(BM_ShowEmptyWindowBaseline)->Iterations(20)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LaunchToTrayIcon)->Iterations(10)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ResidentMemoryOverOneHundredUtterances)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_IdleTimerWakeups)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+int main(int argc, char **argv)
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    QApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

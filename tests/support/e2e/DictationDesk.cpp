@@ -1,0 +1,315 @@
+#include "DictationDesk.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QSettings>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTest>
+
+#include <csignal>
+
+namespace sayvo::test {
+
+namespace {
+
+quint16 freePort()
+{
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    return probe.serverPort();
+}
+
+// Runs a short command to the end; its standard output, or nullopt when it failed.
+std::optional<QByteArray> runTool(const QString &program, const QStringList &arguments,
+    const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment(),
+    int timeoutMs = 120000)
+{
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.start(program, arguments);
+    if (!process.waitForStarted(5000) || !process.waitForFinished(timeoutMs)) {
+        process.kill();
+        process.waitForFinished(2000);
+        return std::nullopt;
+    }
+    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
+        return std::nullopt;
+    }
+    return process.readAllStandardOutput();
+}
+
+} // namespace
+
+DictationDesk::DictationDesk(Options options) : m_options(std::move(options))
+{
+    if (!m_home.isValid()) {
+        m_failure = QStringLiteral("no temporary directory");
+        return;
+    }
+    m_desktop = std::make_unique<testing::DesktopSession>();
+    if (!m_desktop->isReady()) {
+        m_failure = QStringLiteral("desktop: ") + m_desktop->failure();
+        return;
+    }
+    m_pulse = std::make_unique<PulseAudioServer>();
+    if (!m_pulse->start()) {
+        m_failure = QStringLiteral("sound server: ") + m_pulse->error();
+        return;
+    }
+    m_microphone = m_pulse->addMicrophone(
+        QStringLiteral("desk_mic"), 16000, 1, QStringLiteral("Desk Microphone"));
+    if (!m_microphone || !m_pulse->setDefaultSource(QStringLiteral("desk_mic"))) {
+        m_failure = QStringLiteral("no virtual microphone");
+        return;
+    }
+    if (!prepareRuntime()) {
+        return;
+    }
+    m_port = freePort();
+    writeSettings();
+    m_editor = std::make_unique<testing::TestEditor>(*m_desktop, m_options.editorTitle);
+    if (!m_editor->isReady() || !m_editor->activate()) {
+        m_failure = QStringLiteral("the test editor did not come up");
+    }
+}
+
+DictationDesk::~DictationDesk()
+{
+    if (isSayvoRunning()) {
+        quitSayvo();
+    }
+    if (m_sayvo && m_sayvo->state() != QProcess::NotRunning) {
+        m_sayvo->kill();
+        m_sayvo->waitForFinished(3000);
+    }
+    // An engine that outlived Sayvo would keep the port: end it here, and let the test say so.
+    for (qint64 pid : enginePids()) {
+        ::kill(static_cast<pid_t>(pid), SIGKILL);
+    }
+    m_editor.reset();
+    m_microphone.reset();
+    m_pulse.reset();
+    m_desktop.reset();
+}
+
+bool DictationDesk::prepareRuntime()
+{
+    const QString payload = QStringLiteral(SAYVO_ENGINE_PAYLOAD_DIR);
+    const QString installRoot = m_home.filePath(QStringLiteral("runtime"));
+    const auto output = runTool(payload + QStringLiteral("/scripts/bootstrap_runtime.sh"),
+        {QStringLiteral("--payload"), payload, QStringLiteral("--install-root"), installRoot,
+            QStringLiteral("--version"), QStringLiteral("dev")});
+    if (!output) {
+        m_failure = QStringLiteral("the engine runtime could not be built");
+        return false;
+    }
+    m_runtimeApp = installRoot + QStringLiteral("/app");
+    return true;
+}
+
+void DictationDesk::writeSettings()
+{
+    const QString configHome = m_home.filePath(QStringLiteral("config"));
+    QDir().mkpath(configHome + QStringLiteral("/SayvoApp"));
+    QSettings file(configHome + QStringLiteral("/SayvoApp/Sayvo.conf"), QSettings::IniFormat);
+    file.setValue(
+        QStringLiteral("sayvo.endpointURL"), QStringLiteral("ws://127.0.0.1:%1").arg(m_port));
+    file.setValue(QStringLiteral("sayvo.hotkeyTrigger"), QStringLiteral("f5"));
+    for (auto it = m_options.settings.cbegin(); it != m_options.settings.cend(); ++it) {
+        file.setValue(it.key(), it.value());
+    }
+    file.sync();
+}
+
+bool DictationDesk::launchSayvo(int timeoutMs)
+{
+    if (!isReady()) {
+        return false;
+    }
+    QProcessEnvironment environment = m_desktop->environment();
+    environment.insert(QStringLiteral("PULSE_SERVER"), m_pulse->address());
+    environment.insert(
+        QStringLiteral("XDG_CONFIG_HOME"), m_home.filePath(QStringLiteral("config")));
+    environment.insert(QStringLiteral("XDG_DATA_HOME"), m_home.filePath(QStringLiteral("data")));
+    environment.insert(QStringLiteral("SAYVO_RUNTIME_ROOT"), m_runtimeApp);
+    environment.insert(QStringLiteral("SAYVO_ENGINE_ASR"), m_options.asr);
+    environment.insert(
+        QStringLiteral("SAYVO_ENGINE_DATA_DIR"), m_home.filePath(QStringLiteral("engine-data")));
+    m_sayvo = std::make_unique<QProcess>();
+    m_sayvo->setProcessEnvironment(environment);
+    m_sayvo->setProcessChannelMode(QProcess::MergedChannels);
+    QObject::connect(m_sayvo.get(), &QProcess::readyRead, [this] { readOutput(); });
+    m_log.clear();
+    m_sayvo->start(QStringLiteral(SAYVO_APP_BINARY), {});
+    if (!m_sayvo->waitForStarted(5000)) {
+        return false;
+    }
+    return waitForLog(QRegularExpression(QStringLiteral("connected: server=.* mock=")), timeoutMs);
+}
+
+bool DictationDesk::quitSayvo(int timeoutMs)
+{
+    if (!isSayvoRunning()) {
+        return true;
+    }
+    ::kill(static_cast<pid_t>(m_sayvo->processId()), SIGTERM);
+    return QTest::qWaitFor([this] { return m_sayvo->state() == QProcess::NotRunning; }, timeoutMs);
+}
+
+bool DictationDesk::isSayvoRunning() const
+{
+    return m_sayvo && m_sayvo->state() != QProcess::NotRunning;
+}
+
+qint64 DictationDesk::sayvoPid() const
+{
+    return m_sayvo ? m_sayvo->processId() : 0;
+}
+
+void DictationDesk::readOutput()
+{
+    m_partialLine += m_sayvo->readAll();
+    qsizetype newline = 0;
+    while ((newline = m_partialLine.indexOf('\n')) >= 0) {
+        m_log.append(QString::fromUtf8(m_partialLine.left(newline)));
+        m_partialLine.remove(0, newline + 1);
+    }
+}
+
+QStringList DictationDesk::log()
+{
+    if (m_sayvo) {
+        readOutput();
+    }
+    return m_log;
+}
+
+bool DictationDesk::waitForLog(const QRegularExpression &pattern, int timeoutMs)
+{
+    return QTest::qWaitFor(
+        [&] {
+            const QStringList lines = log();
+            return std::any_of(lines.begin(), lines.end(),
+                [&](const QString &line) { return pattern.match(line).hasMatch(); });
+        },
+        timeoutMs);
+}
+
+int DictationDesk::countLog(const QRegularExpression &pattern)
+{
+    const QStringList lines = log();
+    return static_cast<int>(std::count_if(lines.begin(), lines.end(),
+        [&](const QString &line) { return pattern.match(line).hasMatch(); }));
+}
+
+QStringList DictationDesk::states()
+{
+    QStringList states;
+    static const QRegularExpression statePattern(QStringLiteral("state: (.*)$"));
+    for (const QString &line : log()) {
+        if (line.contains(QStringLiteral("engine state:"))) {
+            continue;
+        }
+        const auto match = statePattern.match(line);
+        if (match.hasMatch()) {
+            states << match.captured(1);
+        }
+    }
+    return states;
+}
+
+void DictationDesk::pressTrigger(const QString &key)
+{
+    m_desktop->run(QStringLiteral("xdotool"), {QStringLiteral("keydown"), key});
+}
+
+void DictationDesk::releaseTrigger(const QString &key)
+{
+    m_desktop->run(QStringLiteral("xdotool"), {QStringLiteral("keyup"), key});
+}
+
+void DictationDesk::speak(const QByteArray &pcm)
+{
+    m_microphone->play(pcm);
+}
+
+QByteArray DictationDesk::synthesize(const QString &text)
+{
+    const QString cacheDir = QDir::tempPath() + QStringLiteral("/sayvo-speech-cache");
+    QDir().mkpath(cacheDir);
+    const QString key = QString::fromLatin1(
+        QCryptographicHash::hash(text.toUtf8(), QCryptographicHash::Sha1).toHex());
+    const QString raw = cacheDir + QStringLiteral("/%1.raw").arg(key);
+    if (!QFile::exists(raw)) {
+        const QString wav = cacheDir + QStringLiteral("/%1.wav").arg(key);
+        QProcess festival;
+        festival.start(QStringLiteral("text2wave"),
+            {QStringLiteral("-eval"), QStringLiteral("(voice_cmu_us_slt_arctic_hts)"),
+                QStringLiteral("-o"), wav});
+        festival.waitForStarted(5000);
+        festival.write(text.toUtf8() + '\n');
+        festival.closeWriteChannel();
+        if (!festival.waitForFinished(60000) || festival.exitCode() != 0) {
+            return {};
+        }
+        if (!runTool(QStringLiteral("sox"),
+                {wav, QStringLiteral("-r"), QStringLiteral("16000"), QStringLiteral("-c"),
+                    QStringLiteral("1"), QStringLiteral("-b"), QStringLiteral("16"),
+                    QStringLiteral("-e"), QStringLiteral("signed-integer"), QStringLiteral("-t"), QStringLiteral("raw"), raw + ".part"})) {
+            return {};
+        }
+        QFile::rename(raw + ".part", raw);
+    }
+    QFile file(raw);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return {};
+    }
+    return file.readAll();
+}
+
+bool DictationDesk::dictate(const QByteArray &pcm, int timeoutMs)
+{
+    static const QRegularExpression outcome(
+        QStringLiteral("state: (success|error|emptyTranscript)"));
+    const int before = countLog(outcome);
+    pressTrigger();
+    if (!waitForLog(QRegularExpression(QStringLiteral("state: listening")), 5000)) {
+        releaseTrigger();
+        return false;
+    }
+    speak(pcm);
+    // Trailing silence, as a speaker pauses before letting go of the key.
+    speak(QByteArray(6400, '\0'));
+    releaseTrigger();
+    return QTest::qWaitFor([&] { return countLog(outcome) > before; }, timeoutMs);
+}
+
+bool DictationDesk::screenshot(const QString &path)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    int exitCode = -1;
+    m_desktop->run(QStringLiteral(SAYVO_SCREENSHOT_TOOL), {path}, &exitCode);
+    return exitCode == 0 && QFile::exists(path);
+}
+
+QList<qint64> DictationDesk::enginePids() const
+{
+    QList<qint64> pids;
+    const auto listing
+        = runTool(QStringLiteral("ps"), {QStringLiteral("-eo"), QStringLiteral("pid=,args=")});
+    if (!listing || m_port == 0) {
+        return pids;
+    }
+    const QString portArgument = QStringLiteral("--port %1").arg(m_port);
+    for (const QByteArray &line : listing->split('\n')) {
+        const QString text = QString::fromUtf8(line).trimmed();
+        if (text.contains(QStringLiteral("sayvo-engine")) && text.contains(portArgument)) {
+            pids << text.section(QLatin1Char(' '), 0, 0).toLongLong();
+        }
+    }
+    return pids;
+}
+
+} // namespace sayvo::test

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "DesktopSession.h"
+#include "PulseAudioServer.h"
+#include "TestEditor.h"
+
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <memory>
+#include <optional>
+
+namespace sayvo::test {
+
+// A whole desktop for end-to-end runs of the real Sayvo: an X server with a window manager,
+// the session and accessibility buses, a sound server whose default microphone this object
+// speaks into, a GTK editor with the focus, a runtime with the reference engine, and Sayvo
+// itself as a child process reading its settings from a private configuration directory.
+// Everything stops when the desk is destroyed, also when the test fails.
+class DictationDesk
+{
+public:
+    struct Options
+    {
+        // "pocketsphinx", "mock" or "replay:<file>".
+        QString asr = QStringLiteral("pocketsphinx");
+        // Settings written before launch, under their stored keys ("sayvo.triggerMode", ...).
+        QMap<QString, QString> settings;
+        QString editorTitle = QStringLiteral("Sayvo Test Editor");
+    };
+
+    explicit DictationDesk(Options options);
+    ~DictationDesk();
+
+    bool isReady() const { return m_failure.isEmpty(); }
+    QString failure() const { return m_failure; }
+
+    // Starts Sayvo and waits until it has connected to its engine.
+    bool launchSayvo(int timeoutMs = 60000);
+    // SIGTERM, as a logout would send; waits for the process to end.
+    bool quitSayvo(int timeoutMs = 15000);
+    bool isSayvoRunning() const;
+    qint64 sayvoPid() const;
+
+    QStringList log();
+    bool waitForLog(const QRegularExpression &pattern, int timeoutMs);
+    int countLog(const QRegularExpression &pattern);
+    // The dictation states Sayvo went through, as it logged them ("listening(\"...\")", ...).
+    QStringList states();
+
+    void pressTrigger(const QString &key = QStringLiteral("F5"));
+    void releaseTrigger(const QString &key = QStringLiteral("F5"));
+    // Plays 16 kHz mono s16le into the microphone, a little faster than real time.
+    void speak(const QByteArray &pcm);
+    // The sentence in festival's US English voice, 16 kHz mono s16le (cached per text).
+    static QByteArray synthesize(const QString &text);
+    // Holds the trigger, speaks, lets go, and waits for the outcome to be logged.
+    bool dictate(const QByteArray &pcm, int timeoutMs = 30000);
+
+    bool screenshot(const QString &path);
+
+    testing::TestEditor &editor() { return *m_editor; }
+    testing::DesktopSession &desktop() { return *m_desktop; }
+    quint16 enginePort() const { return m_port; }
+    QString runtimeDir() const { return m_runtimeApp; }
+    // Processes of the engine serving this desk's port.
+    QList<qint64> enginePids() const;
+
+private:
+    bool prepareRuntime();
+    void writeSettings();
+    void readOutput();
+
+    Options m_options;
+    QString m_failure;
+    QTemporaryDir m_home;
+    std::unique_ptr<testing::DesktopSession> m_desktop;
+    std::unique_ptr<PulseAudioServer> m_pulse;
+    std::unique_ptr<PipeMicrophone> m_microphone;
+    std::unique_ptr<testing::TestEditor> m_editor;
+    std::unique_ptr<QProcess> m_sayvo;
+    QString m_runtimeApp;
+    quint16 m_port = 0;
+    QStringList m_log;
+    QByteArray m_partialLine;
+};
+
+} // namespace sayvo::test

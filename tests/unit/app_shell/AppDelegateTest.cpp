@@ -1,0 +1,395 @@
+// The launch sequence and wiring of the application, over fakes of every platform service,
+// the real engine client against the scripted test engine, and a supervisor whose children
+// are fakes.
+#include "AppDelegate.h"
+#include "AudioCapture.h"
+#include "EngineClient.h"
+#include "FakeAccessibilityProvider.h"
+#include "FakeAudioHardware.h"
+#include "FakeAudioInputEngine.h"
+#include "FakeChildProcess.h"
+#include "FakeKeySynthesizer.h"
+#include "FakeKeyboardEventSource.h"
+#include "FakePasteboard.h"
+#include "FakePreferenceStore.h"
+#include "FakeWindowList.h"
+#include "FakeWorkspace.h"
+#include "HotkeyManager.h"
+#include "MenuBarController.h"
+#include "RuntimeSandbox.h"
+#include "SayvoCoordinator.h"
+#include "SettingsStore.h"
+#include "TestEngine.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QMenuBar>
+#include <QTest>
+#include <QWidget>
+
+#include <gtest/gtest.h>
+
+using namespace sayvo;
+namespace es = engine_state;
+
+namespace {
+
+class FakePermissions : public Permissions
+{
+public:
+    MicrophoneStatus microphone = MicrophoneStatus::authorized;
+    bool accessibility = true;
+    bool inputMonitoring = true;
+    QStringList calls;
+
+    MicrophoneStatus microphoneStatus() override { return microphone; }
+    void requestMicrophoneAccess() override { calls << "requestMicrophoneAccess"; }
+    bool isAccessibilityTrusted() override { return accessibility; }
+    void promptAccessibility() override { calls << "promptAccessibility"; }
+    bool isInputMonitoringGranted() override { return inputMonitoring; }
+    void requestInputMonitoringAccess() override { calls << "requestInputMonitoringAccess"; }
+    void openSettings(Kind) override { calls << "openSettings"; }
+};
+
+class AppDelegateTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(engine.listen());
+        preferences.setValue(SettingsStore::kEndpointURLKey, engine.url().toString());
+        preferences.setValue(SettingsStore::kHotkeyTriggerKey, QStringLiteral("f5"));
+        sandbox.writePayload(QStringLiteral("run_engine_stays.sh"));
+        sandbox.provision(QStringLiteral("1.0.0"));
+    }
+
+    AppPlatform platform()
+    {
+        AppPlatform p;
+        p.audioHardware = [] {
+            auto hardware = std::make_unique<FakeAudioHardware>();
+            FakeAudioDevice mic;
+            mic.id = 1;
+            mic.uid = QStringLiteral("mic");
+            mic.name = QStringLiteral("Mic");
+            mic.sampleRate = 16000.0;
+            hardware->setDevices({mic});
+            return hardware;
+        };
+        p.audioInputEngine = [this] {
+            auto audio = std::make_unique<FakeAudioInputEngine>();
+            audioEngine = audio.get();
+            if (microphoneMissing) {
+                audio->setUnavailable(QStringLiteral("no sound server"));
+            }
+            return audio;
+        };
+        p.desktopServices = [this] {
+            DesktopServices services;
+            auto keyboard = std::make_unique<sayvo::testing::FakeKeyboardEventSource>();
+            keyboard->failInstall = keyTapRefused;
+            keys = keyboard.get();
+            services.keyboard = std::move(keyboard);
+            services.pasteboard = std::make_shared<sayvo::testing::FakePasteboard>();
+            services.keySynthesizer = std::make_shared<sayvo::testing::FakeKeySynthesizer>();
+            services.accessibility = std::make_shared<sayvo::testing::FakeAccessibilityProvider>();
+            services.workspace = std::make_shared<sayvo::testing::FakeWorkspace>();
+            services.windowList = std::make_shared<sayvo::testing::FakeWindowList>();
+            return services;
+        };
+        p.permissions = [this](AudioHardware &, const HotkeyManager &) {
+            auto fake = std::make_unique<FakePermissions>();
+            *fake = permissionsTemplate;
+            permissions = fake.get();
+            return fake;
+        };
+        p.runtimeLocator = [this] { return sandbox.locator(QStringLiteral("1.0.0")); };
+        p.supervisorOptions = [this] {
+            EngineSupervisor::Options options;
+            auto launcher = std::make_unique<sayvo::test::FakeChildProcessLauncher>();
+            launches = launcher->log;
+            options.launcher = std::move(launcher);
+            options.portProbe = [this](const QString &, int port) {
+                probedWhileClientAt << (delegate ? delegate->engineClient()->endpoint() : QUrl());
+                probedPorts << port;
+                return portOpen;
+            };
+            return options;
+        };
+        return p;
+    }
+
+    void launch()
+    {
+        delegate = std::make_unique<AppDelegate>(preferences, platform());
+        delegate->applicationDidFinishLaunching();
+    }
+
+    sayvo::test::TestEngine engine;
+    FakePreferenceStore preferences;
+    sayvo::test::RuntimeSandbox sandbox;
+    std::shared_ptr<sayvo::test::FakeChildProcessLauncher::Log> launches;
+    FakePermissions permissionsTemplate;
+    FakePermissions *permissions = nullptr;
+    FakeAudioInputEngine *audioEngine = nullptr;
+    sayvo::testing::FakeKeyboardEventSource *keys = nullptr;
+    bool portOpen = false;
+    bool microphoneMissing = false;
+    bool keyTapRefused = false;
+    QList<QUrl> probedWhileClientAt;
+    QList<int> probedPorts;
+    std::unique_ptr<AppDelegate> delegate;
+};
+
+} // namespace
+
+TEST_F(AppDelegateTest, LaunchCreatesEverythingAndConnects)
+{
+    launch();
+    EXPECT_FALSE(QApplication::quitOnLastWindowClosed());
+    ASSERT_NE(delegate->coordinator(), nullptr);
+    ASSERT_NE(delegate->menuBarController(), nullptr);
+    ASSERT_NE(delegate->hudController(), nullptr);
+    EXPECT_EQ(delegate->engineClient()->clientVersion(), "0.1.0");
+    EXPECT_FALSE(delegate->engineClient()->language().has_value());
+    EXPECT_EQ(delegate->engineClient()->endpoint(), engine.url());
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            return delegate->coordinator()
+                ->connectionHealth()
+                .is<EngineConnectionHealth::Connected>();
+        },
+        5000));
+    // The endpoint subscription starts the supervisor at once and launch starts it again:
+    // the second start finds the engine it launched and leaves it alone.
+    EXPECT_EQ(probedPorts.size(), 1);
+    EXPECT_EQ(launches->started.size(), 1);
+    EXPECT_TRUE(std::holds_alternative<es::Running>(delegate->engineSupervisor()->state()));
+    EXPECT_TRUE(delegate->coordinator()->inputReady());
+    EXPECT_FALSE(delegate->isInputSetupPollRunning());
+    EXPECT_EQ(delegate->setupWindow(), nullptr);
+}
+
+TEST_F(AppDelegateTest, ARuntimeThatNeedsSetupOpensTheSetupWindowByItself)
+{
+    sayvo::test::RuntimeSandbox fresh;
+    fresh.writePayload(QStringLiteral("run_engine_stays.sh"));
+    AppPlatform p = platform();
+    p.runtimeLocator = [&] { return fresh.locator(QStringLiteral("1.0.0")); };
+    delegate = std::make_unique<AppDelegate>(preferences, std::move(p));
+    delegate->applicationDidFinishLaunching();
+    EXPECT_TRUE(std::holds_alternative<es::NeedsSetup>(delegate->engineSupervisor()->state()));
+    EXPECT_EQ(delegate->setupWindow(), nullptr); // posted to the event loop, not opened inline
+    ASSERT_TRUE(QTest::qWaitFor([&] { return delegate->setupWindow() != nullptr; }, 2000));
+    EXPECT_TRUE(delegate->setupWindow()->isVisible());
+    EXPECT_EQ(delegate->setupWindow()->windowTitle(), "Sayvo Engine");
+}
+
+TEST_F(AppDelegateTest, ARunningEngineOpensNoWindow)
+{
+    portOpen = true;
+    launch();
+    QTest::qWait(200);
+    EXPECT_TRUE(std::holds_alternative<es::Running>(delegate->engineSupervisor()->state()));
+    EXPECT_EQ(delegate->setupWindow(), nullptr);
+    EXPECT_EQ(delegate->settingsWindow(), nullptr);
+}
+
+TEST_F(AppDelegateTest, AnEndpointChangeMovesTheClientBeforeTheSupervisor)
+{
+    portOpen = true;
+    launch();
+    sayvo::test::TestEngine other;
+    ASSERT_TRUE(other.listen());
+    probedWhileClientAt.clear();
+    delegate->settings().setEndpointURL(other.url());
+    ASSERT_EQ(probedWhileClientAt.size(), 1);
+    EXPECT_EQ(
+        probedWhileClientAt[0], other.url()); // the client had moved when the supervisor probed
+    EXPECT_EQ(delegate->engineSupervisor()->lastEndpoint(), other.url());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return other.connectionCount() == 1; }, 5000));
+}
+
+TEST_F(AppDelegateTest, HealthyBackendsAfterMockOnesResetTheSupervisor)
+{
+    engine.setHelloAckBackends(Backends {"mock", "mock", "mock"});
+    launch();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return delegate->engineSupervisor()->mockRelaunchCount() == 1; }, 5000));
+    EXPECT_TRUE(delegate->engineSupervisor()->hasPendingRestart());
+    // The engine comes back real.
+    engine.setHelloAckBackends(Backends {"pocketsphinx", "pocketsphinx", "rules"});
+    engine.dropConnection();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            return delegate->coordinator()->connectionHealth()
+                == EngineConnectionHealth::connected(false);
+        },
+        10000));
+    EXPECT_EQ(delegate->engineSupervisor()->mockRelaunchCount(), 0);
+    EXPECT_EQ(delegate->engineSupervisor()->crashCount(), 0);
+}
+
+TEST_F(AppDelegateTest, ConnectionStatesOtherThanConnectedTouchNeitherOperation)
+{
+    engine.stopListening();
+    launch();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            return delegate->coordinator()->connectionHealth() == EngineConnectionHealth::offline();
+        },
+        5000));
+    EXPECT_EQ(delegate->engineSupervisor()->mockRelaunchCount(), 0);
+    EXPECT_FALSE(delegate->engineSupervisor()->hasPendingRestart());
+    EXPECT_TRUE(std::holds_alternative<es::Running>(delegate->engineSupervisor()->state()));
+}
+
+TEST_F(AppDelegateTest, PermissionsAreAskedForOnlyWhenMissing)
+{
+    launch();
+    EXPECT_TRUE(permissions->calls.isEmpty());
+}
+
+TEST_F(AppDelegateTest, MissingPermissionsArePromptedAtLaunch)
+{
+    permissionsTemplate.microphone = Permissions::MicrophoneStatus::notDetermined;
+    permissionsTemplate.accessibility = false;
+    permissionsTemplate.inputMonitoring = false;
+    launch();
+    EXPECT_EQ(permissions->calls,
+        (QStringList {
+            "requestMicrophoneAccess", "promptAccessibility", "requestInputMonitoringAccess"}));
+}
+
+TEST_F(AppDelegateTest, TheInputPollRetriesUntilMicrophoneAndKeysWorkThenStops)
+{
+    microphoneMissing = true;
+    keyTapRefused = true;
+    launch();
+    EXPECT_FALSE(delegate->coordinator()->inputReady());
+    ASSERT_TRUE(delegate->isInputSetupPollRunning());
+    QTest::qWait(1700);
+    EXPECT_TRUE(delegate->isInputSetupPollRunning());
+    audioEngine->setUnavailable(std::nullopt);
+    keys->failInstall = false;
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !delegate->isInputSetupPollRunning(); }, 4000));
+    EXPECT_TRUE(delegate->coordinator()->inputReady());
+}
+
+TEST_F(AppDelegateTest, WindowsAreCreatedOnceAndReused)
+{
+    portOpen = true;
+    launch();
+    delegate->showSettings();
+    QWidget *settings = delegate->settingsWindow();
+    ASSERT_NE(settings, nullptr);
+    EXPECT_EQ(settings->windowTitle(), "Settings");
+    EXPECT_TRUE(settings->isVisible());
+    settings->close();
+    EXPECT_FALSE(settings->isVisible());
+    delegate->showSettings();
+    EXPECT_EQ(delegate->settingsWindow(), settings);
+    EXPECT_TRUE(settings->isVisible());
+
+    delegate->showCalibration();
+    ASSERT_NE(delegate->calibrationWindow(), nullptr);
+    EXPECT_EQ(delegate->calibrationWindow()->windowTitle(), "Accuracy Calibration");
+    delegate->showSetup();
+    ASSERT_NE(delegate->setupWindow(), nullptr);
+    EXPECT_EQ(delegate->setupWindow()->windowTitle(), "Sayvo Engine");
+    // Closing a window never quits the app.
+    delegate->setupWindow()->close();
+    EXPECT_FALSE(QApplication::quitOnLastWindowClosed());
+}
+
+TEST_F(AppDelegateTest, OpeningAVisibleSetupWindowAgainLeavesItAlone)
+{
+    portOpen = true;
+    launch();
+    delegate->showSetup();
+    QWidget *setup = delegate->setupWindow();
+    setup->move(33, 44);
+    QWidget other;
+    other.show();
+    other.raise();
+    delegate->showSetup();
+    EXPECT_EQ(setup->pos(), QPoint(33, 44));
+    EXPECT_EQ(QApplication::topLevelAt(other.geometry().center()), &other);
+}
+
+TEST_F(AppDelegateTest, TheMainMenuHasQuitAndTheEditCommands)
+{
+    launch();
+    QMenuBar *menu = delegate->mainMenu();
+    ASSERT_NE(menu, nullptr);
+    ASSERT_EQ(menu->actions().size(), 2);
+    QMenu *application = menu->actions()[0]->menu();
+    ASSERT_EQ(application->actions().size(), 1);
+    EXPECT_TRUE(application->actions()[0]->text().startsWith("Quit "));
+    EXPECT_EQ(application->actions()[0]->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Q));
+    QMenu *edit = menu->actions()[1]->menu();
+    EXPECT_EQ(menu->actions()[1]->text(), "Edit");
+    QStringList titles;
+    QList<QKeySequence> keys;
+    for (QAction *action : edit->actions()) {
+        titles << (action->isSeparator() ? QStringLiteral("---") : action->text());
+        keys << action->shortcut();
+    }
+    EXPECT_EQ(titles, (QStringList {"Undo", "Redo", "---", "Cut", "Copy", "Paste", "Select All"}));
+    EXPECT_EQ(keys[1], QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
+    EXPECT_EQ(keys[6], QKeySequence(Qt::CTRL | Qt::Key_A));
+    // Quit answers in every window of the app.
+    delegate->showSettings();
+    EXPECT_TRUE(delegate->settingsWindow()->actions().contains(application->actions()[0]));
+}
+
+TEST_F(AppDelegateTest, TerminationStopsTheCoordinatorThenTheSupervisor)
+{
+    launch();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            return delegate->coordinator()
+                ->connectionHealth()
+                .is<EngineConnectionHealth::Connected>();
+        },
+        5000));
+    ASSERT_EQ(launches->started.size(), 1);
+    delegate->applicationWillTerminate();
+    EXPECT_TRUE(delegate->engineClient()->connectionState().is<ConnectionState::Disconnected>());
+    EXPECT_FALSE(keys->isInstalled());
+    EXPECT_TRUE(launches->started[0]->terminated);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return engine.closeCode(0).has_value(); }, 5000));
+    EXPECT_EQ(engine.closeCode(0), 1001);
+}
+
+TEST_F(AppDelegateTest, OnceReadyAndIdleNothingOfSayvosWakesTheMainThread)
+{
+    portOpen = true;
+    launch();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            return delegate->coordinator()
+                ->connectionHealth()
+                .is<EngineConnectionHealth::Connected>();
+        },
+        5000));
+    ASSERT_FALSE(delegate->isInputSetupPollRunning());
+
+    // Every timer event on the main thread, but for Qt's own pixmap-cache housekeeping.
+    struct Counter : QObject
+    {
+        QStringList seen;
+        bool eventFilter(QObject *watched, QEvent *event) override
+        {
+            if (event->type() == QEvent::Timer
+                && QByteArrayView(watched->metaObject()->className()) != QByteArrayView("QPMCache")) {
+                seen << QString::fromLatin1(watched->metaObject()->className());
+            }
+            return false;
+        }
+    } counter;
+    qApp->installEventFilter(&counter);
+    QTest::qWait(3000);
+    qApp->removeEventFilter(&counter);
+    EXPECT_TRUE(counter.seen.isEmpty()) << counter.seen.join(' ').toStdString();
+}
