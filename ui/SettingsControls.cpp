@@ -227,20 +227,27 @@ SettingsStatCard::SettingsStatCard(QWidget *parent)
     m_layout->setSpacing(2);
 }
 
-SettingsStatRow *SettingsStatCard::addRow(const QString &label, const QString &value)
+void SettingsStatCard::setRows(const QList<std::pair<QString, QString>> &rows)
 {
-    auto *row = new SettingsStatRow(label, value, this);
-    m_layout->addWidget(row);
-    m_rows.append(row);
-    return row;
-}
-
-void SettingsStatCard::clear()
-{
+    bool sameLabels = rows.size() == m_rows.size();
+    for (qsizetype i = 0; sameLabels && i < rows.size(); ++i) {
+        sameLabels = m_rows[i]->label() == rows[i].first;
+    }
+    if (sameLabels) {
+        for (qsizetype i = 0; i < rows.size(); ++i) {
+            m_rows[i]->setValue(rows[i].second);
+        }
+        return;
+    }
     for (SettingsStatRow *row : m_rows) {
         delete row;
     }
     m_rows.clear();
+    for (const auto &[label, value] : rows) {
+        auto *row = new SettingsStatRow(label, value, this);
+        m_layout->addWidget(row);
+        m_rows.append(row);
+    }
 }
 
 SettingsPermissionRow::SettingsPermissionRow(const QString &title, QWidget *parent)

@@ -116,8 +116,9 @@ class SettingsStatCard : public QFrame
     Q_OBJECT
 public:
     explicit SettingsStatCard(QWidget *parent = nullptr);
-    SettingsStatRow *addRow(const QString &label, const QString &value);
-    void clear();
+    // Shows these (label, value) rows; rows whose labels are already there only change their
+    // values, so a card refreshed every few seconds does not rebuild its widgets.
+    void setRows(const QList<std::pair<QString, QString>> &rows);
     QList<SettingsStatRow *> rows() const { return m_rows; }
 
 private:

@@ -670,16 +670,19 @@ QWidget *SettingsWindow::buildUsage()
     m_usageEmpty = secondaryLabel(UsagePresentation::emptyStateText(), page.content);
     m_usageEmpty->setObjectName(QStringLiteral("usageEmpty"));
     page.layout->addWidget(m_usageEmpty);
+    auto *statistics = new SettingsFieldGroup(QStringLiteral("Dictation"), page.content);
+    m_usageStatistics = statistics;
     m_usageCard = new SettingsStatCard(page.content);
     m_usageCard->setObjectName(QStringLiteral("usageCard"));
-    page.layout->addWidget(m_usageCard);
+    statistics->addWidget(m_usageCard);
     m_usageNote = secondaryLabel(
         QStringLiteral("ASR speed is Whisper transcription alone. Pipeline speed also includes the "
                        "grammar-correction pass that runs after transcription, so it's normally "
                        "lower. Both compare against how fast you spoke; above 1x is faster than "
                        "realtime."),
         page.content);
-    page.layout->addWidget(m_usageNote);
+    statistics->addWidget(m_usageNote);
+    page.layout->addWidget(statistics);
 
     auto *engine = new SettingsFieldGroup(QStringLiteral("Engine footprint"), page.content);
     m_footprintCard = new SettingsStatCard(page.content);
@@ -712,13 +715,14 @@ void SettingsWindow::refreshUsage()
 {
     const UsagePresentation presentation = UsagePresentation::of(m_usageStats.totals());
     m_usageEmpty->setVisible(presentation.showsEmptyState);
-    m_usageCard->setVisible(!presentation.showsEmptyState);
+    m_usageStatistics->setVisible(!presentation.showsEmptyState);
     m_usageNote->setVisible(!presentation.showsEmptyState);
     m_resetStatistics->setVisible(!presentation.showsEmptyState);
-    m_usageCard->clear();
+    QList<std::pair<QString, QString>> rows;
     for (const UsageRow &row : presentation.rows) {
-        m_usageCard->addRow(row.label, row.value);
+        rows.append({row.label, row.value});
     }
+    m_usageCard->setRows(rows);
 }
 
 void SettingsWindow::refreshFootprint(const std::optional<EngineFootprint> &footprint)
@@ -727,15 +731,16 @@ void SettingsWindow::refreshFootprint(const std::optional<EngineFootprint> &foot
         m_lastFootprint = footprint;
     }
     const QString none = QStringLiteral("\u2014");
-    m_footprintCard->clear();
-    m_footprintCard->addRow(QStringLiteral("Resident memory"),
-        m_lastFootprint ? formatResidentMemory(m_lastFootprint->residentBytes) : none);
-    m_footprintCard->addRow(QStringLiteral("CPU"),
-        m_lastFootprint ? formatCpuPercent(m_lastFootprint->cpuPercent) : none);
-    m_footprintCard->addRow(QStringLiteral("GPU (system)"),
-        m_lastFootprint ? formatGpuPercent(m_lastFootprint->gpuPercent) : none);
-    m_footprintCard->addRow(QStringLiteral("Processes"),
-        m_lastFootprint ? QString::number(m_lastFootprint->processCount) : none);
+    m_footprintCard->setRows({
+        {QStringLiteral("Resident memory"),
+            m_lastFootprint ? formatResidentMemory(m_lastFootprint->residentBytes) : none},
+        {QStringLiteral("CPU"),
+            m_lastFootprint ? formatCpuPercent(m_lastFootprint->cpuPercent) : none},
+        {QStringLiteral("GPU (system)"),
+            m_lastFootprint ? formatGpuPercent(m_lastFootprint->gpuPercent) : none},
+        {QStringLiteral("Processes"),
+            m_lastFootprint ? QString::number(m_lastFootprint->processCount) : none},
+    });
 }
 
 // Privacy and permissions ---------------------------------------------------------------

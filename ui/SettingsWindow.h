@@ -143,6 +143,7 @@ private:
     QPushButton *m_checkSuggestions = nullptr;
 
     QLabel *m_usageEmpty = nullptr;
+    QWidget *m_usageStatistics = nullptr;
     SettingsStatCard *m_usageCard = nullptr;
     QLabel *m_usageNote = nullptr;
     QPushButton *m_resetStatistics = nullptr;

@@ -546,6 +546,7 @@ TEST_F(SettingsWindowTest, EveryTabIsPhotographed)
                         != QStringLiteral("\u2014");
                 },
                 5000));
+            QTest::qWait(20);
             EXPECT_TRUE(test::saveShot(*window, QStringLiteral("settings-usage-empty")));
             h.usage->record(Stats {10.0, 25, 150.0, 0.3, 0.2, 2, 0.08});
         }
@@ -556,6 +557,26 @@ TEST_F(SettingsWindowTest, EveryTabIsPhotographed)
     open(SettingsTab::general);
     commitEndpoint(QStringLiteral("ftp://nope"));
     EXPECT_TRUE(test::saveShot(*window, QStringLiteral("settings-1-general-invalid-endpoint")));
+}
+
+} // namespace
+} // namespace sayvo
+
+namespace sayvo {
+namespace {
+
+TEST(SettingsStatCardTest, NewValuesForTheSameLabelsKeepTheRowWidgets)
+{
+    SettingsStatCard card;
+    card.setRows({{"CPU", "1.0%"}, {"Processes", "2"}});
+    const QList<SettingsStatRow *> before = card.rows();
+    card.setRows({{"CPU", "7.5%"}, {"Processes", "3"}});
+    EXPECT_EQ(card.rows(), before);
+    EXPECT_EQ(card.rows()[0]->value(), QStringLiteral("7.5%"));
+    EXPECT_EQ(card.rows()[1]->value(), QStringLiteral("3"));
+    card.setRows({{"Utterances transcribed", "1"}});
+    ASSERT_EQ(card.rows().size(), 1);
+    EXPECT_EQ(card.rows()[0]->label(), QStringLiteral("Utterances transcribed"));
 }
 
 } // namespace
