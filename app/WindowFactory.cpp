@@ -1,28 +1,61 @@
 #include "WindowFactory.h"
 
-#include <QWidget>
+#include "CalibrationController.h"
+#include "CalibrationWindow.h"
+#include "EngineClient.h"
+#include "EngineSetupWindow.h"
+#include "LoginItem.h"
+#include "Permissions.h"
+#include "SettingsWindow.h"
+
+#include <QCoreApplication>
 
 namespace sayvo {
 
-std::unique_ptr<QWidget> makeSettingsWindow(
-    SettingsStore &, UsageStatsStore &, SayvoCoordinator &, EngineSupervisor &, Permissions &)
+namespace {
+
+Permissions::Kind kindOf(Permission permission)
 {
-    auto window = std::make_unique<QWidget>();
-    window->resize(640, 440);
-    return window;
+    switch (permission) {
+    case Permission::microphone:
+        return Permissions::Kind::microphone;
+    case Permission::accessibility:
+        return Permissions::Kind::accessibility;
+    case Permission::inputMonitoring:
+        return Permissions::Kind::inputMonitoring;
+    }
+    return Permissions::Kind::microphone;
 }
 
-std::unique_ptr<QWidget> makeSetupWindow(EngineSupervisor &)
+} // namespace
+
+std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
+    SayvoCoordinator &coordinator, EngineSupervisor &, Permissions &permissions)
 {
-    auto window = std::make_unique<QWidget>();
-    window->resize(520, 420);
-    return window;
+    return std::make_unique<SettingsWindow>(
+        settings, usageStats, coordinator,
+        [&permissions] {
+            return PermissionSnapshot {permissions.isGranted(Permissions::Kind::microphone),
+                permissions.isGranted(Permissions::Kind::accessibility),
+                permissions.isGranted(Permissions::Kind::inputMonitoring)};
+        },
+        [&permissions](Permission permission) { permissions.openSettings(kindOf(permission)); },
+        makeLoginItem(QCoreApplication::applicationFilePath()));
 }
 
-std::unique_ptr<QWidget> makeCalibrationWindow(SayvoCoordinator &, EngineClient &)
+std::unique_ptr<QWidget> makeSetupWindow(EngineSupervisor &engineSupervisor)
 {
-    auto window = std::make_unique<QWidget>();
-    window->resize(560, 460);
+    return std::make_unique<EngineSetupWindow>(engineSupervisor);
+}
+
+std::unique_ptr<QWidget> makeCalibrationWindow(
+    SayvoCoordinator &coordinator, EngineClient &engineClient)
+{
+    auto *controller
+        = new CalibrationController(coordinator, engineClient, CalibrationPrompt::readSlice());
+    auto window = std::make_unique<CalibrationWindow>(*controller);
+    // The controller lives exactly as long as its window, which the app keeps for good.
+    controller->setParent(window.get());
     return window;
 }
 

@@ -1,8 +1,9 @@
 #include "SymbolIcon.h"
 
+#include <QApplication>
 #include <QFile>
 #include <QPainter>
-#include <QPixmap>
+#include <QPalette>
 #include <QSvgRenderer>
 
 // The symbols are compiled into the static ui library; its resources must be registered
@@ -11,6 +12,7 @@ static void registerSymbols()
 {
     static const bool registered = [] {
         Q_INIT_RESOURCE(shell);
+        Q_INIT_RESOURCE(windows);
         return true;
     }();
     (void)registered;
@@ -19,36 +21,72 @@ static void registerSymbols()
 namespace sayvo {
 
 namespace {
+
+// The tray's set first, then the windows' own symbols.
 QString resourcePath(const QString &symbolName)
 {
-    return QStringLiteral(":/icons/%1.svg").arg(symbolName);
+    registerSymbols();
+    const QString shell = QStringLiteral(":/icons/%1.svg").arg(symbolName);
+    if (QFile::exists(shell)) {
+        return shell;
+    }
+    return QStringLiteral(":/symbols/%1.svg").arg(symbolName);
 }
+
+QColor resolved(const QColor &color)
+{
+    return color.isValid() ? color : QApplication::palette().color(QPalette::WindowText);
+}
+
+// The SVGs are drawn in black; recolouring the source keeps the edges antialiased.
+QPixmap render(const QString &symbolName, int sizePx, const QColor &color, qreal ratio)
+{
+    QFile file(resourcePath(symbolName));
+    if (!file.open(QIODevice::ReadOnly)) {
+        return {};
+    }
+    QByteArray svg = file.readAll();
+    svg.replace("#000000", color.name(QColor::HexRgb).toLatin1());
+    QSvgRenderer renderer(svg);
+    QPixmap pixmap(QSize(sizePx, sizePx) * ratio);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    renderer.render(&painter);
+    painter.end();
+    pixmap.setDevicePixelRatio(ratio);
+    return pixmap;
+}
+
 } // namespace
 
 bool SymbolIcon::exists(const QString &symbolName)
 {
-    registerSymbols();
     return QFile::exists(resourcePath(symbolName));
 }
 
 QIcon SymbolIcon::icon(const QString &symbolName, const QColor &color, int sizePx)
 {
-    registerSymbols();
-    QFile file(resourcePath(symbolName));
-    if (!file.open(QIODevice::ReadOnly)) {
+    const QPixmap pixmap = render(symbolName, sizePx, color, 1.0);
+    if (pixmap.isNull()) {
         return {};
     }
-    // The SVGs are drawn in black; recolour them before rendering.
-    QByteArray svg = file.readAll();
-    svg.replace("#000000", color.name(QColor::HexRgb).toLatin1());
-    QSvgRenderer renderer(svg);
-    QPixmap pixmap(sizePx, sizePx);
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    renderer.render(&painter);
-    painter.end();
     QIcon icon(pixmap);
     icon.setIsMask(true);
+    return icon;
+}
+
+QPixmap SymbolIcon::pixmap(const QString &symbolName, int sizePx, const QColor &color)
+{
+    return render(symbolName, sizePx, resolved(color), qApp ? qApp->devicePixelRatio() : 1.0);
+}
+
+QIcon SymbolIcon::windowIcon(const QString &symbolName, const QColor &color)
+{
+    QIcon icon;
+    for (const int size : {16, 24, 32, 48}) {
+        icon.addPixmap(pixmap(symbolName, size, color));
+        icon.addPixmap(pixmap(symbolName, size, disabledColor()), QIcon::Disabled);
+    }
     return icon;
 }
 

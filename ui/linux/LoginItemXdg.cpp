@@ -1,0 +1,92 @@
+#include "LoginItemXdg.h"
+
+#include "Logging.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+
+namespace sayvo {
+
+namespace {
+
+// Exec values are quoted, and inside quotes the desktop-entry format escapes ", `, $ and \.
+QString quotedExec(const QString &path)
+{
+    QString escaped;
+    for (const QChar c : path) {
+        if (c == u'"' || c == u'`' || c == u'$' || c == u'\\') {
+            escaped.append(u'\\');
+        }
+        escaped.append(c);
+    }
+    return u'"' + escaped + u'"';
+}
+
+} // namespace
+
+LoginItemXdg::LoginItemXdg(QString configHome, QString executablePath)
+    : m_configHome(std::move(configHome)), m_executablePath(std::move(executablePath))
+{ }
+
+QString LoginItemXdg::defaultConfigHome()
+{
+    const QString fromEnvironment = qEnvironmentVariable("XDG_CONFIG_HOME");
+    if (!fromEnvironment.isEmpty() && QDir::isAbsolutePath(fromEnvironment)) {
+        return fromEnvironment;
+    }
+    return QDir::homePath() + QStringLiteral("/.config");
+}
+
+QString LoginItemXdg::entryPath() const
+{
+    return m_configHome + QStringLiteral("/autostart/sayvo.desktop");
+}
+
+QString LoginItemXdg::entryText() const
+{
+    return QStringLiteral("[Desktop Entry]\n"
+                          "Type=Application\n"
+                          "Name=Sayvo\n"
+                          "Comment=Push-to-talk dictation\n"
+                          "Exec=%1\n"
+                          "Terminal=false\n"
+                          "X-GNOME-Autostart-enabled=true\n")
+        .arg(quotedExec(m_executablePath));
+}
+
+bool LoginItemXdg::isEnabled() const
+{
+    return QFileInfo(entryPath()).isFile();
+}
+
+bool LoginItemXdg::setEnabled(bool enabled)
+{
+    const QString path = entryPath();
+    if (!enabled) {
+        if (QFile::exists(path) && !QFile::remove(path)) {
+            Logging::shared().error(QStringLiteral("could not remove login item: ") + path);
+            return false;
+        }
+        return true;
+    }
+    if (!QDir().mkpath(QFileInfo(path).absolutePath())) {
+        Logging::shared().error(QStringLiteral("could not create autostart folder: ") + path);
+        return false;
+    }
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(entryText().toUtf8()) < 0
+        || !file.commit()) {
+        Logging::shared().error(QStringLiteral("could not write login item: ") + path);
+        return false;
+    }
+    return true;
+}
+
+std::unique_ptr<LoginItem> makeLoginItem(const QString &executablePath)
+{
+    return std::make_unique<LoginItemXdg>(LoginItemXdg::defaultConfigHome(), executablePath);
+}
+
+} // namespace sayvo
