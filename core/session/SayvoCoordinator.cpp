@@ -292,7 +292,7 @@ void SayvoCoordinator::endUtterance()
     }
 }
 
-void SayvoCoordinator::consume(OutboundEvent event, std::function<void()> done)
+void SayvoCoordinator::consume(OutboundEvent event, const std::function<void()> &done)
 {
     QPointer<SayvoCoordinator> weak(this);
     if (auto *start = std::get_if<OutboundEvent::Start>(&event.value)) {

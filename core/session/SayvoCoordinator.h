@@ -128,7 +128,7 @@ private:
     void wireAudio();
     void beginUtterance();
     void endUtterance();
-    void consume(OutboundEvent event, std::function<void()> done);
+    void consume(OutboundEvent event, const std::function<void()> &done);
     void failUtterance(const QString &message);
     void scheduleReturnToIdle(double seconds);
     void startFeedback(const QString &utteranceId, const QString &text, qint64 editDelayMs);
