@@ -6,16 +6,8 @@
 // - idle: timer events delivered on the main thread over 30 s once ready and idle.
 #include "AppDelegate.h"
 #include "AudioCapture.h"
-#include "FakeAccessibilityProvider.h"
-#include "FakeAudioHardware.h"
-#include "FakeAudioInputEngine.h"
-#include "FakeChildProcess.h"
-#include "FakeKeySynthesizer.h"
-#include "FakeKeyboardEventSource.h"
-#include "FakePasteboard.h"
+#include "FakeAppPlatform.h"
 #include "FakePreferenceStore.h"
-#include "FakeWindowList.h"
-#include "FakeWorkspace.h"
 #include "MenuBarController.h"
 #include "RuntimeSandbox.h"
 #include "SayvoCoordinator.h"
@@ -50,25 +42,13 @@ qint64 residentKb()
     return -1;
 }
 
-class NoPermissionsNeeded : public Permissions
-{
-public:
-    MicrophoneStatus microphoneStatus() override { return MicrophoneStatus::authorized; }
-    void requestMicrophoneAccess() override { }
-    bool isAccessibilityTrusted() override { return true; }
-    void promptAccessibility() override { }
-    bool isInputMonitoringGranted() override { return true; }
-    void requestInputMonitoringAccess() override { }
-    void openSettings(Kind) override { }
-};
-
 // Everything one in-process application needs.
 struct Rig
 {
     sayvo::test::TestEngine engine;
     FakePreferenceStore preferences;
     sayvo::test::RuntimeSandbox sandbox;
-    FakeAudioInputEngine *audio = nullptr;
+    sayvo::test::FakeAppPlatform fakes;
     std::unique_ptr<AppDelegate> app;
 
     Rig()
@@ -95,44 +75,9 @@ struct Rig
 
     AppPlatform platform()
     {
-        AppPlatform p;
-        p.audioHardware = [] {
-            auto hardware = std::make_unique<FakeAudioHardware>();
-            FakeAudioDevice mic;
-            mic.id = 1;
-            mic.uid = QStringLiteral("mic");
-            mic.name = QStringLiteral("Mic");
-            mic.sampleRate = 16000.0;
-            hardware->setDevices({mic});
-            return hardware;
-        };
-        p.audioInputEngine = [this] {
-            auto engineFake = std::make_unique<FakeAudioInputEngine>();
-            audio = engineFake.get();
-            return engineFake;
-        };
-        p.desktopServices = [] {
-            DesktopServices services;
-            services.keyboard = std::make_unique<sayvo::testing::FakeKeyboardEventSource>();
-            services.pasteboard = std::make_shared<sayvo::testing::FakePasteboard>();
-            services.keySynthesizer = std::make_shared<sayvo::testing::FakeKeySynthesizer>();
-            services.accessibility = std::make_shared<sayvo::testing::FakeAccessibilityProvider>();
-            services.workspace = std::make_shared<sayvo::testing::FakeWorkspace>();
-            services.windowList = std::make_shared<sayvo::testing::FakeWindowList>();
-            return services;
-        };
-        p.permissions = [](AudioHardware &, const HotkeyManager &) {
-            return std::make_unique<NoPermissionsNeeded>();
-        };
-        p.runtimeLocator = [this] { return sandbox.locator(QStringLiteral("1.0.0")); };
-        p.supervisorOptions = [] {
-            EngineSupervisor::Options options;
-            options.launcher = std::make_unique<sayvo::test::FakeChildProcessLauncher>();
-            options.portProbe
-                = [](const QString &, int) { return true; }; // the test engine already listens
-            return options;
-        };
-        return p;
+        // The test engine already listens where the supervisor looks.
+        fakes.portProbe = [](const QString &, int) { return true; };
+        return fakes.platform([this] { return sandbox.locator(QStringLiteral("1.0.0")); });
     }
 
     bool launchAndConnect()
@@ -152,7 +97,7 @@ struct Rig
     {
         SayvoCoordinator &c = *app->coordinator();
         c.handleTriggerDown();
-        audio->playS16(pcm, 1600);
+        fakes.audioEngine->playS16(pcm, 1600);
         c.handleTriggerUp();
         return QTest::qWaitFor([&] { return c.state().is<AppState::Success>(); }, 5000)
             && QTest::qWaitFor([&] { return c.state().is<AppState::Idle>(); }, 5000);

@@ -4,16 +4,8 @@
 #include "AppDelegate.h"
 #include "AudioCapture.h"
 #include "EngineClient.h"
-#include "FakeAccessibilityProvider.h"
-#include "FakeAudioHardware.h"
-#include "FakeAudioInputEngine.h"
-#include "FakeChildProcess.h"
-#include "FakeKeySynthesizer.h"
-#include "FakeKeyboardEventSource.h"
-#include "FakePasteboard.h"
+#include "FakeAppPlatform.h"
 #include "FakePreferenceStore.h"
-#include "FakeWindowList.h"
-#include "FakeWorkspace.h"
 #include "HotkeyManager.h"
 #include "MenuBarController.h"
 #include "RuntimeSandbox.h"
@@ -34,23 +26,6 @@ namespace es = engine_state;
 
 namespace {
 
-class FakePermissions : public Permissions
-{
-public:
-    MicrophoneStatus microphone = MicrophoneStatus::authorized;
-    bool accessibility = true;
-    bool inputMonitoring = true;
-    QStringList calls;
-
-    MicrophoneStatus microphoneStatus() override { return microphone; }
-    void requestMicrophoneAccess() override { calls << "requestMicrophoneAccess"; }
-    bool isAccessibilityTrusted() override { return accessibility; }
-    void promptAccessibility() override { calls << "promptAccessibility"; }
-    bool isInputMonitoringGranted() override { return inputMonitoring; }
-    void requestInputMonitoringAccess() override { calls << "requestInputMonitoringAccess"; }
-    void openSettings(Kind) override { calls << "openSettings"; }
-};
-
 class AppDelegateTest : public ::testing::Test
 {
 protected:
@@ -65,58 +40,12 @@ protected:
 
     AppPlatform platform()
     {
-        AppPlatform p;
-        p.audioHardware = [] {
-            auto hardware = std::make_unique<FakeAudioHardware>();
-            FakeAudioDevice mic;
-            mic.id = 1;
-            mic.uid = QStringLiteral("mic");
-            mic.name = QStringLiteral("Mic");
-            mic.sampleRate = 16000.0;
-            hardware->setDevices({mic});
-            return hardware;
+        fakes.portProbe = [this](const QString &, int port) {
+            probedWhileClientAt << (delegate ? delegate->engineClient()->endpoint() : QUrl());
+            probedPorts << port;
+            return portOpen;
         };
-        p.audioInputEngine = [this] {
-            auto audio = std::make_unique<FakeAudioInputEngine>();
-            audioEngine = audio.get();
-            if (microphoneMissing) {
-                audio->setUnavailable(QStringLiteral("no sound server"));
-            }
-            return audio;
-        };
-        p.desktopServices = [this] {
-            DesktopServices services;
-            auto keyboard = std::make_unique<sayvo::testing::FakeKeyboardEventSource>();
-            keyboard->failInstall = keyTapRefused;
-            keys = keyboard.get();
-            services.keyboard = std::move(keyboard);
-            services.pasteboard = std::make_shared<sayvo::testing::FakePasteboard>();
-            services.keySynthesizer = std::make_shared<sayvo::testing::FakeKeySynthesizer>();
-            services.accessibility = std::make_shared<sayvo::testing::FakeAccessibilityProvider>();
-            services.workspace = std::make_shared<sayvo::testing::FakeWorkspace>();
-            services.windowList = std::make_shared<sayvo::testing::FakeWindowList>();
-            return services;
-        };
-        p.permissions = [this](AudioHardware &, const HotkeyManager &) {
-            auto fake = std::make_unique<FakePermissions>();
-            *fake = permissionsTemplate;
-            permissions = fake.get();
-            return fake;
-        };
-        p.runtimeLocator = [this] { return sandbox.locator(QStringLiteral("1.0.0")); };
-        p.supervisorOptions = [this] {
-            EngineSupervisor::Options options;
-            auto launcher = std::make_unique<sayvo::test::FakeChildProcessLauncher>();
-            launches = launcher->log;
-            options.launcher = std::move(launcher);
-            options.portProbe = [this](const QString &, int port) {
-                probedWhileClientAt << (delegate ? delegate->engineClient()->endpoint() : QUrl());
-                probedPorts << port;
-                return portOpen;
-            };
-            return options;
-        };
-        return p;
+        return fakes.platform([this] { return sandbox.locator(QStringLiteral("1.0.0")); });
     }
 
     void launch()
@@ -128,14 +57,8 @@ protected:
     sayvo::test::TestEngine engine;
     FakePreferenceStore preferences;
     sayvo::test::RuntimeSandbox sandbox;
-    std::shared_ptr<sayvo::test::FakeChildProcessLauncher::Log> launches;
-    FakePermissions permissionsTemplate;
-    FakePermissions *permissions = nullptr;
-    FakeAudioInputEngine *audioEngine = nullptr;
-    sayvo::testing::FakeKeyboardEventSource *keys = nullptr;
+    sayvo::test::FakeAppPlatform fakes;
     bool portOpen = false;
-    bool microphoneMissing = false;
-    bool keyTapRefused = false;
     QList<QUrl> probedWhileClientAt;
     QList<int> probedPorts;
     std::unique_ptr<AppDelegate> delegate;
@@ -163,7 +86,7 @@ TEST_F(AppDelegateTest, LaunchCreatesEverythingAndConnects)
     // The endpoint subscription starts the supervisor at once and launch starts it again:
     // the second start finds the engine it launched and leaves it alone.
     EXPECT_EQ(probedPorts.size(), 1);
-    EXPECT_EQ(launches->started.size(), 1);
+    EXPECT_EQ(fakes.launches->started.size(), 1);
     EXPECT_TRUE(std::holds_alternative<es::Running>(delegate->engineSupervisor()->state()));
     EXPECT_TRUE(delegate->coordinator()->inputReady());
     EXPECT_FALSE(delegate->isInputSetupPollRunning());
@@ -247,31 +170,31 @@ TEST_F(AppDelegateTest, ConnectionStatesOtherThanConnectedTouchNeitherOperation)
 TEST_F(AppDelegateTest, PermissionsAreAskedForOnlyWhenMissing)
 {
     launch();
-    EXPECT_TRUE(permissions->calls.isEmpty());
+    EXPECT_TRUE(fakes.permissions->calls.isEmpty());
 }
 
 TEST_F(AppDelegateTest, MissingPermissionsArePromptedAtLaunch)
 {
-    permissionsTemplate.microphone = Permissions::MicrophoneStatus::notDetermined;
-    permissionsTemplate.accessibility = false;
-    permissionsTemplate.inputMonitoring = false;
+    fakes.permissionsTemplate.microphone = Permissions::MicrophoneStatus::notDetermined;
+    fakes.permissionsTemplate.accessibility = false;
+    fakes.permissionsTemplate.inputMonitoring = false;
     launch();
-    EXPECT_EQ(permissions->calls,
+    EXPECT_EQ(fakes.permissions->calls,
         (QStringList {
             "requestMicrophoneAccess", "promptAccessibility", "requestInputMonitoringAccess"}));
 }
 
 TEST_F(AppDelegateTest, TheInputPollRetriesUntilMicrophoneAndKeysWorkThenStops)
 {
-    microphoneMissing = true;
-    keyTapRefused = true;
+    fakes.microphoneMissing = true;
+    fakes.keyTapRefused = true;
     launch();
     EXPECT_FALSE(delegate->coordinator()->inputReady());
     ASSERT_TRUE(delegate->isInputSetupPollRunning());
     QTest::qWait(1700);
     EXPECT_TRUE(delegate->isInputSetupPollRunning());
-    audioEngine->setUnavailable(std::nullopt);
-    keys->failInstall = false;
+    fakes.audioEngine->setUnavailable(std::nullopt);
+    fakes.keys->failInstall = false;
     ASSERT_TRUE(QTest::qWaitFor([&] { return !delegate->isInputSetupPollRunning(); }, 4000));
     EXPECT_TRUE(delegate->coordinator()->inputReady());
 }
@@ -353,11 +276,11 @@ TEST_F(AppDelegateTest, TerminationStopsTheCoordinatorThenTheSupervisor)
                 .is<EngineConnectionHealth::Connected>();
         },
         5000));
-    ASSERT_EQ(launches->started.size(), 1);
+    ASSERT_EQ(fakes.launches->started.size(), 1);
     delegate->applicationWillTerminate();
     EXPECT_TRUE(delegate->engineClient()->connectionState().is<ConnectionState::Disconnected>());
-    EXPECT_FALSE(keys->isInstalled());
-    EXPECT_TRUE(launches->started[0]->terminated);
+    EXPECT_FALSE(fakes.keys->isInstalled());
+    EXPECT_TRUE(fakes.launches->started[0]->terminated);
     ASSERT_TRUE(QTest::qWaitFor([&] { return engine.closeCode(0).has_value(); }, 5000));
     EXPECT_EQ(engine.closeCode(0), 1001);
 }
@@ -374,6 +297,8 @@ TEST_F(AppDelegateTest, OnceReadyAndIdleNothingOfSayvosWakesTheMainThread)
         },
         5000));
     ASSERT_FALSE(delegate->isInputSetupPollRunning());
+    // Deferred clean-ups of earlier tests in this process (a socket's 2 s farewell) run out first.
+    QTest::qWait(2500);
 
     // Every timer event on the main thread, but for Qt's own pixmap-cache housekeeping.
     struct Counter : QObject
@@ -382,7 +307,8 @@ TEST_F(AppDelegateTest, OnceReadyAndIdleNothingOfSayvosWakesTheMainThread)
         bool eventFilter(QObject *watched, QEvent *event) override
         {
             if (event->type() == QEvent::Timer
-                && QByteArrayView(watched->metaObject()->className()) != QByteArrayView("QPMCache")) {
+                && QByteArrayView(watched->metaObject()->className())
+                    != QByteArrayView("QPMCache")) {
                 seen << QString::fromLatin1(watched->metaObject()->className());
             }
             return false;

@@ -1,0 +1,65 @@
+#include "FakeAppPlatform.h"
+
+#include "FakeAccessibilityProvider.h"
+#include "FakeAudioHardware.h"
+#include "FakeKeySynthesizer.h"
+#include "FakePasteboard.h"
+#include "FakeWindowList.h"
+#include "FakeWorkspace.h"
+
+namespace sayvo::test {
+
+AppPlatform FakeAppPlatform::platform(std::function<RuntimeLocator()> runtimeLocator)
+{
+    AppPlatform p;
+    p.audioHardware = [] {
+        auto hardware = std::make_unique<FakeAudioHardware>();
+        FakeAudioDevice mic;
+        mic.id = 1;
+        mic.uid = QStringLiteral("mic");
+        mic.name = QStringLiteral("Mic");
+        mic.sampleRate = 16000.0;
+        hardware->setDevices({mic});
+        return hardware;
+    };
+    p.audioInputEngine = [this] {
+        auto audio = std::make_unique<FakeAudioInputEngine>();
+        audioEngine = audio.get();
+        if (microphoneMissing) {
+            audio->setUnavailable(QStringLiteral("no sound server"));
+        }
+        return audio;
+    };
+    p.desktopServices = [this] {
+        DesktopServices services;
+        auto keyboard = std::make_unique<sayvo::testing::FakeKeyboardEventSource>();
+        keyboard->failInstall = keyTapRefused;
+        keys = keyboard.get();
+        services.keyboard = std::move(keyboard);
+        services.pasteboard = std::make_shared<sayvo::testing::FakePasteboard>();
+        services.keySynthesizer = std::make_shared<sayvo::testing::FakeKeySynthesizer>();
+        services.accessibility = std::make_shared<sayvo::testing::FakeAccessibilityProvider>();
+        services.workspace = std::make_shared<sayvo::testing::FakeWorkspace>();
+        services.windowList = std::make_shared<sayvo::testing::FakeWindowList>();
+        return services;
+    };
+    p.permissions = [this](AudioHardware &, const HotkeyManager &) {
+        auto fake = std::make_unique<FakePermissions>();
+        *fake = permissionsTemplate;
+        permissions = fake.get();
+        return fake;
+    };
+    p.runtimeLocator = std::move(runtimeLocator);
+    p.supervisorOptions = [this] {
+        EngineSupervisor::Options options;
+        auto launcher = std::make_unique<FakeChildProcessLauncher>();
+        launches = launcher->log;
+        options.launcher = std::move(launcher);
+        options.portProbe
+            = [this](const QString &host, int port) { return portProbe && portProbe(host, port); };
+        return options;
+    };
+    return p;
+}
+
+} // namespace sayvo::test
