@@ -1,5 +1,6 @@
 #include "AppDelegate.h"
 
+#include "ApplicationPlatform.h"
 #include "AudioCapture.h"
 #include "AudioPlatform.h"
 #include "ContextHarvester.h"
@@ -60,6 +61,7 @@ AppDelegate::~AppDelegate()
 void AppDelegate::applicationDidFinishLaunching()
 {
     // 1. An accessory: no main window, and closing a window never quits.
+    becomeAccessoryApplication();
     QApplication::setQuitOnLastWindowClosed(false);
 
     // 2. The engine client.
@@ -89,8 +91,9 @@ void AppDelegate::applicationDidFinishLaunching()
             *m_contextHarvester, *m_textInserter, *m_settings, *m_usageStats, *m_audioHardware);
 
     // Every dictation state in the log: what the user saw, for bug reports.
-    connect(m_coordinator.get(), &SayvoCoordinator::stateChanged, this,
-        [](const AppState &state) { Logging::shared().debug(QStringLiteral("state: ") + describe(state)); });
+    connect(m_coordinator.get(), &SayvoCoordinator::stateChanged, this, [](const AppState &state) {
+        Logging::shared().debug(QStringLiteral("state: ") + describe(state));
+    });
 
     // 6. The heads-up display, whose level bars follow the microphone.
     m_hudController = std::make_unique<HUDController>(*m_coordinator);
@@ -277,6 +280,7 @@ void AppDelegate::prepareWindow(QWidget *window, const QString &title, bool cent
 
 void AppDelegate::bringToFront(QWidget *window)
 {
+    activateIgnoringOtherApps();
     window->show();
     window->raise();
     window->activateWindow();

@@ -9,7 +9,8 @@ Q_DECLARE_LOGGING_CATEGORY(lcApp)
 
 // The one process-wide logger (subsystem "com.sayvoapp.shell", category "app"). Each call
 // writes the whole message as one line at its level; on Linux the lines go to stderr, which
-// systemd and desktop session managers route into the journal. Safe to call from any thread.
+// systemd and desktop session managers route into the journal, on macOS to os_log under the
+// subsystem and category below (installSystemLog). Safe to call from any thread.
 class Logging
 {
 public:

@@ -9,3 +9,12 @@ elseif(UNIX)
 else()
   message(FATAL_ERROR "Sayvo builds on Linux and macOS")
 endif()
+
+# The macOS adapters are Objective-C++ (.mm) with automatic reference counting, built in the
+# project's C++ standard.
+if(SAYVO_PLATFORM_MACOS)
+  enable_language(OBJCXX)
+  set(CMAKE_OBJCXX_STANDARD ${CMAKE_CXX_STANDARD})
+  set(CMAKE_OBJCXX_STANDARD_REQUIRED ON)
+  string(APPEND CMAKE_OBJCXX_FLAGS " -fobjc-arc")
+endif()

@@ -34,7 +34,9 @@ void AudioCapture::setOnChunk(ChunkHandler handler)
 
 void AudioCapture::setOnRMS(RMSHandler handler)
 {
-    m_onRMS.store(handler ? std::make_shared<const RMSHandler>(std::move(handler)) : nullptr);
+    auto shared = handler ? std::make_shared<const RMSHandler>(std::move(handler)) : nullptr;
+    std::lock_guard lock(m_onRMSMutex);
+    m_onRMS = std::move(shared);
 }
 
 void AudioCapture::setOnCaptureLive(LiveHandler handler)
@@ -117,7 +119,12 @@ std::optional<QString> AudioCapture::selectConfiguredDevice()
 void AudioCapture::handleBuffer(const AudioBufferView &buffer)
 {
     const float rms = PCMConverter::rms(buffer);
-    if (const auto onRMS = m_onRMS.load()) {
+    std::shared_ptr<const RMSHandler> onRMS;
+    {
+        std::lock_guard lock(m_onRMSMutex);
+        onRMS = m_onRMS;
+    }
+    if (onRMS) {
         (*onRMS)(rms);
     }
     if (!m_isForwarding || !m_converter) {

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 
 namespace sayvo {
@@ -102,7 +103,10 @@ private:
     float m_lastUtterancePeakRMS = 0.0f;
     qint64 m_lastUtteranceBytes = 0;
     ChunkHandler m_onChunk;
-    std::atomic<std::shared_ptr<const RMSHandler>> m_onRMS;
+    // Swapped from the owner's thread, read on the tap thread. A mutex rather than
+    // std::atomic<std::shared_ptr>, which Apple's C++ library does not provide.
+    std::mutex m_onRMSMutex;
+    std::shared_ptr<const RMSHandler> m_onRMS;
     LiveHandler m_onCaptureLive;
     // Last member: destroyed first, so no queued work outlives the state it touches.
     std::unique_ptr<SerialQueue> m_queue;

@@ -1,15 +1,16 @@
 #include "AudioCaptureError.h"
 
-#include <charconv>
+#include <QLocale>
+
 #include <cmath>
 
 namespace sayvo {
 
 QString formatSampleRate(double sampleRate)
 {
-    char text[64];
-    const auto result = std::to_chars(text, text + sizeof text, sampleRate);
-    QString formatted = QString::fromLatin1(text, result.ptr - text);
+    // The shortest text that reads back as the same double. Qt's rather than std::to_chars,
+    // which Apple's C++ library offers for doubles only from macOS 13.3 on.
+    QString formatted = QString::number(sampleRate, 'g', QLocale::FloatingPointShortest);
     if (std::isfinite(sampleRate) && !formatted.contains(QLatin1Char('.'))
         && !formatted.contains(QLatin1Char('e'))) {
         formatted += QStringLiteral(".0");

@@ -1,39 +1,28 @@
 #pragma once
 
-#include <QObject>
 #include <QString>
 
 #include <functional>
-#include <map>
 
 namespace sayvo {
 
-// The process's own notification centre: named notifications posted and observed on the
-// main thread. Nothing on the desktop posts to it; only code inside Sayvo does.
-class NotificationCenter : public QObject
+// Named notifications of the process, posted and observed on the main thread. On macOS the
+// default centre is the application's NSNotificationCenter; elsewhere only code inside Sayvo
+// posts to it.
+class NotificationCenter
 {
-    Q_OBJECT
-
 public:
     using Token = quint64;
 
+    virtual ~NotificationCenter() = default;
+
     // The centre every part of the process shares, as the default centre of an app is.
+    // Defined once per platform.
     static NotificationCenter &defaultCenter();
 
-    Token addObserver(const QString &name, std::function<void()> handler);
-    void removeObserver(Token token);
-    void post(const QString &name);
-
-    int observerCount(const QString &name) const;
-
-private:
-    struct Observer
-    {
-        QString name;
-        std::function<void()> handler;
-    };
-    std::map<Token, Observer> m_observers;
-    Token m_nextToken = 1;
+    virtual Token addObserver(const QString &name, std::function<void()> handler) = 0;
+    virtual void removeObserver(Token token) = 0;
+    virtual void post(const QString &name) = 0;
 };
 
 // The name an application-activation notification carries on the desktop this app was

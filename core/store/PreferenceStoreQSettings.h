@@ -7,9 +7,10 @@
 namespace sayvo {
 
 // PreferenceStore on QSettings. The default instance is the user's own store in the native
-// format: ~/.config/SayvoApp/Sayvo.conf (honouring XDG_CONFIG_HOME) on Linux, the user
-// defaults (CFPreferences) on macOS. A file path gives an INI file at that path,
-// which lets tests and tools work on a copy. Main thread only; owns its QSettings.
+// format: ~/.config/SayvoApp/Sayvo.conf (honouring XDG_CONFIG_HOME) on Linux. macOS uses
+// PreferenceStoreUserDefaults instead, because QSettings' macOS backend rewrites the dots of
+// "sayvo.*" keys. A file path gives an INI file at that path, which lets tests and tools work
+// on a copy. Main thread only; owns its QSettings.
 class PreferenceStoreQSettings : public PreferenceStore
 {
 public:

@@ -13,7 +13,7 @@
 #include "FakeWindowList.h"
 #include "FakeWorkspace.h"
 #include "HotkeyManager.h"
-#include "NotificationCenter.h"
+#include "InProcessNotificationCenter.h"
 #include "SayvoCoordinator.h"
 #include "SettingsStore.h"
 #include "TestEngine.h"
@@ -69,7 +69,7 @@ public:
     std::unique_ptr<SettingsStore> settings;
     std::unique_ptr<UsageStatsStore> usage;
     std::unique_ptr<EngineClient> client;
-    NotificationCenter center;
+    InProcessNotificationCenter center;
     std::unique_ptr<SayvoCoordinator> coordinator;
 
     // Every state the coordinator published, with the time it was published.

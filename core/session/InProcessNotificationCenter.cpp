@@ -1,16 +1,10 @@
-#include "NotificationCenter.h"
+#include "InProcessNotificationCenter.h"
 
 #include <vector>
 
 namespace sayvo {
 
-NotificationCenter &NotificationCenter::defaultCenter()
-{
-    static NotificationCenter center;
-    return center;
-}
-
-NotificationCenter::Token NotificationCenter::addObserver(
+NotificationCenter::Token InProcessNotificationCenter::addObserver(
     const QString &name, std::function<void()> handler)
 {
     const Token token = m_nextToken++;
@@ -18,12 +12,12 @@ NotificationCenter::Token NotificationCenter::addObserver(
     return token;
 }
 
-void NotificationCenter::removeObserver(Token token)
+void InProcessNotificationCenter::removeObserver(Token token)
 {
     m_observers.erase(token);
 }
 
-void NotificationCenter::post(const QString &name)
+void InProcessNotificationCenter::post(const QString &name)
 {
     // Copy first: a handler may add or remove observers.
     std::vector<std::function<void()>> handlers;
@@ -37,7 +31,7 @@ void NotificationCenter::post(const QString &name)
     }
 }
 
-int NotificationCenter::observerCount(const QString &name) const
+int InProcessNotificationCenter::observerCount(const QString &name) const
 {
     int count = 0;
     for (const auto &[token, observer] : m_observers) {

@@ -1,0 +1,45 @@
+#include "ApplicationPlatform.h"
+
+#include <QString>
+#include <QtGlobal>
+
+#include <cstdio>
+
+namespace sayvo {
+
+bool prepareDesktopSession()
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY")
+        && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+        std::fprintf(stderr,
+            "sayvo: no desktop to run on (neither DISPLAY nor WAYLAND_DISPLAY is set).\n"
+            "To see a whole dictation without a desktop, run ./dev demo.\n");
+        return false;
+    }
+    // Key grabs, synthetic paste and the window list go through X11; under Wayland, XWayland
+    // provides them.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !qEnvironmentVariableIsEmpty("DISPLAY")) {
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    }
+    return true;
+}
+
+void installSystemLog()
+{
+    // stderr is the system log here: systemd and desktop session managers route it into the
+    // journal. The prefix tells Sayvo's lines from the rest of the session's.
+    qSetMessagePattern(
+        QStringLiteral("sayvo %{if-category}[%{category}] %{endif}%{type}: %{message}"));
+}
+
+void becomeAccessoryApplication()
+{
+    // A tray application has no dock entry or application menu bar on Linux desktops.
+}
+
+void activateIgnoringOtherApps()
+{
+    // X11 window managers activate the window itself; there is no application to activate.
+}
+
+} // namespace sayvo

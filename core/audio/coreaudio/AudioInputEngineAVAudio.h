@@ -1,0 +1,34 @@
+#pragma once
+
+#include "AudioInputEngine.h"
+
+#include <memory>
+
+namespace sayvo {
+
+// AVAudioEngine's input node: its bus-0 format, a tap on bus 0, and the device binding of
+// its audio unit (kAudioOutputUnitProperty_CurrentDevice). The tap's buffers arrive as
+// separate channel planes and are interleaved for the seam. The tap runs on AVAudioEngine's
+// own thread; everything else on the caller's.
+class AudioInputEngineAVAudio : public AudioInputEngine
+{
+public:
+    AudioInputEngineAVAudio();
+    ~AudioInputEngineAVAudio() override;
+
+    bool canSelectDevice() const override;
+    int setCurrentDevice(std::optional<AudioObjectId> device) override;
+    Expected<AudioStreamFormat, QString> inputFormat() override;
+    void installTap(quint32 bufferFrames, AudioStreamFormat format, Tap tap) override;
+    void removeTap() override;
+    std::optional<QString> start() override;
+    void stop() override;
+    bool isRunning() const override;
+
+private:
+    // The Objective-C objects and the tap's guarded state, kept in the Objective-C++ source.
+    struct Objects;
+    std::unique_ptr<Objects> m_objects;
+};
+
+} // namespace sayvo

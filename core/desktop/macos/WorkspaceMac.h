@@ -1,0 +1,14 @@
+#pragma once
+
+#include "Workspace.h"
+
+namespace sayvo {
+
+// NSWorkspace's frontmost application. Main thread only.
+class WorkspaceMac : public Workspace
+{
+public:
+    std::optional<FrontApplication> frontmostApplication() override;
+};
+
+} // namespace sayvo
