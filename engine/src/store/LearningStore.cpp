@@ -271,6 +271,8 @@ std::vector<std::pair<std::string, std::string>> LearningStore::corrections(
             std::reverse(right.begin(), right.end());
             std::vector<std::string> wrongBare;
             std::vector<std::string> rightBare;
+            wrongBare.reserve(wrong.size());
+            rightBare.reserve(right.size());
             for (const auto &w : wrong) {
                 wrongBare.push_back(lower(bare(w)));
             }
