@@ -89,8 +89,9 @@ void AppDelegate::applicationDidFinishLaunching()
             *m_contextHarvester, *m_textInserter, *m_settings, *m_usageStats, *m_audioHardware);
 
     // Every dictation state in the log: what the user saw, for bug reports.
-    connect(m_coordinator.get(), &SayvoCoordinator::stateChanged, this,
-        [](const AppState &state) { Logging::shared().debug(QStringLiteral("state: ") + describe(state)); });
+    connect(m_coordinator.get(), &SayvoCoordinator::stateChanged, this, [](const AppState &state) {
+        Logging::shared().debug(QStringLiteral("state: ") + describe(state));
+    });
 
     // 6. The heads-up display, whose level bars follow the microphone.
     m_hudController = std::make_unique<HUDController>(*m_coordinator);
