@@ -240,6 +240,8 @@ std::vector<std::pair<std::string, std::string>> LearningStore::corrections(
     const auto b = words(finalText);
     std::vector<std::string> aKey;
     std::vector<std::string> bKey;
+    aKey.reserve(a.size());
+    bKey.reserve(b.size());
     for (const auto &w : a) {
         aKey.push_back(bare(w));
     }
