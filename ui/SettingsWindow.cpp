@@ -90,6 +90,7 @@ void clearLayout(QVBoxLayout *layout)
 std::vector<SettingsOption> hotkeyOptions()
 {
     std::vector<SettingsOption> options;
+    options.reserve(kAllHotkeyTriggers.size());
     for (const HotkeyTrigger trigger : kAllHotkeyTriggers) {
         options.push_back({displayName(trigger), {}});
     }
@@ -99,6 +100,7 @@ std::vector<SettingsOption> hotkeyOptions()
 std::vector<SettingsOption> modeOptions()
 {
     std::vector<SettingsOption> options;
+    options.reserve(kAllTriggerModes.size());
     for (const TriggerMode mode : kAllTriggerModes) {
         options.push_back({displayName(mode), {}});
     }
@@ -122,6 +124,7 @@ QString insertionDescription(InsertionMethod method)
 std::vector<SettingsOption> insertionOptions()
 {
     std::vector<SettingsOption> options;
+    options.reserve(kAllInsertionMethods.size());
     for (const InsertionMethod method : kAllInsertionMethods) {
         options.push_back({displayName(method), insertionDescription(method)});
     }

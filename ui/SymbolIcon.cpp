@@ -26,7 +26,7 @@ namespace {
 QString resourcePath(const QString &symbolName)
 {
     registerSymbols();
-    const QString shell = QStringLiteral(":/icons/%1.svg").arg(symbolName);
+    QString shell = QStringLiteral(":/icons/%1.svg").arg(symbolName);
     if (QFile::exists(shell)) {
         return shell;
     }

@@ -51,7 +51,8 @@ bool PermissionsLinux::isAccessibilityTrusted()
 {
     // A plain method call: the launcher does not describe itself, so a QDBusInterface, which
     // introspects first, would call it invalid.
-    QDBusMessage get = QDBusMessage::createMethodCall(kBusService, kBusPath, kProperties, QStringLiteral("Get"));
+    QDBusMessage get
+        = QDBusMessage::createMethodCall(kBusService, kBusPath, kProperties, QStringLiteral("Get"));
     get << kStatusInterface << QStringLiteral("IsEnabled");
     const QDBusMessage reply = QDBusConnection::sessionBus().call(get, QDBus::Block, kBusTimeoutMs);
     if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) {
@@ -62,8 +63,10 @@ bool PermissionsLinux::isAccessibilityTrusted()
 
 bool PermissionsLinux::enableAccessibilityBus()
 {
-    QDBusMessage set = QDBusMessage::createMethodCall(kBusService, kBusPath, kProperties, QStringLiteral("Set"));
-    set << kStatusInterface << QStringLiteral("IsEnabled") << QVariant::fromValue(QDBusVariant(true));
+    QDBusMessage set
+        = QDBusMessage::createMethodCall(kBusService, kBusPath, kProperties, QStringLiteral("Set"));
+    set << kStatusInterface << QStringLiteral("IsEnabled")
+        << QVariant::fromValue(QDBusVariant(true));
     const QDBusMessage reply = QDBusConnection::sessionBus().call(set, QDBus::Block, kBusTimeoutMs);
     return reply.type() == QDBusMessage::ReplyMessage;
 }

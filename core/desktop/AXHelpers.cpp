@@ -63,7 +63,7 @@ std::optional<QString> screenText(AccessibilityProvider &provider, qint64 pid, i
     if (!element) {
         return std::nullopt;
     }
-    if (const auto selected = stringAttribute(provider, kSelectedText, element);
+    if (auto selected = stringAttribute(provider, kSelectedText, element);
         selected && !selected->isEmpty()) {
         return selected;
     }

@@ -52,8 +52,8 @@ SayvoCoordinator::SayvoCoordinator(EngineClient &engineClient, AudioCapture &aud
     m_engineClient.setDelegate(this, this);
     wireHotkey();
     m_outbound = std::make_shared<OutboundQueue>(
-        this, [this](OutboundEvent event, std::function<void()> done) {
-            consume(std::move(event), std::move(done));
+        this, [this](OutboundEvent event, const std::function<void()> &done) {
+            consume(std::move(event), done);
         });
     wireAudio();
 

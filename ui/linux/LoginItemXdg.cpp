@@ -32,7 +32,7 @@ LoginItemXdg::LoginItemXdg(QString configHome, QString executablePath)
 
 QString LoginItemXdg::defaultConfigHome()
 {
-    const QString fromEnvironment = qEnvironmentVariable("XDG_CONFIG_HOME");
+    QString fromEnvironment = qEnvironmentVariable("XDG_CONFIG_HOME");
     if (!fromEnvironment.isEmpty() && QDir::isAbsolutePath(fromEnvironment)) {
         return fromEnvironment;
     }

@@ -15,24 +15,24 @@ namespace sayvo {
 
 namespace {
 
-    // While a key Sayvo grabs (F5) is held, the X server hands every key event, synthetic ones
-    // included, to Sayvo itself: a toggle-mode press that ends dictation is often still down
-    // when the result arrives. Wait, briefly, until the keyboard is quiet, so the paste reaches
-    // the focused application and is not mixed with a held modifier.
-    void waitUntilNoKeyIsHeld(Display *display)
-    {
-        constexpr auto kLongest = std::chrono::milliseconds(1500);
-        constexpr auto kStep = std::chrono::milliseconds(10);
-        const auto deadline = std::chrono::steady_clock::now() + kLongest;
-        while (std::chrono::steady_clock::now() < deadline) {
-            char keys[32] = {};
-            XQueryKeymap(display, keys);
-            if (std::all_of(std::begin(keys), std::end(keys), [](char byte) { return byte == 0; })) {
-                return;
-            }
-            std::this_thread::sleep_for(kStep);
+// While a key Sayvo grabs (F5) is held, the X server hands every key event, synthetic ones
+// included, to Sayvo itself: a toggle-mode press that ends dictation is often still down
+// when the result arrives. Wait, briefly, until the keyboard is quiet, so the paste reaches
+// the focused application and is not mixed with a held modifier.
+void waitUntilNoKeyIsHeld(Display *display)
+{
+    constexpr auto kLongest = std::chrono::milliseconds(1500);
+    constexpr auto kStep = std::chrono::milliseconds(10);
+    const auto deadline = std::chrono::steady_clock::now() + kLongest;
+    while (std::chrono::steady_clock::now() < deadline) {
+        char keys[32] = {};
+        XQueryKeymap(display, keys);
+        if (std::all_of(std::begin(keys), std::end(keys), [](char byte) { return byte == 0; })) {
+            return;
         }
+        std::this_thread::sleep_for(kStep);
     }
+}
 
 } // namespace
 

@@ -6,6 +6,8 @@
 #include <X11/extensions/XInput2.h>
 #include <X11/keysym.h>
 
+#include <optional>
+
 namespace sayvo {
 
 namespace {
@@ -33,6 +35,36 @@ quint64 flagsForKeysym(KeySym keysym)
     default:
         return 0;
     }
+}
+
+// A key going down or up, as one X event reports it.
+struct KeyChange
+{
+    int keyCode = 0;
+    bool pressed = false;
+    // Reported by a grab's core events rather than by XInput2's raw events.
+    bool grabbed = false;
+};
+
+std::optional<KeyChange> keyChange(Display *display, int xinputOpcode, XEvent &event)
+{
+    if (event.type == KeyPress || event.type == KeyRelease) {
+        // Only grabbed keys reach this client as core events.
+        return KeyChange {int(event.xkey.keycode), event.type == KeyPress, true};
+    }
+    if (event.type != GenericEvent || event.xcookie.extension != xinputOpcode) {
+        return std::nullopt;
+    }
+    if (!XGetEventData(display, &event.xcookie)) {
+        return std::nullopt;
+    }
+    const int type = event.xcookie.evtype;
+    const int keyCode = static_cast<const XIRawEvent *>(event.xcookie.data)->detail;
+    XFreeEventData(display, &event.xcookie);
+    if (type != XI_RawKeyPress && type != XI_RawKeyRelease) {
+        return std::nullopt;
+    }
+    return KeyChange {keyCode, type == XI_RawKeyPress, false};
 }
 
 } // namespace
@@ -97,7 +129,13 @@ bool KeyboardEventSourceX11::install(const std::vector<int> &swallowedKeyCodes, 
     }
     m_pressed.clear();
     m_callback = std::move(callback);
-    m_connection->setEventHandler([this](XEvent &event) { handleEvent(event); });
+    m_connection->setEventHandler([this](XEvent &event) {
+        const auto change = keyChange(m_connection->display(), m_xinputOpcode, event);
+        // A grabbed key is reported once, from the grab's events.
+        if (change && (change->grabbed || !m_swallowed.contains(change->keyCode))) {
+            handleKey(change->keyCode, change->pressed);
+        }
+    });
     return true;
 }
 
@@ -126,33 +164,6 @@ void KeyboardEventSourceX11::reenable()
     if (m_connection) {
         selectRawEvents();
     }
-}
-
-void KeyboardEventSourceX11::handleEvent(XEvent &event)
-{
-    if (event.type == KeyPress || event.type == KeyRelease) {
-        // Only grabbed keys reach this client as core events.
-        handleKey(int(event.xkey.keycode), event.type == KeyPress);
-        return;
-    }
-    if (event.type != GenericEvent || event.xcookie.extension != m_xinputOpcode) {
-        return;
-    }
-    Display *display = m_connection->display();
-    if (!XGetEventData(display, &event.xcookie)) {
-        return;
-    }
-    const int type = event.xcookie.evtype;
-    const int keyCode = static_cast<const XIRawEvent *>(event.xcookie.data)->detail;
-    XFreeEventData(display, &event.xcookie);
-    if (type != XI_RawKeyPress && type != XI_RawKeyRelease) {
-        return;
-    }
-    // A grabbed key is reported once, from the grab's events.
-    if (m_swallowed.contains(keyCode)) {
-        return;
-    }
-    handleKey(keyCode, type == XI_RawKeyPress);
 }
 
 void KeyboardEventSourceX11::handleKey(int keyCode, bool pressed)

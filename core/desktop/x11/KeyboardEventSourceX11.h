@@ -7,8 +7,6 @@
 #include <map>
 #include <memory>
 
-union _XEvent;
-
 namespace sayvo {
 
 class X11Connection;
@@ -35,7 +33,6 @@ public:
 
 private:
     bool selectRawEvents();
-    void handleEvent(_XEvent &event);
     void handleKey(int keyCode, bool pressed);
     quint64 modifierFlags() const;
 

@@ -52,35 +52,24 @@ bool PasteboardX11::ensureConnection()
         XFixesSetSelectionOwnerNotifyMask | XFixesSelectionWindowDestroyNotifyMask
             | XFixesSelectionClientCloseNotifyMask);
     m_connection = std::move(connection);
-    m_connection->setEventHandler([this](XEvent &event) { handleEvent(event); });
+    m_connection->setEventHandler([this](XEvent &event) {
+        if (event.type == m_xfixesEventBase + XFixesSelectionNotify) {
+            ++m_changeCount;
+        } else if (event.type == SelectionRequest) {
+            const XSelectionRequestEvent &request = event.xselectionrequest;
+            answerRequest({request.requestor, request.selection, request.target, request.property,
+                request.time});
+        } else if (event.type == SelectionClear && event.xselectionclear.selection == m_clipboard) {
+            m_owned = false;
+            m_offered.clear();
+        }
+    });
     XSync(display, False);
     return true;
 }
 
-void PasteboardX11::handleEvent(XEvent &event)
+void PasteboardX11::answerRequest(const ConversionRequest &request)
 {
-    if (event.type == m_xfixesEventBase + XFixesSelectionNotify) {
-        ++m_changeCount;
-        return;
-    }
-    switch (event.type) {
-    case SelectionRequest:
-        answerRequest(event);
-        break;
-    case SelectionClear:
-        if (event.xselectionclear.selection == m_clipboard) {
-            m_owned = false;
-            m_offered.clear();
-        }
-        break;
-    default:
-        break;
-    }
-}
-
-void PasteboardX11::answerRequest(const XEvent &event)
-{
-    const XSelectionRequestEvent &request = event.xselectionrequest;
     Display *display = m_connection->display();
     XSelectionEvent reply {};
     reply.type = SelectionNotify;

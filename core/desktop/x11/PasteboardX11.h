@@ -4,8 +4,6 @@
 
 #include <memory>
 
-union _XEvent;
-
 namespace sayvo {
 
 class X11Connection;
@@ -34,8 +32,17 @@ public:
 
 private:
     bool ensureConnection();
-    void handleEvent(_XEvent &event);
-    void answerRequest(const _XEvent &event);
+    // What a selection request asks for, in X resource ids (Window, Atom, Time): Xlib's own
+    // event types stay out of this header with the rest of Xlib.
+    struct ConversionRequest
+    {
+        unsigned long requestor = 0;
+        unsigned long selection = 0;
+        unsigned long target = 0;
+        unsigned long property = 0;
+        unsigned long time = 0;
+    };
+    void answerRequest(const ConversionRequest &request);
     bool takeOwnership(PasteboardItem offered);
     unsigned long serverTime();
     std::optional<QByteArray> convert(unsigned long target);

@@ -147,7 +147,7 @@ std::optional<X11Connection::Property> X11Connection::property(
     // A reply waits for its own errors, so no extra round trip is needed to see them.
     lastErrors()[m_display] = Success;
     // Up to 64 MiB in one read; larger transfers use INCR.
-    const int status = XGetWindowProperty(m_display, window, name, 0, 16 * 1024 * 1024,
+    const int status = XGetWindowProperty(m_display, window, name, 0, 16L * 1024 * 1024,
         deleteAfterRead ? True : False, AnyPropertyType, &type, &format, &count, &remaining, &data);
     scheduleDispatch();
     if (status != Success || type == None || lastErrors()[m_display] != Success) {
@@ -160,7 +160,7 @@ std::optional<X11Connection::Property> X11Connection::property(
     result.type = type;
     result.format = format;
     result.itemCount = count;
-    const qsizetype unit = format == 8 ? 1 : format == 16 ? sizeof(short) : sizeof(long);
+    const auto unit = qsizetype(format == 8 ? 1 : format == 16 ? sizeof(short) : sizeof(long));
     result.data = QByteArray(reinterpret_cast<const char *>(data), qsizetype(count) * unit);
     XFree(data);
     return result;

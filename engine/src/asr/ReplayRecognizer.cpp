@@ -12,7 +12,7 @@ constexpr std::size_t kSamplesPerWord = 1600; // 100 ms at 16 kHz
 class ReplayRecognizer : public Recognizer
 {
 public:
-    explicit ReplayRecognizer(std::string text)
+    explicit ReplayRecognizer(const std::string &text)
     {
         std::istringstream stream(text);
         for (std::string word; stream >> word;) {

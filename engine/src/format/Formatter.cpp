@@ -753,7 +753,8 @@ std::string join(const std::vector<Token> &tokens)
 {
     std::string out;
     for (const Token &t : tokens) {
-        if (t.kind == Kind::word) {
+        // An em dash stands apart from its neighbours, as a word does.
+        if (t.kind == Kind::word || t.text == kEmDash) {
             if (!out.empty() && out.back() != '\n') {
                 out += ' ';
             }
@@ -761,11 +762,6 @@ std::string join(const std::vector<Token> &tokens)
         } else if (isBreak(t)) {
             while (!out.empty() && out.back() == ' ') {
                 out.pop_back();
-            }
-            out += t.text;
-        } else if (t.text == kEmDash) {
-            if (!out.empty() && out.back() != '\n') {
-                out += ' ';
             }
             out += t.text;
         } else {

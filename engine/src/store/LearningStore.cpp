@@ -240,6 +240,8 @@ std::vector<std::pair<std::string, std::string>> LearningStore::corrections(
     const auto b = words(finalText);
     std::vector<std::string> aKey;
     std::vector<std::string> bKey;
+    aKey.reserve(a.size());
+    bKey.reserve(b.size());
     for (const auto &w : a) {
         aKey.push_back(bare(w));
     }
@@ -271,6 +273,8 @@ std::vector<std::pair<std::string, std::string>> LearningStore::corrections(
             std::reverse(right.begin(), right.end());
             std::vector<std::string> wrongBare;
             std::vector<std::string> rightBare;
+            wrongBare.reserve(wrong.size());
+            rightBare.reserve(right.size());
             for (const auto &w : wrong) {
                 wrongBare.push_back(lower(bare(w)));
             }

@@ -10,7 +10,6 @@
 #include <QScopeGuard>
 #include <QTest>
 
-
 #include <gtest/gtest.h>
 
 // Last: Xlib's macros (None, Bool) clash with names in the headers above.

@@ -257,7 +257,8 @@ QByteArray DictationDesk::synthesize(const QString &text)
         if (!runTool(QStringLiteral("sox"),
                 {wav, QStringLiteral("-r"), QStringLiteral("16000"), QStringLiteral("-c"),
                     QStringLiteral("1"), QStringLiteral("-b"), QStringLiteral("16"),
-                    QStringLiteral("-e"), QStringLiteral("signed-integer"), QStringLiteral("-t"), QStringLiteral("raw"), raw + ".part"})) {
+                    QStringLiteral("-e"), QStringLiteral("signed-integer"), QStringLiteral("-t"),
+                    QStringLiteral("raw"), raw + ".part"})) {
             return {};
         }
         QFile::rename(raw + ".part", raw);

@@ -57,8 +57,8 @@ void TestEngine::onNewConnection()
             [this, socket, index](const QString &text) {
                 const QByteArray bytes = text.toUtf8();
                 if (m_recording) {
-                m_frames.push_back({false, bytes, index, m_clock.elapsed()});
-            }
+                    m_frames.push_back({false, bytes, index, m_clock.elapsed()});
+                }
                 const auto decoded = decodeOutbound(bytes.toStdString());
                 if (decoded && std::holds_alternative<HelloMessage>(decoded.value())
                     && m_ackBackends) {
@@ -75,8 +75,8 @@ void TestEngine::onNewConnection()
         connect(socket, &QWebSocket::binaryMessageReceived, this,
             [this, index](const QByteArray &bytes) {
                 if (m_recording) {
-                m_frames.push_back({true, bytes, index, m_clock.elapsed()});
-            }
+                    m_frames.push_back({true, bytes, index, m_clock.elapsed()});
+                }
                 emit frameReceived();
             });
         connect(socket, &QWebSocket::disconnected, this, [this, socket, index] {
