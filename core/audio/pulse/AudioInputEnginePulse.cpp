@@ -109,16 +109,16 @@ std::optional<QString> AudioInputEnginePulse::start()
         || m_format.channels > PA_CHANNELS_MAX) {
         return QStringLiteral("no capture format");
     }
-    const pa_sample_spec spec {PA_SAMPLE_FLOAT32LE, uint32_t(std::lround(m_format.sampleRate)),
+    const pa_sample_spec sampleSpec {PA_SAMPLE_FLOAT32LE, uint32_t(std::lround(m_format.sampleRate)),
         uint8_t(m_format.channels)};
-    m_stream = pa_stream_new(context, "Dictation", &spec, nullptr);
+    m_stream = pa_stream_new(context, "Dictation", &sampleSpec, nullptr);
     if (!m_stream) {
         return QString::fromUtf8(pa_strerror(pa_context_errno(context)));
     }
     pa_stream_set_state_callback(m_stream, &AudioInputEnginePulse::streamStateChanged, this);
     pa_stream_set_read_callback(m_stream, &AudioInputEnginePulse::streamReadable, this);
 
-    const uint32_t frameBytes = uint32_t(pa_frame_size(&spec));
+    const uint32_t frameBytes = uint32_t(pa_frame_size(&sampleSpec));
     pa_buffer_attr attributes;
     attributes.maxlength = uint32_t(-1);
     attributes.tlength = uint32_t(-1);
