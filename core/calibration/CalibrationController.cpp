@@ -122,20 +122,15 @@ void CalibrationController::restart()
 
 void CalibrationController::redo(const QUuid &resultId)
 {
-    if (m_phase != Phase::ready && m_phase != Phase::reviewing) {
-        return;
-    }
-    const std::optional<int> promptId = takeResult(resultId);
-    if (!promptId) {
-        return;
-    }
-    QList<int> queue = m_pendingQueue;
-    queue.prepend(*promptId);
-    setPendingQueue(std::move(queue));
-    setPhase(Phase::ready);
+    requeue(resultId, QueuePosition::next);
 }
 
 void CalibrationController::remove(const QUuid &resultId)
+{
+    requeue(resultId, QueuePosition::last);
+}
+
+void CalibrationController::requeue(const QUuid &resultId, QueuePosition position)
 {
     if (m_phase != Phase::ready && m_phase != Phase::reviewing) {
         return;
@@ -145,7 +140,11 @@ void CalibrationController::remove(const QUuid &resultId)
         return;
     }
     QList<int> queue = m_pendingQueue;
-    queue.append(*promptId);
+    if (position == QueuePosition::next) {
+        queue.prepend(*promptId);
+    } else {
+        queue.append(*promptId);
+    }
     setPendingQueue(std::move(queue));
     setPhase(Phase::ready);
 }

@@ -101,6 +101,12 @@ private:
     void sendNext(QList<Result> remaining);
     // Removes the result and returns its prompt id; nullopt when no result has that id.
     std::optional<int> takeResult(const QUuid &resultId);
+    // A redone line is read next; a removed one goes to the back of the queue.
+    enum class QueuePosition {
+        next,
+        last,
+    };
+    void requeue(const QUuid &resultId, QueuePosition position);
 
     SayvoCoordinator &m_coordinator;
     EngineClient &m_client;
