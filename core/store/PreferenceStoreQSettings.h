@@ -3,6 +3,9 @@
 #include "PreferenceStore.h"
 
 #include <QSettings>
+#include <QTemporaryDir>
+
+#include <memory>
 
 namespace sayvo {
 
@@ -11,6 +14,11 @@ namespace sayvo {
 // PreferenceStoreUserDefaults instead, because QSettings' macOS backend rewrites the dots of
 // "sayvo.*" keys. A file path gives an INI file at that path, which lets tests and tools work
 // on a copy. Main thread only; owns its QSettings.
+//
+// Before Qt parses the file, values Qt would decode as binary variants are rewritten as plain
+// text (see IniVariantScrubber), because a damaged one can end the process. If the repaired
+// file cannot be saved, this run starts from defaults in a private file and the user's file is
+// left as it was.
 class PreferenceStoreQSettings : public PreferenceStore
 {
 public:
@@ -33,7 +41,11 @@ public:
     QSettings::Status status() const;
 
 private:
-    QSettings m_settings;
+    void openRepaired(std::unique_ptr<QSettings> settings);
+
+    // Holds the private file when the user's file could not be repaired.
+    std::unique_ptr<QTemporaryDir> m_fallbackDir;
+    std::unique_ptr<QSettings> m_settings;
 };
 
 } // namespace sayvo

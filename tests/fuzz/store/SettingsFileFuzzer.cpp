@@ -1,6 +1,8 @@
 // Loads arbitrary bytes as the preference file and runs what the app does with it at start-up
 // and in the Settings window: both stores load, the Usage tab is formatted, the endpoint and
 // dictionary rules see the same bytes as typed text, and the file is written back and reset.
+// Repairing the file a second time must change nothing.
+#include "IniVariantScrubber.h"
 #include "PreferenceStoreQSettings.h"
 #include "SettingsStore.h"
 #include "UsagePresentation.h"
@@ -32,6 +34,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 {
     using namespace sayvo;
     const QByteArray bytes(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size));
+    const QByteArray repaired = IniVariantScrubber::scrubbed(bytes);
+    if (IniVariantScrubber::scrubbed(repaired) != repaired) {
+        __builtin_trap();
+    }
     const QString path = nextFilePath();
     {
         QFile file(path);

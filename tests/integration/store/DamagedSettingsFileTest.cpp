@@ -6,10 +6,15 @@
 #include "UsageStatsStore.h"
 
 #include <QDir>
+#include <QFile>
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <memory>
 #include <random>
+
+#include <sys/resource.h>
 
 namespace sayvo {
 namespace {
@@ -36,7 +41,7 @@ TEST(DamagedSettingsFile, ValuesOfTheWrongTypeLoadTheirDefaults)
                "sayvo.triggerMode=@Variant(\\0\\0\\0\\x7f\\0\\0\\0\\x6QPoint)\n"
                "sayvo.insertionMethod=AXDirect\n"
                "sayvo.language=en, hi\n"
-               "sayvo.personalDictionary=@Variant(\\0\\0\\0\\x2\\0\\0\\0\\x5)\n"
+               "sayvo.personalDictionary=@Rect(1 2 3 4)\n"
                "sayvo.feedbackEnabled=banana\n"
                "sayvo.launchAtLogin=@Invalid()\n"
                "sayvo.inputDeviceUID=a, b\n"
@@ -153,6 +158,78 @@ TEST(DamagedSettingsFile, CorruptedValidFileNeverCrashes)
         EXPECT_EQ(shown.rows.size(), 7u);
         EXPECT_TRUE(settings.endpointURL().isValid());
     }
+}
+
+// A value that asks Qt for a list of four billion entries used to end the process as soon as
+// any key was read. Its text is now read as text (where the Settings window shows it and the
+// user can change it), the other keys keep their values, and the next launch reads the file as
+// the last one left it.
+const QByteArray kFileWithAHugeList
+    = "[General]\n"
+      "sayvo.hotkeyTrigger=f5\n"
+      "sayvo.language=@Variant(\\0\\0\\0\\t\\xff\\xff\\xff\\xf0)\n"
+      "sayvo.triggerMode=@Variant(\\0\\0\\0\\t\\xff\\xff\\xff\\xf0)\n"
+      "sayvo.usageStats.utterances=3\n";
+
+QByteArray contentsOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+TEST(DamagedSettingsFile, ABinaryValueClaimingBillionsOfEntriesIsReadAsText)
+{
+    SettingsFile file;
+    file.write(kFileWithAHugeList);
+    QString damagedText;
+    {
+        PreferenceStoreQSettings preferences(file.path());
+        SettingsStore settings(preferences);
+        EXPECT_EQ(settings.hotkeyTrigger(), HotkeyTrigger::f5);
+        EXPECT_EQ(settings.triggerMode(), TriggerMode::holdToTalk);
+        ASSERT_TRUE(settings.language().has_value());
+        damagedText = *settings.language();
+        EXPECT_TRUE(damagedText.startsWith(QStringLiteral("@Variant(")));
+        EXPECT_EQ(UsageStatsStore(preferences).utterances(), 3);
+        settings.setInsertionMethod(InsertionMethod::axDirect);
+    }
+    const QByteArray saved = file.contents();
+    EXPECT_TRUE(saved.contains("sayvo.insertionMethod=axDirect"));
+
+    const QString copy = file.freshCopy();
+    PreferenceStoreQSettings relaunched(copy);
+    SettingsStore settings(relaunched);
+    EXPECT_EQ(settings.language(), damagedText);
+    EXPECT_EQ(settings.insertionMethod(), InsertionMethod::axDirect);
+    EXPECT_EQ(settings.hotkeyTrigger(), HotkeyTrigger::f5);
+    EXPECT_EQ(contentsOf(copy), saved);
+}
+
+// The repaired file cannot be written (the file size limit stands in for a full disk or a
+// read-only folder, which root ignores): this run uses defaults and the file is left alone.
+TEST(DamagedSettingsFile, AFileThatCannotBeRepairedIsLeftAloneAndDefaultsAreUsed)
+{
+    SettingsFile file;
+    file.write(kFileWithAHugeList);
+
+    rlimit original {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &original), 0);
+    rlimit tiny = original;
+    tiny.rlim_cur = 16;
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tiny), 0);
+    auto preferences = std::make_unique<PreferenceStoreQSettings>(file.path());
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &original), 0);
+    std::signal(SIGXFSZ, previousHandler);
+
+    EXPECT_EQ(file.contents(), kFileWithAHugeList);
+    EXPECT_NE(preferences->location(), file.path());
+    SettingsStore settings(*preferences);
+    expectDefaultSettings(settings);
+    settings.setHotkeyTrigger(HotkeyTrigger::rightOption);
+    EXPECT_EQ(settings.hotkeyTrigger(), HotkeyTrigger::rightOption);
+    preferences.reset();
+    EXPECT_EQ(file.contents(), kFileWithAHugeList);
 }
 
 // A path that cannot be read as a file (here a directory) reads as an empty store; assigning

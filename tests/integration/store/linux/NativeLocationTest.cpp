@@ -1,6 +1,7 @@
 #include "PreferenceStoreQSettings.h"
 #include "SettingsStore.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 
@@ -9,24 +10,36 @@
 namespace sayvo {
 namespace {
 
-// The user's store is the INI file SayvoApp/Sayvo.conf under the XDG configuration directory.
-// Qt reads XDG_CONFIG_HOME when the first native store is opened, so this is the only test
-// here that opens one.
+// The user's store is the INI file SayvoApp/Sayvo.conf under the XDG configuration directory,
+// and a binary value in it is made harmless there too. Qt reads XDG_CONFIG_HOME when the first
+// native store is opened, so this is the only test here that opens one.
 TEST(NativeLocation, UserStoreIsSayvoConfUnderXdgConfigHome)
 {
     QTemporaryDir configHome;
     ASSERT_TRUE(configHome.isValid());
     qputenv("XDG_CONFIG_HOME", configHome.path().toLocal8Bit());
     const QString expected = configHome.filePath(QStringLiteral("SayvoApp/Sayvo.conf"));
+    ASSERT_TRUE(QDir().mkpath(configHome.filePath(QStringLiteral("SayvoApp"))));
+    {
+        QFile file(expected);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("[General]\nsayvo.hotkeyTrigger=f5\n"
+                   "sayvo.language=@Variant(\\0\\0\\0\\t\\xff\\xff\\xff\\xf0)\n");
+    }
     {
         PreferenceStoreQSettings preferences;
         EXPECT_EQ(preferences.location(), expected);
         SettingsStore settings(preferences);
+        EXPECT_EQ(settings.hotkeyTrigger(), HotkeyTrigger::f5);
+        ASSERT_TRUE(settings.language().has_value());
+        EXPECT_TRUE(settings.language()->startsWith(QStringLiteral("@Variant(")));
         settings.setTriggerMode(TriggerMode::toggle);
     }
     QFile file(expected);
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    EXPECT_TRUE(file.readAll().contains("sayvo.triggerMode=toggle"));
+    const QByteArray saved = file.readAll();
+    EXPECT_TRUE(saved.contains("sayvo.triggerMode=toggle"));
+    EXPECT_FALSE(saved.contains("sayvo.language=@Variant("));
 }
 
 } // namespace
