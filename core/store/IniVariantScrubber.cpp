@@ -148,16 +148,10 @@ QByteArray IniVariantScrubber::scrubbed(QByteArrayView iniText)
         if (!startsVariantAt(decoded, index)) {
             continue;
         }
-        if (result.isEmpty()) {
-            result.reserve(iniText.size() + 16);
-        }
         // The '@' may itself have been an escape such as "\x40"; the whole escape is replaced.
         result.append(iniText.sliced(copiedUpTo, decoded[index].rawBegin - copiedUpTo));
         result.append("@@");
         copiedUpTo = decoded[index].rawEnd;
-    }
-    if (copiedUpTo == 0) {
-        return iniText.toByteArray();
     }
     result.append(iniText.sliced(copiedUpTo));
     return result;
