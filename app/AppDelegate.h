@@ -1,11 +1,11 @@
 #pragma once
 
-#include "AudioHardware.h"
-#include "AudioInputEngine.h"
-#include "DesktopServices.h"
-#include "EngineSupervisor.h"
-#include "Permissions.h"
-#include "RuntimeLocator.h"
+#include "app/Permissions.h"
+#include "audio/AudioHardware.h"
+#include "audio/AudioInputEngine.h"
+#include "desktop/DesktopServices.h"
+#include "runtime/EngineSupervisor.h"
+#include "runtime/RuntimeLocator.h"
 
 #include <QObject>
 #include <QPointer>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Permissions.h"
+#include "app/Permissions.h"
 
 #include <memory>
 

@@ -1,12 +1,12 @@
-#include "WindowFactory.h"
+#include "app/WindowFactory.h"
 
-#include "CalibrationController.h"
-#include "CalibrationWindow.h"
-#include "EngineClient.h"
-#include "EngineSetupWindow.h"
-#include "LoginItem.h"
-#include "Permissions.h"
-#include "SettingsWindow.h"
+#include "app/Permissions.h"
+#include "calibration/CalibrationController.h"
+#include "engineclient/EngineClient.h"
+#include "ui/CalibrationWindow.h"
+#include "ui/EngineSetupWindow.h"
+#include "ui/LoginItem.h"
+#include "ui/SettingsWindow.h"
 
 #include <QCoreApplication>
 

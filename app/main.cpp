@@ -1,9 +1,9 @@
 // Sayvo: push-to-talk dictation from the system tray or the menu bar.
-#include "AppDelegate.h"
-#include "ApplicationPlatform.h"
-#include "NativePreferenceStore.h"
-#include "PreferenceStoreQSettings.h"
-#include "ShutdownSignals.h"
+#include "app/AppDelegate.h"
+#include "app/ApplicationPlatform.h"
+#include "app/ShutdownSignals.h"
+#include "store/NativePreferenceStore.h"
+#include "store/PreferenceStoreQSettings.h"
 
 #include <QApplication>
 

@@ -10,7 +10,9 @@ endfunction()
 function(sayvo_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC_LIBS;PRIVATE_LIBS" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})
-  target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+  # Includes name their folder from the roots: "desktop/TextInserter.h" (core/), "ui/HUDView.h",
+  # "engine/server/EngineSession.h" (the project's top). No folder name stands in both.
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/core ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PUBLIC ${ARG_PUBLIC_LIBS} PRIVATE ${ARG_PRIVATE_LIBS})
   sayvo_warnings(${name})
 endfunction()

@@ -1,10 +1,10 @@
 // sayvo-engine: the reference speech engine. Listens for Sayvo clients on a WebSocket,
 // recognises their speech, formats it and learns from their corrections.
-#include "EngineServer.h"
-#include "Formatter.h"
-#include "LearningStore.h"
-#include "PocketSphinxRecognizer.h"
-#include "ReplayRecognizer.h"
+#include "engine/asr/PocketSphinxRecognizer.h"
+#include "engine/asr/ReplayRecognizer.h"
+#include "engine/format/Formatter.h"
+#include "engine/server/EngineServer.h"
+#include "engine/store/LearningStore.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>

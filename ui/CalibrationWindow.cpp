@@ -1,8 +1,8 @@
-#include "CalibrationWindow.h"
+#include "ui/CalibrationWindow.h"
 
-#include "CalibrationController.h"
-#include "SymbolIcon.h"
-#include "WindowStyle.h"
+#include "calibration/CalibrationController.h"
+#include "ui/SymbolIcon.h"
+#include "ui/WindowStyle.h"
 
 #include <QHBoxLayout>
 #include <QLabel>

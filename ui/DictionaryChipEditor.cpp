@@ -1,7 +1,7 @@
-#include "DictionaryChipEditor.h"
+#include "ui/DictionaryChipEditor.h"
 
-#include "FlowLayout.h"
-#include "SymbolIcon.h"
+#include "ui/FlowLayout.h"
+#include "ui/SymbolIcon.h"
 
 #include <QHBoxLayout>
 #include <QLabel>

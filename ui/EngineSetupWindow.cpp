@@ -1,8 +1,8 @@
-#include "EngineSetupWindow.h"
+#include "ui/EngineSetupWindow.h"
 
-#include "EngineSupervisor.h"
-#include "SymbolIcon.h"
-#include "WindowStyle.h"
+#include "runtime/EngineSupervisor.h"
+#include "ui/SymbolIcon.h"
+#include "ui/WindowStyle.h"
 
 #include <QFontDatabase>
 #include <QHBoxLayout>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "EngineState.h"
+#include "runtime/EngineState.h"
 
 #include <QList>
 #include <QWidget>

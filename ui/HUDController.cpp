@@ -1,8 +1,8 @@
-#include "HUDController.h"
+#include "ui/HUDController.h"
 
-#include "HUDView.h"
-#include "SayvoCoordinator.h"
-#include "WaveformView.h"
+#include "session/SayvoCoordinator.h"
+#include "ui/HUDView.h"
+#include "ui/WaveformView.h"
 
 #include <QGuiApplication>
 #include <QScreen>

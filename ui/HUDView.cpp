@@ -1,7 +1,7 @@
-#include "HUDView.h"
+#include "ui/HUDView.h"
 
-#include "SymbolIcon.h"
-#include "WaveformView.h"
+#include "ui/SymbolIcon.h"
+#include "ui/WaveformView.h"
 
 #include <QHBoxLayout>
 #include <QLabel>

@@ -1,8 +1,8 @@
-#include "MenuBarController.h"
+#include "ui/MenuBarController.h"
 
-#include "EngineSupervisor.h"
-#include "SayvoCoordinator.h"
-#include "SymbolIcon.h"
+#include "runtime/EngineSupervisor.h"
+#include "session/SayvoCoordinator.h"
+#include "ui/SymbolIcon.h"
 
 #include <QAction>
 #include <QApplication>

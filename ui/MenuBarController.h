@@ -1,9 +1,9 @@
 #pragma once
 
-#include "AppState.h"
-#include "EngineConnectionHealth.h"
-#include "EngineState.h"
-#include "HotkeyTrigger.h"
+#include "runtime/EngineState.h"
+#include "session/AppState.h"
+#include "session/EngineConnectionHealth.h"
+#include "store/HotkeyTrigger.h"
 
 #include <QObject>
 #include <QPointer>

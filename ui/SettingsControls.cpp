@@ -1,7 +1,7 @@
-#include "SettingsControls.h"
+#include "ui/SettingsControls.h"
 
-#include "SymbolIcon.h"
-#include "WindowStyle.h"
+#include "ui/SymbolIcon.h"
+#include "ui/WindowStyle.h"
 
 #include <QButtonGroup>
 #include <QHBoxLayout>

@@ -1,15 +1,15 @@
-#include "SettingsWindow.h"
+#include "ui/SettingsWindow.h"
 
-#include "DictionaryChipEditor.h"
-#include "FootprintSampler.h"
-#include "SayvoCoordinator.h"
-#include "SettingsControls.h"
-#include "SettingsStore.h"
-#include "Subscribe.h"
-#include "SymbolIcon.h"
-#include "UsagePresentation.h"
-#include "UsageStatsStore.h"
-#include "WindowStyle.h"
+#include "runtime/FootprintSampler.h"
+#include "session/SayvoCoordinator.h"
+#include "store/SettingsStore.h"
+#include "store/Subscribe.h"
+#include "store/UsagePresentation.h"
+#include "store/UsageStatsStore.h"
+#include "ui/DictionaryChipEditor.h"
+#include "ui/SettingsControls.h"
+#include "ui/SymbolIcon.h"
+#include "ui/WindowStyle.h"
 
 #include <QComboBox>
 #include <QHBoxLayout>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "EngineFootprint.h"
-#include "LoginItem.h"
-#include "PermissionSnapshot.h"
+#include "runtime/EngineFootprint.h"
+#include "ui/LoginItem.h"
+#include "ui/PermissionSnapshot.h"
 
 #include <QList>
 #include <QString>

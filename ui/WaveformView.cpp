@@ -1,4 +1,4 @@
-#include "WaveformView.h"
+#include "ui/WaveformView.h"
 
 #include <QPainter>
 #include <QPropertyAnimation>

@@ -1,4 +1,4 @@
-#include "WindowStyle.h"
+#include "ui/WindowStyle.h"
 
 #include <QWidget>
 

@@ -1,4 +1,4 @@
-#include "ApplicationPlatform.h"
+#include "app/ApplicationPlatform.h"
 
 #include <QString>
 #include <QtGlobal>

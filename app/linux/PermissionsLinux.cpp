@@ -1,8 +1,8 @@
-#include "PermissionsLinux.h"
+#include "app/linux/PermissionsLinux.h"
 
-#include "AudioDevices.h"
-#include "HotkeyManager.h"
-#include "PermissionsPlatform.h"
+#include "app/PermissionsPlatform.h"
+#include "audio/AudioDevices.h"
+#include "desktop/HotkeyManager.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

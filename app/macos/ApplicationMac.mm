@@ -1,6 +1,6 @@
-#include "ApplicationPlatform.h"
+#include "app/ApplicationPlatform.h"
 
-#include "Logging.h"
+#include "base/Logging.h"
 
 #import <AppKit/AppKit.h>
 #include <os/log.h>

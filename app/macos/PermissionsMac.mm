@@ -1,6 +1,6 @@
-#include "PermissionsMac.h"
+#include "app/macos/PermissionsMac.h"
 
-#include "PermissionsPlatform.h"
+#include "app/PermissionsPlatform.h"
 
 #import <AVFAudio/AVFAudio.h>
 #import <AppKit/AppKit.h>

@@ -1,8 +1,8 @@
-#include "AudioCapture.h"
+#include "audio/AudioCapture.h"
 
-#include "AudioDevices.h"
-#include "Logging.h"
-#include "PCMConverter.h"
+#include "audio/AudioDevices.h"
+#include "audio/PCMConverter.h"
+#include "base/Logging.h"
 
 #include <algorithm>
 #include <cmath>

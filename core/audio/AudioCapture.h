@@ -1,10 +1,10 @@
 #pragma once
 
-#include "AudioCaptureError.h"
-#include "AudioHardware.h"
-#include "AudioInputEngine.h"
-#include "Expected.h"
-#include "SerialQueue.h"
+#include "audio/AudioCaptureError.h"
+#include "audio/AudioHardware.h"
+#include "audio/AudioInputEngine.h"
+#include "audio/SerialQueue.h"
+#include "base/Expected.h"
 
 #include <QByteArray>
 #include <QSet>

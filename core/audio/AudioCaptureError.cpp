@@ -1,4 +1,4 @@
-#include "AudioCaptureError.h"
+#include "audio/AudioCaptureError.h"
 
 #include <QLocale>
 

@@ -1,6 +1,6 @@
-#include "AudioDeviceObserver.h"
+#include "audio/AudioDeviceObserver.h"
 
-#include "AudioDevices.h"
+#include "audio/AudioDevices.h"
 
 #include <QMetaObject>
 

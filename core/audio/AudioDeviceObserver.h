@@ -1,7 +1,7 @@
 #pragma once
 
-#include "AudioHardware.h"
-#include "AudioInputDevice.h"
+#include "audio/AudioHardware.h"
+#include "audio/AudioInputDevice.h"
 
 #include <QObject>
 

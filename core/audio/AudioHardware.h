@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AudioInputDevice.h"
+#include "audio/AudioInputDevice.h"
 
 #include <QString>
 

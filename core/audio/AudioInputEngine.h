@@ -1,8 +1,8 @@
 #pragma once
 
-#include "AudioInputDevice.h"
+#include "audio/AudioInputDevice.h"
 
-#include "Expected.h"
+#include "base/Expected.h"
 
 #include <QString>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "AudioHardware.h"
-#include "AudioInputEngine.h"
+#include "audio/AudioHardware.h"
+#include "audio/AudioInputEngine.h"
 
 #include <memory>
 

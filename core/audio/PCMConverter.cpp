@@ -1,4 +1,4 @@
-#include "PCMConverter.h"
+#include "audio/PCMConverter.h"
 
 #include <soxr.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AudioInputEngine.h"
+#include "audio/AudioInputEngine.h"
 
 #include <QByteArray>
 

@@ -1,8 +1,8 @@
-#include "CalibrationController.h"
+#include "calibration/CalibrationController.h"
 
-#include "EngineClient.h"
-#include "SayvoCoordinator.h"
-#include "WordErrorRate.h"
+#include "calibration/WordErrorRate.h"
+#include "engineclient/EngineClient.h"
+#include "session/SayvoCoordinator.h"
 
 #include <QPointer>
 

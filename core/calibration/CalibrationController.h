@@ -1,7 +1,7 @@
 #pragma once
 
-#include "CalibrationPrompt.h"
-#include "InboundMessages.h"
+#include "calibration/CalibrationPrompt.h"
+#include "protocol/InboundMessages.h"
 
 #include <QList>
 #include <QObject>

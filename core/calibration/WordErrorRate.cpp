@@ -1,4 +1,4 @@
-#include "WordErrorRate.h"
+#include "calibration/WordErrorRate.h"
 
 #include <QChar>
 

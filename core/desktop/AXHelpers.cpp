@@ -1,4 +1,4 @@
-#include "AXHelpers.h"
+#include "desktop/AXHelpers.h"
 
 #include <QTextBoundaryFinder>
 

@@ -1,6 +1,6 @@
-#include "ContextHarvester.h"
+#include "desktop/ContextHarvester.h"
 
-#include "AXHelpers.h"
+#include "desktop/AXHelpers.h"
 
 #include <limits>
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "AccessibilityProvider.h"
-#include "ContextPack.h"
-#include "Pasteboard.h"
-#include "WindowList.h"
-#include "Workspace.h"
+#include "desktop/AccessibilityProvider.h"
+#include "desktop/Pasteboard.h"
+#include "desktop/WindowList.h"
+#include "desktop/Workspace.h"
+#include "protocol/ContextPack.h"
 
 #include <QStringList>
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "AccessibilityProvider.h"
-#include "KeySynthesizer.h"
-#include "KeyboardEventSource.h"
-#include "Pasteboard.h"
-#include "WindowList.h"
-#include "Workspace.h"
+#include "desktop/AccessibilityProvider.h"
+#include "desktop/KeySynthesizer.h"
+#include "desktop/KeyboardEventSource.h"
+#include "desktop/Pasteboard.h"
+#include "desktop/WindowList.h"
+#include "desktop/Workspace.h"
 
 #include <memory>
 

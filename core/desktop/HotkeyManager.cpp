@@ -1,4 +1,4 @@
-#include "HotkeyManager.h"
+#include "desktop/HotkeyManager.h"
 
 #include <QMetaObject>
 #include <QPointer>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Expected.h"
-#include "HotkeyTrigger.h"
-#include "KeyboardEventSource.h"
+#include "base/Expected.h"
+#include "desktop/KeyboardEventSource.h"
+#include "store/HotkeyTrigger.h"
 
 #include <QObject>
 #include <QString>

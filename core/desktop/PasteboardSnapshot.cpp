@@ -1,4 +1,4 @@
-#include "PasteboardSnapshot.h"
+#include "desktop/PasteboardSnapshot.h"
 
 namespace sayvo {
 

@@ -1,6 +1,6 @@
-#include "TextInserter.h"
+#include "desktop/TextInserter.h"
 
-#include "AXHelpers.h"
+#include "desktop/AXHelpers.h"
 
 #include <QStringList>
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "AccessibilityProvider.h"
-#include "InsertionMethod.h"
-#include "KeySynthesizer.h"
-#include "Pasteboard.h"
-#include "PasteboardSnapshot.h"
-#include "Workspace.h"
+#include "desktop/AccessibilityProvider.h"
+#include "desktop/KeySynthesizer.h"
+#include "desktop/Pasteboard.h"
+#include "desktop/PasteboardSnapshot.h"
+#include "desktop/Workspace.h"
+#include "store/InsertionMethod.h"
 
 #include <QObject>
 #include <QString>

@@ -1,4 +1,4 @@
-#include "EngineClient.h"
+#include "engineclient/EngineClient.h"
 
 #include <QWebSocket>
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "ConnectionState.h"
-#include "EngineClientDelegate.h"
-#include "EngineClientError.h"
-#include "OutboundMessages.h"
-#include "WireCodec.h"
+#include "engineclient/ConnectionState.h"
+#include "engineclient/EngineClientDelegate.h"
+#include "engineclient/EngineClientError.h"
+#include "protocol/OutboundMessages.h"
+#include "protocol/WireCodec.h"
 
 #include <QByteArray>
 #include <QObject>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ConnectionState.h"
-#include "InboundMessages.h"
+#include "engineclient/ConnectionState.h"
+#include "protocol/InboundMessages.h"
 
 namespace sayvo {
 

@@ -1,4 +1,4 @@
-#include "InboundMessages.h"
+#include "protocol/InboundMessages.h"
 
 #include <algorithm>
 #include <array>

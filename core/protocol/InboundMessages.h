@@ -1,6 +1,6 @@
 #pragma once
 
-#include "OutboundMessages.h"
+#include "protocol/OutboundMessages.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ContextPack.h"
+#include "protocol/ContextPack.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Expected.h"
-#include "InboundMessages.h"
-#include "OutboundMessages.h"
+#include "base/Expected.h"
+#include "protocol/InboundMessages.h"
+#include "protocol/OutboundMessages.h"
 
 #include <string>
 #include <string_view>

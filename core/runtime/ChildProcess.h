@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Expected.h"
+#include "base/Expected.h"
 
 #include <QByteArray>
 #include <QProcessEnvironment>

@@ -1,4 +1,4 @@
-#include "EngineState.h"
+#include "runtime/EngineState.h"
 
 namespace sayvo {
 

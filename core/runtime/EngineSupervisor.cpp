@@ -1,9 +1,9 @@
-#include "EngineSupervisor.h"
+#include "runtime/EngineSupervisor.h"
 
-#include "ChildProcessQt.h"
-#include "Logging.h"
-#include "MainThread.h"
-#include "OutputLineReader.h"
+#include "base/Logging.h"
+#include "base/MainThread.h"
+#include "runtime/ChildProcessQt.h"
+#include "runtime/OutputLineReader.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>

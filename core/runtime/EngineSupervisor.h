@@ -1,8 +1,8 @@
 #pragma once
 
-#include "ChildProcess.h"
-#include "EngineState.h"
-#include "RuntimeLocator.h"
+#include "runtime/ChildProcess.h"
+#include "runtime/EngineState.h"
+#include "runtime/RuntimeLocator.h"
 
 #include <QList>
 #include <QObject>

@@ -1,10 +1,10 @@
 // First-run set-up, updates and uninstall: the supervisor's side of the payload's bootstrap
 // and uninstall scripts.
-#include "BootstrapLine.h"
-#include "EngineSupervisor.h"
-#include "Logging.h"
-#include "MainThread.h"
-#include "OutputLineReader.h"
+#include "base/Logging.h"
+#include "base/MainThread.h"
+#include "runtime/BootstrapLine.h"
+#include "runtime/EngineSupervisor.h"
+#include "runtime/OutputLineReader.h"
 
 #include <QDir>
 #include <QFile>

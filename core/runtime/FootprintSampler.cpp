@@ -1,7 +1,7 @@
-#include "FootprintSampler.h"
+#include "runtime/FootprintSampler.h"
 
-#include "MainThread.h"
-#include "ProcessTable.h"
+#include "base/MainThread.h"
+#include "runtime/ProcessTable.h"
 
 #include <QPointer>
 #include <QProcess>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "EngineFootprint.h"
-#include "GpuStats.h"
+#include "runtime/EngineFootprint.h"
+#include "runtime/GpuStats.h"
 
 #include <QObject>
 #include <QTimer>

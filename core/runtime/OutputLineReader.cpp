@@ -1,6 +1,6 @@
-#include "OutputLineReader.h"
+#include "runtime/OutputLineReader.h"
 
-#include "MainThread.h"
+#include "base/MainThread.h"
 
 #include <QMutexLocker>
 #include <QStringDecoder>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "EngineFootprint.h"
+#include "runtime/EngineFootprint.h"
 
 #include <QByteArrayView>
 

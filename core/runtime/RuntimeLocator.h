@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AppBundle.h"
+#include "runtime/AppBundle.h"
 
 #include <QString>
 

@@ -1,5 +1,5 @@
-#include "AppState.h"
-#include "EngineConnectionHealth.h"
+#include "session/AppState.h"
+#include "session/EngineConnectionHealth.h"
 
 namespace sayvo {
 

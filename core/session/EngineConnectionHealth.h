@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ConnectionState.h"
+#include "engineclient/ConnectionState.h"
 
 #include <QMetaType>
 

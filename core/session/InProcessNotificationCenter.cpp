@@ -1,4 +1,4 @@
-#include "InProcessNotificationCenter.h"
+#include "session/InProcessNotificationCenter.h"
 
 #include <vector>
 

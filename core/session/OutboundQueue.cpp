@@ -1,4 +1,4 @@
-#include "OutboundQueue.h"
+#include "session/OutboundQueue.h"
 
 #include <QMetaObject>
 #include <QPointer>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "OutboundEvent.h"
+#include "session/OutboundEvent.h"
 
 #include <QObject>
 

@@ -1,14 +1,14 @@
-#include "SayvoCoordinator.h"
+#include "session/SayvoCoordinator.h"
 
-#include "AudioCapture.h"
-#include "AudioDeviceObserver.h"
-#include "ContextHarvester.h"
-#include "EngineClient.h"
-#include "HotkeyManager.h"
-#include "Logging.h"
-#include "SettingsStore.h"
-#include "TextInserter.h"
-#include "UsageStatsStore.h"
+#include "audio/AudioCapture.h"
+#include "audio/AudioDeviceObserver.h"
+#include "base/Logging.h"
+#include "desktop/ContextHarvester.h"
+#include "desktop/HotkeyManager.h"
+#include "desktop/TextInserter.h"
+#include "engineclient/EngineClient.h"
+#include "store/SettingsStore.h"
+#include "store/UsageStatsStore.h"
 
 #include <QPointer>
 #include <QSet>

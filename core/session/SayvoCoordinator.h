@@ -1,12 +1,12 @@
 #pragma once
 
-#include "AppState.h"
-#include "AudioInputDevice.h"
-#include "EngineClientDelegate.h"
-#include "EngineConnectionHealth.h"
-#include "InboundMessages.h"
-#include "NotificationCenter.h"
-#include "OutboundQueue.h"
+#include "audio/AudioInputDevice.h"
+#include "engineclient/EngineClientDelegate.h"
+#include "protocol/InboundMessages.h"
+#include "session/AppState.h"
+#include "session/EngineConnectionHealth.h"
+#include "session/NotificationCenter.h"
+#include "session/OutboundQueue.h"
 
 #include <QObject>
 #include <QString>

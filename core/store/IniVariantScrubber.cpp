@@ -1,4 +1,4 @@
-#include "IniVariantScrubber.h"
+#include "store/IniVariantScrubber.h"
 
 #include <QList>
 

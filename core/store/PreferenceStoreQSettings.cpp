@@ -1,6 +1,6 @@
-#include "PreferenceStoreQSettings.h"
+#include "store/PreferenceStoreQSettings.h"
 
-#include "IniVariantScrubber.h"
+#include "store/IniVariantScrubber.h"
 
 #include <QFile>
 #include <QLoggingCategory>

@@ -1,4 +1,4 @@
-#include "PreferenceValues.h"
+#include "store/PreferenceValues.h"
 
 #include <cmath>
 #include <limits>

@@ -1,6 +1,6 @@
-#include "HotkeyTrigger.h"
-#include "InsertionMethod.h"
-#include "TriggerMode.h"
+#include "store/HotkeyTrigger.h"
+#include "store/InsertionMethod.h"
+#include "store/TriggerMode.h"
 
 namespace sayvo {
 

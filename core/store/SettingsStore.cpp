@@ -1,7 +1,7 @@
-#include "SettingsStore.h"
+#include "store/SettingsStore.h"
 
-#include "PreferenceStore.h"
-#include "PreferenceValues.h"
+#include "store/PreferenceStore.h"
+#include "store/PreferenceValues.h"
 
 namespace sayvo {
 

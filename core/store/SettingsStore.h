@@ -1,8 +1,8 @@
 #pragma once
 
-#include "HotkeyTrigger.h"
-#include "InsertionMethod.h"
-#include "TriggerMode.h"
+#include "store/HotkeyTrigger.h"
+#include "store/InsertionMethod.h"
+#include "store/TriggerMode.h"
 
 #include <QObject>
 #include <QString>

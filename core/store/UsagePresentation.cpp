@@ -1,4 +1,4 @@
-#include "UsagePresentation.h"
+#include "store/UsagePresentation.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "UsageTotals.h"
+#include "store/UsageTotals.h"
 
 #include <QString>
 

@@ -1,7 +1,7 @@
-#include "UsageStatsStore.h"
+#include "store/UsageStatsStore.h"
 
-#include "PreferenceStore.h"
-#include "PreferenceValues.h"
+#include "store/PreferenceStore.h"
+#include "store/PreferenceValues.h"
 
 #include <QtGlobal>
 

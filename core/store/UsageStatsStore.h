@@ -1,7 +1,7 @@
 #pragma once
 
-#include "InboundMessages.h"
-#include "UsageTotals.h"
+#include "protocol/InboundMessages.h"
+#include "store/UsageTotals.h"
 
 #include <QObject>
 

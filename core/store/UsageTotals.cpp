@@ -1,4 +1,4 @@
-#include "UsageTotals.h"
+#include "store/UsageTotals.h"
 
 namespace sayvo {
 

@@ -1,4 +1,4 @@
-#include "PocketSphinxRecognizer.h"
+#include "engine/asr/PocketSphinxRecognizer.h"
 
 #include <pocketsphinx.h>
 

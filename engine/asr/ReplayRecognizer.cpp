@@ -1,4 +1,4 @@
-#include "ReplayRecognizer.h"
+#include "engine/asr/ReplayRecognizer.h"
 
 #include <fstream>
 #include <sstream>

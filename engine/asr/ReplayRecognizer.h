@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Expected.h"
-#include "Recognizer.h"
+#include "base/Expected.h"
+#include "engine/asr/Recognizer.h"
 
 #include <memory>
 #include <string>

@@ -1,4 +1,4 @@
-#include "Formatter.h"
+#include "engine/format/Formatter.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "EngineSession.h"
+#include "engine/server/EngineSession.h"
 
 #include <QHostAddress>
 #include <QObject>

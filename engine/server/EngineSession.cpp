@@ -1,8 +1,8 @@
-#include "EngineSession.h"
+#include "engine/server/EngineSession.h"
 
-#include "DomainDetector.h"
-#include "LearningStore.h"
-#include "WireCodec.h"
+#include "engine/format/DomainDetector.h"
+#include "engine/store/LearningStore.h"
+#include "protocol/WireCodec.h"
 
 #include <cstdio>
 #include <vector>

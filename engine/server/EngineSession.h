@@ -1,9 +1,9 @@
 #pragma once
 
-#include "ContextPack.h"
-#include "Formatter.h"
-#include "OutboundMessages.h"
-#include "Recognizer.h"
+#include "engine/asr/Recognizer.h"
+#include "engine/format/Formatter.h"
+#include "protocol/ContextPack.h"
+#include "protocol/OutboundMessages.h"
 
 #include <chrono>
 #include <cstdint>

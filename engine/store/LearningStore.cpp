@@ -1,4 +1,4 @@
-#include "LearningStore.h"
+#include "engine/store/LearningStore.h"
 
 #include <sqlite3.h>
 

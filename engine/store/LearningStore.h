@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Expected.h"
-#include "InboundMessages.h"
+#include "base/Expected.h"
+#include "protocol/InboundMessages.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,6 +1,6 @@
-#include "LoginItemXdg.h"
+#include "ui/linux/LoginItemXdg.h"
 
-#include "Logging.h"
+#include "base/Logging.h"
 
 #include <QDir>
 #include <QFile>

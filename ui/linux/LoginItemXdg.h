@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LoginItem.h"
+#include "ui/LoginItem.h"
 
 namespace sayvo {
 

@@ -1,6 +1,6 @@
-#include "LoginItem.h"
+#include "ui/LoginItem.h"
 
-#include "Logging.h"
+#include "base/Logging.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,4 +1,4 @@
-#include "AudioHardwareCoreAudio.h"
+#include "audio/coreaudio/AudioHardwareCoreAudio.h"
 
 #include <CoreAudio/CoreAudio.h>
 #include <dispatch/dispatch.h>

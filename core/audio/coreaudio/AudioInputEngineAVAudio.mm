@@ -1,6 +1,6 @@
-#include "AudioInputEngineAVAudio.h"
+#include "audio/coreaudio/AudioInputEngineAVAudio.h"
 
-#include "AudioHardwareCoreAudio.h"
+#include "audio/coreaudio/AudioHardwareCoreAudio.h"
 
 #import <AVFAudio/AVFAudio.h>
 #include <AudioToolbox/AudioToolbox.h>

@@ -1,6 +1,6 @@
-#include "AudioHardwareCoreAudio.h"
-#include "AudioInputEngineAVAudio.h"
-#include "AudioPlatform.h"
+#include "audio/AudioPlatform.h"
+#include "audio/coreaudio/AudioHardwareCoreAudio.h"
+#include "audio/coreaudio/AudioInputEngineAVAudio.h"
 
 namespace sayvo {
 

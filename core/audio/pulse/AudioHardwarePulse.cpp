@@ -1,4 +1,4 @@
-#include "AudioHardwarePulse.h"
+#include "audio/pulse/AudioHardwarePulse.h"
 
 #include <cstring>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "AudioHardware.h"
-#include "PulseConnection.h"
+#include "audio/AudioHardware.h"
+#include "audio/pulse/PulseConnection.h"
 
 #include <map>
 #include <mutex>

@@ -1,4 +1,4 @@
-#include "AudioInputEnginePulse.h"
+#include "audio/pulse/AudioInputEnginePulse.h"
 
 #include <cmath>
 
@@ -109,8 +109,8 @@ std::optional<QString> AudioInputEnginePulse::start()
         || m_format.channels > PA_CHANNELS_MAX) {
         return QStringLiteral("no capture format");
     }
-    const pa_sample_spec sampleSpec {PA_SAMPLE_FLOAT32LE, uint32_t(std::lround(m_format.sampleRate)),
-        uint8_t(m_format.channels)};
+    const pa_sample_spec sampleSpec {PA_SAMPLE_FLOAT32LE,
+        uint32_t(std::lround(m_format.sampleRate)), uint8_t(m_format.channels)};
     m_stream = pa_stream_new(context, "Dictation", &sampleSpec, nullptr);
     if (!m_stream) {
         return QString::fromUtf8(pa_strerror(pa_context_errno(context)));

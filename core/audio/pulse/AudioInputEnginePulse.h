@@ -1,7 +1,7 @@
 #pragma once
 
-#include "AudioInputEngine.h"
-#include "PulseConnection.h"
+#include "audio/AudioInputEngine.h"
+#include "audio/pulse/PulseConnection.h"
 
 #include <string>
 

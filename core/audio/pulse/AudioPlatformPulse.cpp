@@ -1,6 +1,6 @@
-#include "AudioHardwarePulse.h"
-#include "AudioInputEnginePulse.h"
-#include "AudioPlatform.h"
+#include "audio/AudioPlatform.h"
+#include "audio/pulse/AudioHardwarePulse.h"
+#include "audio/pulse/AudioInputEnginePulse.h"
 
 namespace sayvo {
 

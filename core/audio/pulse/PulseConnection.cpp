@@ -1,4 +1,4 @@
-#include "PulseConnection.h"
+#include "audio/pulse/PulseConnection.h"
 
 namespace sayvo {
 

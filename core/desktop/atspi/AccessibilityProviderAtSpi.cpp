@@ -1,4 +1,4 @@
-#include "AccessibilityProviderAtSpi.h"
+#include "desktop/atspi/AccessibilityProviderAtSpi.h"
 
 #include <QCoreApplication>
 #include <QDBusArgument>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AccessibilityProvider.h"
+#include "desktop/AccessibilityProvider.h"
 
 #include <ApplicationServices/ApplicationServices.h>
 

@@ -1,4 +1,4 @@
-#include "AccessibilityProviderMac.h"
+#include "desktop/macos/AccessibilityProviderMac.h"
 
 #import <Foundation/Foundation.h>
 

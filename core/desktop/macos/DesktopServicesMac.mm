@@ -1,10 +1,10 @@
-#include "AccessibilityProviderMac.h"
-#include "DesktopServices.h"
-#include "KeySynthesizerMac.h"
-#include "KeyboardEventSourceMac.h"
-#include "PasteboardMac.h"
-#include "WindowListMac.h"
-#include "WorkspaceMac.h"
+#include "desktop/DesktopServices.h"
+#include "desktop/macos/AccessibilityProviderMac.h"
+#include "desktop/macos/KeySynthesizerMac.h"
+#include "desktop/macos/KeyboardEventSourceMac.h"
+#include "desktop/macos/PasteboardMac.h"
+#include "desktop/macos/WindowListMac.h"
+#include "desktop/macos/WorkspaceMac.h"
 
 namespace sayvo {
 

@@ -1,4 +1,4 @@
-#include "KeySynthesizerMac.h"
+#include "desktop/macos/KeySynthesizerMac.h"
 
 #include <CoreGraphics/CoreGraphics.h>
 

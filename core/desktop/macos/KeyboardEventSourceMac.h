@@ -1,6 +1,6 @@
 #pragma once
 
-#include "KeyboardEventSource.h"
+#include "desktop/KeyboardEventSource.h"
 
 #include <CoreGraphics/CoreGraphics.h>
 

@@ -1,4 +1,4 @@
-#include "KeyboardEventSourceMac.h"
+#include "desktop/macos/KeyboardEventSourceMac.h"
 
 #include <optional>
 

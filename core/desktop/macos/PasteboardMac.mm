@@ -1,4 +1,4 @@
-#include "PasteboardMac.h"
+#include "desktop/macos/PasteboardMac.h"
 
 #import <AppKit/AppKit.h>
 

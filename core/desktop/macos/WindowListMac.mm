@@ -1,4 +1,4 @@
-#include "WindowListMac.h"
+#include "desktop/macos/WindowListMac.h"
 
 #include <CoreGraphics/CoreGraphics.h>
 

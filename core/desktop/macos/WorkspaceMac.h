@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Workspace.h"
+#include "desktop/Workspace.h"
 
 namespace sayvo {
 

@@ -1,4 +1,4 @@
-#include "WorkspaceMac.h"
+#include "desktop/macos/WorkspaceMac.h"
 
 #import <AppKit/AppKit.h>
 

@@ -1,10 +1,10 @@
-#include "AccessibilityProviderAtSpi.h"
-#include "DesktopServices.h"
-#include "KeySynthesizerX11.h"
-#include "KeyboardEventSourceX11.h"
-#include "PasteboardX11.h"
-#include "WindowListX11.h"
-#include "WorkspaceX11.h"
+#include "desktop/DesktopServices.h"
+#include "desktop/atspi/AccessibilityProviderAtSpi.h"
+#include "desktop/x11/KeySynthesizerX11.h"
+#include "desktop/x11/KeyboardEventSourceX11.h"
+#include "desktop/x11/PasteboardX11.h"
+#include "desktop/x11/WindowListX11.h"
+#include "desktop/x11/WorkspaceX11.h"
 
 namespace sayvo {
 

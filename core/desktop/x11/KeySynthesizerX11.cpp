@@ -1,6 +1,6 @@
-#include "KeySynthesizerX11.h"
+#include "desktop/x11/KeySynthesizerX11.h"
 
-#include "X11Connection.h"
+#include "desktop/x11/X11Connection.h"
 
 #include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>

@@ -1,6 +1,6 @@
-#include "KeyboardEventSourceX11.h"
+#include "desktop/x11/KeyboardEventSourceX11.h"
 
-#include "X11Connection.h"
+#include "desktop/x11/X11Connection.h"
 
 #include <X11/XKBlib.h>
 #include <X11/extensions/XInput2.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "WindowList.h"
+#include "desktop/WindowList.h"
 
 #include <memory>
 

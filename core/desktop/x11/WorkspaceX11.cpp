@@ -1,6 +1,6 @@
-#include "WorkspaceX11.h"
+#include "desktop/x11/WorkspaceX11.h"
 
-#include "X11Connection.h"
+#include "desktop/x11/X11Connection.h"
 
 #include <X11/Xutil.h>
 

@@ -1,4 +1,4 @@
-#include "X11Connection.h"
+#include "desktop/x11/X11Connection.h"
 
 #include <QDeadlineTimer>
 #include <QMetaObject>

@@ -1,4 +1,4 @@
-#include "AppBundle.h"
+#include "runtime/AppBundle.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -1,4 +1,4 @@
-#include "GpuStatsLinux.h"
+#include "runtime/linux/GpuStatsLinux.h"
 
 #include <QDir>
 #include <QFile>

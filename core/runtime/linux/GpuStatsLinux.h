@@ -1,6 +1,6 @@
 #pragma once
 
-#include "GpuStats.h"
+#include "runtime/GpuStats.h"
 
 #include <QByteArray>
 #include <QString>

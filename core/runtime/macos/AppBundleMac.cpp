@@ -1,4 +1,4 @@
-#include "AppBundle.h"
+#include "runtime/AppBundle.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <QStandardPaths>

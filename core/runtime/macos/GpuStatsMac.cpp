@@ -1,4 +1,4 @@
-#include "GpuStats.h"
+#include "runtime/GpuStats.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <IOKit/IOKitLib.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "NotificationCenter.h"
+#include "session/NotificationCenter.h"
 
 #include <memory>
 

@@ -1,4 +1,4 @@
-#include "NotificationCenterMac.h"
+#include "session/macos/NotificationCenterMac.h"
 
 #import <Foundation/Foundation.h>
 

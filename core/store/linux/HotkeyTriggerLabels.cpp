@@ -1,4 +1,4 @@
-#include "HotkeyTrigger.h"
+#include "store/HotkeyTrigger.h"
 
 namespace sayvo {
 

@@ -1,5 +1,5 @@
-#include "NativePreferenceStore.h"
-#include "PreferenceStoreQSettings.h"
+#include "store/NativePreferenceStore.h"
+#include "store/PreferenceStoreQSettings.h"
 
 namespace sayvo {
 

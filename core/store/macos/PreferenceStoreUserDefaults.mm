@@ -1,6 +1,6 @@
-#include "PreferenceStoreUserDefaults.h"
+#include "store/macos/PreferenceStoreUserDefaults.h"
 
-#include "NativePreferenceStore.h"
+#include "store/NativePreferenceStore.h"
 
 #import <Foundation/Foundation.h>
 

@@ -4,16 +4,18 @@
 //   showing one empty window in the same run;
 // - memory: resident size after launch and after 100 utterances (must not grow by 5 MB);
 // - idle: timer events delivered on the main thread over 30 s once ready and idle.
-#include "AppDelegate.h"
-#include "AudioCapture.h"
-#include "FakeAppPlatform.h"
-#include "FakePreferenceStore.h"
-#include "MenuBarController.h"
-#include "RuntimeSandbox.h"
-#include "SayvoCoordinator.h"
-#include "SettingsStore.h"
-#include "TestEngine.h"
-#include "WireCodec.h"
+#include "app/AppDelegate.h"
+#include "audio/AudioCapture.h"
+#include "protocol/WireCodec.h"
+#include "session/SayvoCoordinator.h"
+#include "store/SettingsStore.h"
+#include "support/app/FakeAppPlatform.h"
+#include "support/engine/TestEngine.h"
+#include "support/runtime/RuntimeSandbox.h"
+#include "support/store/FakePreferenceStore.h"
+#include "ui/MenuBarController.h"
+
+#include "support/ProcessStatus.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -24,23 +26,10 @@
 #include <benchmark/benchmark.h>
 
 #include <cmath>
-#include <fstream>
 
 using namespace sayvo;
 
 namespace {
-
-qint64 residentKb()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.rfind("VmRSS:", 0) == 0) {
-            return std::stoll(line.substr(6));
-        }
-    }
-    return -1;
-}
 
 // Everything one in-process application needs.
 struct Rig
@@ -155,14 +144,14 @@ void BM_ResidentMemoryOverOneHundredUtterances(benchmark::State &state)
         for (int i = 0; i < 3; ++i) {
             rig.utterance(pcm); // warm-up: first-use allocations
         }
-        const qint64 afterLaunch = residentKb();
+        const qint64 afterLaunch = test::residentKiB();
         for (int i = 0; i < 100; ++i) {
             if (!rig.utterance(pcm)) {
                 state.SkipWithError("an utterance did not complete");
                 return;
             }
         }
-        const qint64 after = residentKb();
+        const qint64 after = test::residentKiB();
         state.counters["rss_after_launch_kB"] = static_cast<double>(afterLaunch);
         state.counters["rss_after_100_kB"] = static_cast<double>(after);
         state.counters["growth_kB"] = static_cast<double>(after - afterLaunch);

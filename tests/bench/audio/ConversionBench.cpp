@@ -1,8 +1,8 @@
 // Conversion speed against a naive baseline in the same run, and the cost of one tap call.
-#include "AudioCapture.h"
-#include "FakeAudioHardware.h"
-#include "FakeAudioInputEngine.h"
-#include "PCMConverter.h"
+#include "audio/AudioCapture.h"
+#include "audio/PCMConverter.h"
+#include "support/audio/FakeAudioHardware.h"
+#include "support/audio/FakeAudioInputEngine.h"
 
 #include <benchmark/benchmark.h>
 

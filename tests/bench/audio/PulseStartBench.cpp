@@ -1,9 +1,9 @@
 // Delay from startForwarding() to the first converted buffer on a real PulseAudio daemon.
 // The microphone opens only at that call, so this is the audio a user loses at the start of
 // an utterance.
-#include "AudioCapture.h"
-#include "AudioPlatform.h"
-#include "PulseAudioServer.h"
+#include "audio/AudioCapture.h"
+#include "audio/AudioPlatform.h"
+#include "support/audio/pulse/PulseAudioServer.h"
 
 #include <benchmark/benchmark.h>
 

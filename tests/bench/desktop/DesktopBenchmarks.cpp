@@ -3,15 +3,15 @@
 //    Linux tools do), both measured in the same run until the text stands in a GTK field;
 //    paste must be at least 20 times faster;
 //  - harvestCheapContext against that GTK application: p50 and p95; p95 must stay under 50 ms.
-#include "AccessibilityProviderAtSpi.h"
-#include "ContextHarvester.h"
-#include "DesktopSession.h"
-#include "KeySynthesizerX11.h"
-#include "PasteboardX11.h"
-#include "TestEditor.h"
-#include "TextInserter.h"
-#include "WindowListX11.h"
-#include "WorkspaceX11.h"
+#include "desktop/ContextHarvester.h"
+#include "desktop/TextInserter.h"
+#include "desktop/atspi/AccessibilityProviderAtSpi.h"
+#include "desktop/x11/KeySynthesizerX11.h"
+#include "desktop/x11/PasteboardX11.h"
+#include "desktop/x11/WindowListX11.h"
+#include "desktop/x11/WorkspaceX11.h"
+#include "support/desktop/DesktopSession.h"
+#include "support/desktop/TestEditor.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

@@ -6,10 +6,12 @@
 //  - Memory: the engine's resident set with the recogniser loaded, against the same engine
 //    running its placeholder recogniser.
 //  - Formatting: the formatter on the calibration sentences, against splitting them into words.
-#include "EngineProcess.h"
-#include "EngineTestClient.h"
-#include "Formatter.h"
-#include "PocketSphinxRecognizer.h"
+#include "engine/asr/PocketSphinxRecognizer.h"
+#include "engine/format/Formatter.h"
+#include "support/engine/EngineProcess.h"
+#include "support/engine/EngineTestClient.h"
+
+#include "support/ProcessStatus.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -151,20 +153,6 @@ void BM_RecognitionBaselineSampleSum(benchmark::State &state)
 }
 BENCHMARK(BM_RecognitionBaselineSampleSum)->Iterations(12)->Unit(benchmark::kMicrosecond);
 
-long residentKiB(qint64 pid)
-{
-    QFile status(QString("/proc/%1/status").arg(pid));
-    if (!status.open(QIODevice::ReadOnly)) {
-        return 0;
-    }
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:")) {
-            return line.mid(6).trimmed().split(' ').first().toLong();
-        }
-    }
-    return 0;
-}
-
 void BM_EndToFinalLatency(benchmark::State &state)
 {
     test::EngineProcess engine;
@@ -205,11 +193,11 @@ void BM_EndToFinalLatency(benchmark::State &state)
     state.counters["p50_ms"] = percentile(latencies, 0.50);
     state.counters["p95_ms"] = percentile(latencies, 0.95);
     state.counters["engine_p50_ms"] = percentile(engineTotals, 0.50);
-    state.counters["rss_MiB"] = static_cast<double>(residentKiB(engine.pid())) / 1024.0;
+    state.counters["rss_MiB"] = static_cast<double>(test::residentKiB(engine.pid())) / 1024.0;
 
     test::EngineProcess placeholder;
     if (placeholder.start({"--asr", "mock", "--data-dir", workDir().filePath("data-mock")})) {
-        const double baseline = static_cast<double>(residentKiB(placeholder.pid())) / 1024.0;
+        const double baseline = static_cast<double>(test::residentKiB(placeholder.pid())) / 1024.0;
         state.counters["rss_mock_MiB"] = baseline;
         state.counters["rss_ratio"] = baseline > 0 ? state.counters["rss_MiB"] / baseline : 0.0;
     }

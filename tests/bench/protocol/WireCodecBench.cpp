@@ -1,7 +1,7 @@
 // Messages per second through the codec. The baseline is a plain copy of the same frame's
 // bytes into a string, measured in the same run, so the figures read as "times the cost of
 // touching the bytes once".
-#include "WireCodec.h"
+#include "protocol/WireCodec.h"
 
 #include <benchmark/benchmark.h>
 

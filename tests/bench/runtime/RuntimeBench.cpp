@@ -2,10 +2,10 @@
 // the parse), against the budget of 2% of one core at the settings window's 3-second
 // interval; and how often the main thread wakes while a supervised engine runs, against an
 // empty event loop.
-#include "EngineSupervisor.h"
-#include "FootprintSampler.h"
-#include "ProcessTable.h"
-#include "RuntimeSandbox.h"
+#include "runtime/EngineSupervisor.h"
+#include "runtime/FootprintSampler.h"
+#include "runtime/ProcessTable.h"
+#include "support/runtime/RuntimeSandbox.h"
 
 #include <QAbstractEventDispatcher>
 #include <QCoreApplication>

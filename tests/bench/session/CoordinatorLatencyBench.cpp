@@ -3,8 +3,8 @@
 // called, and from the trigger's release to "utterance.end" arriving at the engine (the
 // capture's flush included). Each is reported as p50/p99 over the iterations, next to a
 // loopback round trip of the same size measured in the same run as the baseline.
-#include "CoordinatorHarness.h"
-#include "WireCodec.h"
+#include "protocol/WireCodec.h"
+#include "support/session/CoordinatorHarness.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

@@ -1,6 +1,6 @@
 // Sayvo as a user runs it: the real application and its reference engine on a private X
 // desktop with a sound server, dictating into a GTK text field.
-#include "DictationDesk.h"
+#include "support/e2e/DictationDesk.h"
 
 #include <QDir>
 #include <QFile>

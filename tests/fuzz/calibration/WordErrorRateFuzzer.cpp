@@ -1,6 +1,6 @@
 // Scores arbitrary bytes (split at the first NUL into reference and transcript) and checks what
 // must hold for any pair of texts.
-#include "WordErrorRate.h"
+#include "calibration/WordErrorRate.h"
 
 #include <QString>
 

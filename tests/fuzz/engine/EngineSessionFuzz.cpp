@@ -1,10 +1,10 @@
 // Feeds a session arbitrary frames: the input is split at "\n--\n"; a piece starting with
 // 'B' is a binary frame (the rest), anything else a text frame. Every reply must be a
 // message the client can decode.
-#include "EngineSession.h"
-#include "LearningStore.h"
-#include "ReplayRecognizer.h"
-#include "WireCodec.h"
+#include "engine/asr/ReplayRecognizer.h"
+#include "engine/server/EngineSession.h"
+#include "engine/store/LearningStore.h"
+#include "protocol/WireCodec.h"
 
 #include <cstdlib>
 #include <string_view>

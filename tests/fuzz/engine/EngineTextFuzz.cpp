@@ -1,8 +1,8 @@
 // The text passes on arbitrary recogniser output and user edits: the formatter in every
 // domain, with the input's words as a personal dictionary, and the correction finder.
-#include "DomainDetector.h"
-#include "Formatter.h"
-#include "LearningStore.h"
+#include "engine/format/DomainDetector.h"
+#include "engine/format/Formatter.h"
+#include "engine/store/LearningStore.h"
 
 #include <sstream>
 #include <string>

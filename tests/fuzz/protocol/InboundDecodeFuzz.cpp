@@ -1,6 +1,6 @@
 // Feeds arbitrary bytes to the client's inbound decoder; whatever decodes must encode and
 // decode again to the same message.
-#include "WireCodec.h"
+#include "protocol/WireCodec.h"
 
 #include <cstddef>
 #include <cstdint>

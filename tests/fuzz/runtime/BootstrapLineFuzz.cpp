@@ -1,6 +1,6 @@
 // Feeds arbitrary output to the set-up line protocol: cut into lines, decoded, parsed.
-#include "BootstrapLine.h"
-#include "OutputLineReader.h"
+#include "runtime/BootstrapLine.h"
+#include "runtime/OutputLineReader.h"
 
 #include <cstdint>
 

@@ -1,6 +1,6 @@
 // Feeds arbitrary bytes to the process-listing parser as if ps had printed them; the first
 // four bytes choose the root.
-#include "ProcessTable.h"
+#include "runtime/ProcessTable.h"
 
 #include <cstdint>
 #include <cstring>

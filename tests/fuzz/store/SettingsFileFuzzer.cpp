@@ -2,11 +2,11 @@
 // and in the Settings window: both stores load, the Usage tab is formatted, the endpoint and
 // dictionary rules see the same bytes as typed text, and the file is written back and reset.
 // Repairing the file a second time must change nothing.
-#include "IniVariantScrubber.h"
-#include "PreferenceStoreQSettings.h"
-#include "SettingsStore.h"
-#include "UsagePresentation.h"
-#include "UsageStatsStore.h"
+#include "store/IniVariantScrubber.h"
+#include "store/PreferenceStoreQSettings.h"
+#include "store/SettingsStore.h"
+#include "store/UsagePresentation.h"
+#include "store/UsageStatsStore.h"
 
 #include <QDir>
 #include <QFile>

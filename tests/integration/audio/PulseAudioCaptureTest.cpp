@@ -1,7 +1,7 @@
-#include "AudioCapture.h"
-#include "AudioDevices.h"
-#include "AudioPlatform.h"
-#include "PulseAudioServer.h"
+#include "audio/AudioCapture.h"
+#include "audio/AudioDevices.h"
+#include "audio/AudioPlatform.h"
+#include "support/audio/pulse/PulseAudioServer.h"
 
 #include <QElapsedTimer>
 #include <QMutex>

@@ -1,7 +1,7 @@
-#include "AudioDeviceObserver.h"
-#include "AudioDevices.h"
-#include "AudioPlatform.h"
-#include "PulseAudioServer.h"
+#include "audio/AudioDeviceObserver.h"
+#include "audio/AudioDevices.h"
+#include "audio/AudioPlatform.h"
+#include "support/audio/pulse/PulseAudioServer.h"
 
 #include <QSignalSpy>
 #include <QTemporaryDir>

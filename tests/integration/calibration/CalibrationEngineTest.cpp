@@ -1,10 +1,10 @@
 // A whole calibration run through the window, the real coordinator and the reference engine:
 // thirteen lines read, one redone, the set submitted, and the engine's learning store checked
 // for the thirteen calibration corrections in order.
-#include "CalibrationController.h"
-#include "CalibrationWindow.h"
-#include "CoordinatorHarness.h"
-#include "EngineProcess.h"
+#include "calibration/CalibrationController.h"
+#include "support/engine/EngineProcess.h"
+#include "support/session/CoordinatorHarness.h"
+#include "ui/CalibrationWindow.h"
 
 #include <QFile>
 #include <QPushButton>

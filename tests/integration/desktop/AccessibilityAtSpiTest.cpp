@@ -1,11 +1,11 @@
-#include "AXHelpers.h"
-#include "AccessibilityProviderAtSpi.h"
-#include "DesktopSession.h"
-#include "KeySynthesizerX11.h"
-#include "PasteboardX11.h"
-#include "TestEditor.h"
-#include "TextInserter.h"
-#include "WorkspaceX11.h"
+#include "desktop/AXHelpers.h"
+#include "desktop/TextInserter.h"
+#include "desktop/atspi/AccessibilityProviderAtSpi.h"
+#include "desktop/x11/KeySynthesizerX11.h"
+#include "desktop/x11/PasteboardX11.h"
+#include "desktop/x11/WorkspaceX11.h"
+#include "support/desktop/DesktopSession.h"
+#include "support/desktop/TestEditor.h"
 
 #include <QElapsedTimer>
 #include <QTest>

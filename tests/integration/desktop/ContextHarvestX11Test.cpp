@@ -1,10 +1,10 @@
-#include "AccessibilityProviderAtSpi.h"
-#include "ContextHarvester.h"
-#include "DesktopSession.h"
-#include "PasteboardX11.h"
-#include "TestEditor.h"
-#include "WindowListX11.h"
-#include "WorkspaceX11.h"
+#include "desktop/ContextHarvester.h"
+#include "desktop/atspi/AccessibilityProviderAtSpi.h"
+#include "desktop/x11/PasteboardX11.h"
+#include "desktop/x11/WindowListX11.h"
+#include "desktop/x11/WorkspaceX11.h"
+#include "support/desktop/DesktopSession.h"
+#include "support/desktop/TestEditor.h"
 
 #include <QElapsedTimer>
 #include <QScopeGuard>

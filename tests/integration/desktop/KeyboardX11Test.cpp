@@ -1,7 +1,7 @@
-#include "DesktopSession.h"
-#include "HotkeyManager.h"
-#include "KeyboardEventSourceX11.h"
-#include "TestEditor.h"
+#include "desktop/HotkeyManager.h"
+#include "desktop/x11/KeyboardEventSourceX11.h"
+#include "support/desktop/DesktopSession.h"
+#include "support/desktop/TestEditor.h"
 
 #include <QTest>
 

@@ -1,11 +1,11 @@
-#include "AccessibilityProviderAtSpi.h"
-#include "DesktopServices.h"
-#include "DesktopSession.h"
-#include "KeySynthesizerX11.h"
-#include "PasteboardX11.h"
-#include "TestEditor.h"
-#include "TextInserter.h"
-#include "WorkspaceX11.h"
+#include "desktop/DesktopServices.h"
+#include "desktop/TextInserter.h"
+#include "desktop/atspi/AccessibilityProviderAtSpi.h"
+#include "desktop/x11/KeySynthesizerX11.h"
+#include "desktop/x11/PasteboardX11.h"
+#include "desktop/x11/WorkspaceX11.h"
+#include "support/desktop/DesktopSession.h"
+#include "support/desktop/TestEditor.h"
 
 #include <QScopeGuard>
 #include <QTest>

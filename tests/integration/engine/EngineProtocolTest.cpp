@@ -1,7 +1,7 @@
 // The engine as a client sees it: a real sayvo-engine process on loopback, spoken to over a
 // WebSocket with the shared codec.
-#include "EngineProcess.h"
-#include "EngineTestClient.h"
+#include "support/engine/EngineProcess.h"
+#include "support/engine/EngineTestClient.h"
 
 #include <QFile>
 #include <QProcess>

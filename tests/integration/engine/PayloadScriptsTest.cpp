@@ -1,7 +1,7 @@
 // The payload scripts as the client runs them: bootstrap into a temporary install root,
 // run_engine.sh from the runtime it built, and uninstall.sh with its refusals.
-#include "EngineProcess.h"
-#include "EngineTestClient.h"
+#include "support/engine/EngineProcess.h"
+#include "support/engine/EngineTestClient.h"
 
 #include <QDir>
 #include <QFile>

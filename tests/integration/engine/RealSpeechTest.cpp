@@ -1,7 +1,7 @@
 // Real recognition: sentences synthesised at test time with festival's US English voice,
 // streamed through the engine with PocketSphinx as a client would stream a microphone.
-#include "EngineProcess.h"
-#include "EngineTestClient.h"
+#include "support/engine/EngineProcess.h"
+#include "support/engine/EngineTestClient.h"
 
 #include <QFile>
 #include <QProcess>

@@ -1,6 +1,6 @@
 // The engine client against a real WebSocket server on loopback.
-#include "EngineClient.h"
-#include "TestEngine.h"
+#include "engineclient/EngineClient.h"
+#include "support/engine/TestEngine.h"
 
 #include <QElapsedTimer>
 #include <QSignalSpy>

@@ -1,4 +1,4 @@
-#include "ChildProcessQt.h"
+#include "runtime/ChildProcessQt.h"
 
 #include <QCoreApplication>
 #include <QFile>

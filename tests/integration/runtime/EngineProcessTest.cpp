@@ -1,4 +1,4 @@
-#include "RealSupervisorFixture.h"
+#include "integration/runtime/RealSupervisorFixture.h"
 
 #include <QFile>
 

@@ -1,4 +1,4 @@
-#include "FootprintSampler.h"
+#include "runtime/FootprintSampler.h"
 
 #include <QCoreApplication>
 #include <QProcess>

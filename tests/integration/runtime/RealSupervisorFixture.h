@@ -1,7 +1,7 @@
 #pragma once
 
-#include "EngineSupervisor.h"
-#include "RuntimeSandbox.h"
+#include "runtime/EngineSupervisor.h"
+#include "support/runtime/RuntimeSandbox.h"
 
 #include <QTcpServer>
 #include <QTest>

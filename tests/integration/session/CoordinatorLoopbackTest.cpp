@@ -1,5 +1,7 @@
 // Whole utterances through the real engine client and a WebSocket engine on loopback.
-#include "CoordinatorHarness.h"
+#include "support/session/CoordinatorHarness.h"
+
+#include "support/ProcessStatus.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -7,24 +9,10 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 using namespace sayvo;
 using sayvo::test::CoordinatorHarness;
 
 namespace {
-
-qint64 residentKb()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.rfind("VmRSS:", 0) == 0) {
-            return std::stoll(line.substr(6));
-        }
-    }
-    return -1;
-}
 
 // A recording made once and kept as a file, as a microphone would produce it.
 QByteArray recordedPcm(const QString &path)
@@ -140,13 +128,13 @@ TEST(CoordinatorLoopbackTest, TwoHundredUtterancesLeaveNoGrowthInMemory)
     h.engine.setRecording(false);
     h.synthesizer->onPaste = nullptr;
     QObject::disconnect(h.coordinator.get(), &SayvoCoordinator::stateChanged, nullptr, nullptr);
-    const qint64 before = residentKb();
+    const qint64 before = test::residentKiB();
     for (int i = 0; i < 200; ++i) {
         one();
     }
     h.pasteboard->log.clear();
     h.synthesizer->posted.clear();
-    const qint64 after = residentKb();
+    const qint64 after = test::residentKiB();
     std::cout << "[ RSS      ] before " << before << " kB, after 200 utterances " << after
               << " kB\n";
     EXPECT_EQ(h.usage->utterances(), 203);

@@ -1,9 +1,9 @@
-#include "PreferenceStoreQSettings.h"
-#include "SettingsFile.h"
-#include "SettingsStore.h"
-#include "StorePrinters.h"
-#include "UsagePresentation.h"
-#include "UsageStatsStore.h"
+#include "integration/store/SettingsFile.h"
+#include "store/PreferenceStoreQSettings.h"
+#include "store/SettingsStore.h"
+#include "store/UsagePresentation.h"
+#include "store/UsageStatsStore.h"
+#include "support/store/StorePrinters.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,9 +1,9 @@
-#include "InboundMessages.h"
-#include "PreferenceStoreQSettings.h"
-#include "SettingsFile.h"
-#include "SettingsStore.h"
-#include "StorePrinters.h"
-#include "UsageStatsStore.h"
+#include "integration/store/SettingsFile.h"
+#include "protocol/InboundMessages.h"
+#include "store/PreferenceStoreQSettings.h"
+#include "store/SettingsStore.h"
+#include "store/UsageStatsStore.h"
+#include "support/store/StorePrinters.h"
 
 #include <gtest/gtest.h>
 

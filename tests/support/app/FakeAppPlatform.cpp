@@ -1,11 +1,11 @@
-#include "FakeAppPlatform.h"
+#include "support/app/FakeAppPlatform.h"
 
-#include "FakeAccessibilityProvider.h"
-#include "FakeAudioHardware.h"
-#include "FakeKeySynthesizer.h"
-#include "FakePasteboard.h"
-#include "FakeWindowList.h"
-#include "FakeWorkspace.h"
+#include "support/audio/FakeAudioHardware.h"
+#include "support/desktop/FakeAccessibilityProvider.h"
+#include "support/desktop/FakeKeySynthesizer.h"
+#include "support/desktop/FakePasteboard.h"
+#include "support/desktop/FakeWindowList.h"
+#include "support/desktop/FakeWorkspace.h"
 
 namespace sayvo::test {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "AppDelegate.h"
-#include "FakeAudioInputEngine.h"
-#include "FakeChildProcess.h"
-#include "FakeKeyboardEventSource.h"
+#include "app/AppDelegate.h"
+#include "support/audio/FakeAudioInputEngine.h"
+#include "support/desktop/FakeKeyboardEventSource.h"
+#include "support/runtime/FakeChildProcess.h"
 
 #include <QStringList>
 

@@ -1,4 +1,4 @@
-#include "FakeAudioHardware.h"
+#include "support/audio/FakeAudioHardware.h"
 
 #include <algorithm>
 

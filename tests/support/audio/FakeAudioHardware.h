@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AudioHardware.h"
+#include "audio/AudioHardware.h"
 
 #include <map>
 #include <mutex>

@@ -1,4 +1,4 @@
-#include "FakeAudioInputEngine.h"
+#include "support/audio/FakeAudioInputEngine.h"
 
 #include <algorithm>
 

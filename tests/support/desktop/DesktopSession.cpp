@@ -1,4 +1,4 @@
-#include "DesktopSession.h"
+#include "support/desktop/DesktopSession.h"
 
 #include <QDeadlineTimer>
 #include <QFile>

@@ -1,4 +1,4 @@
-#include "FakeAccessibilityProvider.h"
+#include "support/desktop/FakeAccessibilityProvider.h"
 
 namespace sayvo::testing {
 

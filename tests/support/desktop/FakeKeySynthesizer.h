@@ -1,6 +1,6 @@
 #pragma once
 
-#include "KeySynthesizer.h"
+#include "desktop/KeySynthesizer.h"
 
 #include <functional>
 #include <vector>

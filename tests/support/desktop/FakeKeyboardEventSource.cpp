@@ -1,4 +1,4 @@
-#include "FakeKeyboardEventSource.h"
+#include "support/desktop/FakeKeyboardEventSource.h"
 
 namespace sayvo::testing {
 

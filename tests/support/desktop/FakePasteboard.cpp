@@ -1,4 +1,4 @@
-#include "FakePasteboard.h"
+#include "support/desktop/FakePasteboard.h"
 
 namespace sayvo::testing {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Pasteboard.h"
+#include "desktop/Pasteboard.h"
 
 #include <QStringList>
 

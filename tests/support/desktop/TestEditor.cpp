@@ -1,4 +1,4 @@
-#include "TestEditor.h"
+#include "support/desktop/TestEditor.h"
 
 #include <QDeadlineTimer>
 #include <QJsonArray>

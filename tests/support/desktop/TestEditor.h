@@ -1,6 +1,6 @@
 #pragma once
 
-#include "DesktopSession.h"
+#include "support/desktop/DesktopSession.h"
 
 #include <QJsonObject>
 #include <QString>

@@ -1,7 +1,7 @@
 // One complete dictation on a machine with no desktop: a private X server, window manager,
 // accessibility bus and sound server, a text editor with the focus, and Sayvo with its
 // engine. The trigger is held while a synthesised sentence plays into the microphone.
-#include "DictationDesk.h"
+#include "support/e2e/DictationDesk.h"
 
 #include <QCoreApplication>
 #include <QDir>

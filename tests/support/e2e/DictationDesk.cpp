@@ -1,4 +1,4 @@
-#include "DictationDesk.h"
+#include "support/e2e/DictationDesk.h"
 
 #include <QCryptographicHash>
 #include <QDir>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "DesktopSession.h"
-#include "PulseAudioServer.h"
-#include "TestEditor.h"
+#include "support/audio/pulse/PulseAudioServer.h"
+#include "support/desktop/DesktopSession.h"
+#include "support/desktop/TestEditor.h"
 
 #include <QProcess>
 #include <QRegularExpression>

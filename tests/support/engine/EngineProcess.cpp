@@ -1,4 +1,4 @@
-#include "EngineProcess.h"
+#include "support/engine/EngineProcess.h"
 
 #include <QDeadlineTimer>
 #include <QRegularExpression>

@@ -1,4 +1,4 @@
-#include "EngineTestClient.h"
+#include "support/engine/EngineTestClient.h"
 
 #include <QTest>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "WireCodec.h"
+#include "protocol/WireCodec.h"
 
 #include <QObject>
 #include <QString>

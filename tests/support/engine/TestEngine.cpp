@@ -1,6 +1,6 @@
-#include "TestEngine.h"
+#include "support/engine/TestEngine.h"
 
-#include "WireCodec.h"
+#include "protocol/WireCodec.h"
 
 #include <QHostAddress>
 #include <QWebSocket>

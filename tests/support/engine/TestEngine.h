@@ -1,6 +1,6 @@
 #pragma once
 
-#include "InboundMessages.h"
+#include "protocol/InboundMessages.h"
 
 #include <QByteArray>
 #include <QElapsedTimer>

@@ -1,4 +1,4 @@
-#include "FakeChildProcess.h"
+#include "support/runtime/FakeChildProcess.h"
 
 namespace sayvo::test {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ChildProcess.h"
+#include "runtime/ChildProcess.h"
 
 #include <QList>
 

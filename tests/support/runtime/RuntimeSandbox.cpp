@@ -1,4 +1,4 @@
-#include "RuntimeSandbox.h"
+#include "support/runtime/RuntimeSandbox.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RuntimeLocator.h"
+#include "runtime/RuntimeLocator.h"
 
 #include <QList>
 #include <QString>

@@ -1,6 +1,6 @@
-#include "CoordinatorHarness.h"
+#include "support/session/CoordinatorHarness.h"
 
-#include "WireCodec.h"
+#include "protocol/WireCodec.h"
 
 #include <QTest>
 
@@ -8,24 +8,9 @@
 
 namespace sayvo::test {
 
-namespace {
-QStringList g_log;
-QtMessageHandler g_previous = nullptr;
-
-void captureLog(QtMsgType type, const QMessageLogContext &context, const QString &message)
-{
-    g_log.append(message);
-    if (g_previous != nullptr) {
-        g_previous(type, context, message);
-    }
-}
-} // namespace
-
 CoordinatorHarness::CoordinatorHarness()
 {
     clock.start();
-    g_log.clear();
-    g_previous = qInstallMessageHandler(captureLog);
 
     engine.listen();
     engine.setOnText([this](const QByteArray &text, int) {
@@ -81,7 +66,6 @@ CoordinatorHarness::~CoordinatorHarness()
 {
     coordinator.reset();
     client.reset();
-    qInstallMessageHandler(g_previous);
 }
 
 bool CoordinatorHarness::startAndConnect()
@@ -133,7 +117,7 @@ std::vector<QByteArray> CoordinatorHarness::audioFramesReceived() const
 
 QStringList CoordinatorHarness::logLines() const
 {
-    return g_log;
+    return m_log.messages();
 }
 
 } // namespace sayvo::test

@@ -1,24 +1,25 @@
 #pragma once
 
-#include "AudioCapture.h"
-#include "ContextHarvester.h"
-#include "EngineClient.h"
-#include "FakeAccessibilityProvider.h"
-#include "FakeAudioHardware.h"
-#include "FakeAudioInputEngine.h"
-#include "FakeKeySynthesizer.h"
-#include "FakeKeyboardEventSource.h"
-#include "FakePasteboard.h"
-#include "FakePreferenceStore.h"
-#include "FakeWindowList.h"
-#include "FakeWorkspace.h"
-#include "HotkeyManager.h"
-#include "InProcessNotificationCenter.h"
-#include "SayvoCoordinator.h"
-#include "SettingsStore.h"
-#include "TestEngine.h"
-#include "TextInserter.h"
-#include "UsageStatsStore.h"
+#include "audio/AudioCapture.h"
+#include "desktop/ContextHarvester.h"
+#include "desktop/HotkeyManager.h"
+#include "desktop/TextInserter.h"
+#include "engineclient/EngineClient.h"
+#include "session/InProcessNotificationCenter.h"
+#include "session/SayvoCoordinator.h"
+#include "store/SettingsStore.h"
+#include "store/UsageStatsStore.h"
+#include "support/LogCapture.h"
+#include "support/audio/FakeAudioHardware.h"
+#include "support/audio/FakeAudioInputEngine.h"
+#include "support/desktop/FakeAccessibilityProvider.h"
+#include "support/desktop/FakeKeySynthesizer.h"
+#include "support/desktop/FakeKeyboardEventSource.h"
+#include "support/desktop/FakePasteboard.h"
+#include "support/desktop/FakeWindowList.h"
+#include "support/desktop/FakeWorkspace.h"
+#include "support/engine/TestEngine.h"
+#include "support/store/FakePreferenceStore.h"
 
 #include <QElapsedTimer>
 
@@ -32,6 +33,9 @@ namespace sayvo::test {
 // answers each "utterance.end" with a final built by `finalFor` (when set).
 class CoordinatorHarness
 {
+    // Declared first: it sees every line the others write and is removed after them.
+    LogCapture m_log;
+
 public:
     CoordinatorHarness();
     ~CoordinatorHarness();

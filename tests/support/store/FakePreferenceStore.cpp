@@ -1,4 +1,4 @@
-#include "FakePreferenceStore.h"
+#include "support/store/FakePreferenceStore.h"
 
 namespace sayvo {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "PreferenceStore.h"
+#include "store/PreferenceStore.h"
 
 #include <QMap>
 #include <QString>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "UsagePresentation.h"
+#include "store/UsagePresentation.h"
 
 #include <QString>
 #include <QStringList>

@@ -1,17 +1,17 @@
 // The launch sequence and wiring of the application, over fakes of every platform service,
 // the real engine client against the scripted test engine, and a supervisor whose children
 // are fakes.
-#include "AppDelegate.h"
-#include "AudioCapture.h"
-#include "EngineClient.h"
-#include "FakeAppPlatform.h"
-#include "FakePreferenceStore.h"
-#include "HotkeyManager.h"
-#include "MenuBarController.h"
-#include "RuntimeSandbox.h"
-#include "SayvoCoordinator.h"
-#include "SettingsStore.h"
-#include "TestEngine.h"
+#include "app/AppDelegate.h"
+#include "audio/AudioCapture.h"
+#include "desktop/HotkeyManager.h"
+#include "engineclient/EngineClient.h"
+#include "session/SayvoCoordinator.h"
+#include "store/SettingsStore.h"
+#include "support/app/FakeAppPlatform.h"
+#include "support/engine/TestEngine.h"
+#include "support/runtime/RuntimeSandbox.h"
+#include "support/store/FakePreferenceStore.h"
+#include "ui/MenuBarController.h"
 
 #include <QAction>
 #include <QApplication>

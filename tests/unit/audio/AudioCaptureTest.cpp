@@ -1,8 +1,8 @@
-#include "AudioCapture.h"
-#include "FakeAudioHardware.h"
-#include "FakeAudioInputEngine.h"
-#include "LogCapture.h"
-#include "PCMConverter.h"
+#include "audio/AudioCapture.h"
+#include "audio/PCMConverter.h"
+#include "support/LogCapture.h"
+#include "support/audio/FakeAudioHardware.h"
+#include "support/audio/FakeAudioInputEngine.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "AudioDeviceObserver.h"
-#include "FakeAudioHardware.h"
+#include "audio/AudioDeviceObserver.h"
+#include "support/audio/FakeAudioHardware.h"
 
 #include <QSignalSpy>
 #include <QTest>

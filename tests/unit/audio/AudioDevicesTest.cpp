@@ -1,5 +1,5 @@
-#include "AudioDevices.h"
-#include "FakeAudioHardware.h"
+#include "audio/AudioDevices.h"
+#include "support/audio/FakeAudioHardware.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "SerialQueue.h"
+#include "audio/SerialQueue.h"
 
 #include <gtest/gtest.h>
 

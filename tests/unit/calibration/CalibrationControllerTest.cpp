@@ -1,7 +1,7 @@
-#include "CalibrationController.h"
+#include "calibration/CalibrationController.h"
 
-#include "CoordinatorHarness.h"
-#include "WireCodec.h"
+#include "protocol/WireCodec.h"
+#include "support/session/CoordinatorHarness.h"
 
 #include <QSignalSpy>
 #include <QTest>

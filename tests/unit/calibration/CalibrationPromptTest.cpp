@@ -1,4 +1,4 @@
-#include "CalibrationPrompt.h"
+#include "calibration/CalibrationPrompt.h"
 
 #include <gtest/gtest.h>
 

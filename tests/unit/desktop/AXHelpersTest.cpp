@@ -1,5 +1,5 @@
-#include "AXHelpers.h"
-#include "FakeAccessibilityProvider.h"
+#include "desktop/AXHelpers.h"
+#include "support/desktop/FakeAccessibilityProvider.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
-#include "ContextHarvester.h"
-#include "FakeAccessibilityProvider.h"
-#include "FakePasteboard.h"
-#include "FakeWindowList.h"
-#include "FakeWorkspace.h"
+#include "desktop/ContextHarvester.h"
+#include "support/desktop/FakeAccessibilityProvider.h"
+#include "support/desktop/FakePasteboard.h"
+#include "support/desktop/FakeWindowList.h"
+#include "support/desktop/FakeWorkspace.h"
 
 #include <gtest/gtest.h>
 

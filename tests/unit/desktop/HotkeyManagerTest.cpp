@@ -1,5 +1,5 @@
-#include "HotkeyManager.h"
-#include "FakeKeyboardEventSource.h"
+#include "desktop/HotkeyManager.h"
+#include "support/desktop/FakeKeyboardEventSource.h"
 
 #include <QCoreApplication>
 #include <QTest>

@@ -1,8 +1,8 @@
-#include "TextInserter.h"
-#include "FakeAccessibilityProvider.h"
-#include "FakeKeySynthesizer.h"
-#include "FakePasteboard.h"
-#include "FakeWorkspace.h"
+#include "desktop/TextInserter.h"
+#include "support/desktop/FakeAccessibilityProvider.h"
+#include "support/desktop/FakeKeySynthesizer.h"
+#include "support/desktop/FakePasteboard.h"
+#include "support/desktop/FakeWorkspace.h"
 
 #include <QTest>
 

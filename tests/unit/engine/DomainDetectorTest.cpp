@@ -1,4 +1,4 @@
-#include "DomainDetector.h"
+#include "engine/format/DomainDetector.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
-#include "EngineSession.h"
+#include "engine/server/EngineSession.h"
 
-#include "LearningStore.h"
-#include "ReplayRecognizer.h"
-#include "WireCodec.h"
+#include "engine/asr/ReplayRecognizer.h"
+#include "engine/store/LearningStore.h"
+#include "protocol/WireCodec.h"
 
 #include <QTemporaryDir>
 

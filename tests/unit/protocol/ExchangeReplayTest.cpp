@@ -1,6 +1,6 @@
 // Replays the frames of one recorded utterance, in order, through the codec on both sides:
 // what the client writes, the engine can read, and what the engine answers, the client can.
-#include "WireCodec.h"
+#include "protocol/WireCodec.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "BootstrapLine.h"
+#include "runtime/BootstrapLine.h"
 
 #include <gtest/gtest.h>
 

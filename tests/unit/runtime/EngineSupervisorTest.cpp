@@ -1,4 +1,4 @@
-#include "SupervisorFixture.h"
+#include "unit/runtime/SupervisorFixture.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,4 +1,4 @@
-#include "OutputLineReader.h"
+#include "runtime/OutputLineReader.h"
 
 #include <QTest>
 #include <QThread>

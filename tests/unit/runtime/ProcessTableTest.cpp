@@ -1,4 +1,4 @@
-#include "ProcessTable.h"
+#include "runtime/ProcessTable.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "RuntimeLocator.h"
+#include "runtime/RuntimeLocator.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "EngineSupervisor.h"
-#include "FakeChildProcess.h"
-#include "RuntimeSandbox.h"
+#include "runtime/EngineSupervisor.h"
+#include "support/runtime/FakeChildProcess.h"
+#include "support/runtime/RuntimeSandbox.h"
 
 #include <QTest>
 

@@ -1,8 +1,5 @@
-#include "AppState.h"
-#include "EngineConnectionHealth.h"
-#include "Logging.h"
-
-#include <QtGlobal>
+#include "session/AppState.h"
+#include "session/EngineConnectionHealth.h"
 
 #include <gtest/gtest.h>
 
@@ -47,43 +44,4 @@ TEST(EngineConnectionHealthTest, MapsEveryConnectionState)
         EngineConnectionHealth::connected(true));
     EXPECT_EQ(EngineConnectionHealth::from(ConnectionState::connected(Backends {})),
         EngineConnectionHealth::connected(false));
-}
-
-namespace {
-
-struct Line
-{
-    QtMsgType type;
-    QString category;
-    QString message;
-};
-std::vector<Line> g_lines;
-
-void capture(QtMsgType type, const QMessageLogContext &context, const QString &message)
-{
-    g_lines.push_back({type, QString::fromUtf8(context.category), message});
-}
-
-} // namespace
-
-TEST(LoggingTest, WritesWholeMessagesAtTheirLevelsUnderTheAppCategory)
-{
-    g_lines.clear();
-    const QtMessageHandler previous = qInstallMessageHandler(capture);
-    Logging::shared().info(QStringLiteral("connected: server=1.0"));
-    Logging::shared().error(QStringLiteral("could not start mic capture: \"quoted\" text"));
-    Logging::shared().debug(QStringLiteral("debug line"));
-    qInstallMessageHandler(previous);
-
-    ASSERT_EQ(g_lines.size(), 3u);
-    EXPECT_EQ(g_lines[0].type, QtInfoMsg);
-    EXPECT_EQ(g_lines[0].message, "connected: server=1.0");
-    EXPECT_EQ(g_lines[1].type, QtCriticalMsg);
-    // The message goes out whole and unquoted.
-    EXPECT_EQ(g_lines[1].message, "could not start mic capture: \"quoted\" text");
-    EXPECT_EQ(g_lines[2].type, QtDebugMsg);
-    for (const Line &line : g_lines) {
-        EXPECT_EQ(line.category, "com.sayvoapp.shell.app");
-    }
-    EXPECT_EQ(&Logging::shared(), &Logging::shared());
 }

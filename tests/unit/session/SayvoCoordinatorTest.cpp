@@ -1,7 +1,7 @@
 // The coordinator's utterance lifecycle, context, domains, suggestions and feedback, with a
 // real engine client against the scripted test engine and fakes for everything local.
-#include "CoordinatorHarness.h"
-#include "WireCodec.h"
+#include "protocol/WireCodec.h"
+#include "support/session/CoordinatorHarness.h"
 
 #include <QSignalSpy>
 #include <QTest>

@@ -1,6 +1,6 @@
-#include "PreferenceValues.h"
-#include "FakePreferenceStore.h"
-#include "StorePrinters.h"
+#include "store/PreferenceValues.h"
+#include "support/store/FakePreferenceStore.h"
+#include "support/store/StorePrinters.h"
 
 #include <QRect>
 

@@ -1,7 +1,7 @@
-#include "SettingsStore.h"
-#include "FakePreferenceStore.h"
-#include "StorePrinters.h"
-#include "Subscribe.h"
+#include "store/SettingsStore.h"
+#include "store/Subscribe.h"
+#include "support/store/FakePreferenceStore.h"
+#include "support/store/StorePrinters.h"
 
 #include <QSignalSpy>
 

@@ -1,5 +1,5 @@
-#include "UsagePresentation.h"
-#include "StorePrinters.h"
+#include "store/UsagePresentation.h"
+#include "support/store/StorePrinters.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
-#include "UsageStatsStore.h"
-#include "FakePreferenceStore.h"
-#include "InboundMessages.h"
-#include "StorePrinters.h"
-#include "Subscribe.h"
-#include "UsagePresentation.h"
+#include "store/UsageStatsStore.h"
+#include "protocol/InboundMessages.h"
+#include "store/Subscribe.h"
+#include "store/UsagePresentation.h"
+#include "support/store/FakePreferenceStore.h"
+#include "support/store/StorePrinters.h"
 
 #include <QSignalSpy>
 

@@ -1,9 +1,9 @@
-#include "CalibrationWindow.h"
+#include "ui/CalibrationWindow.h"
 
-#include "CalibrationController.h"
-#include "CoordinatorHarness.h"
-#include "WindowShots.h"
-#include "WireCodec.h"
+#include "calibration/CalibrationController.h"
+#include "protocol/WireCodec.h"
+#include "support/session/CoordinatorHarness.h"
+#include "unit/ui/WindowShots.h"
 
 #include <QLabel>
 #include <QPushButton>

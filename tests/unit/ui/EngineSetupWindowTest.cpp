@@ -1,9 +1,9 @@
-#include "EngineSetupWindow.h"
+#include "ui/EngineSetupWindow.h"
 
-#include "EngineSupervisor.h"
-#include "FakeChildProcess.h"
-#include "RuntimeSandbox.h"
-#include "WindowShots.h"
+#include "runtime/EngineSupervisor.h"
+#include "support/runtime/FakeChildProcess.h"
+#include "support/runtime/RuntimeSandbox.h"
+#include "unit/ui/WindowShots.h"
 
 #include <QLabel>
 #include <QPlainTextEdit>

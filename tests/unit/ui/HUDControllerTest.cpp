@@ -1,7 +1,7 @@
-#include "HUDController.h"
-#include "CoordinatorHarness.h"
-#include "HUDView.h"
-#include "WaveformView.h"
+#include "ui/HUDController.h"
+#include "support/session/CoordinatorHarness.h"
+#include "ui/HUDView.h"
+#include "ui/WaveformView.h"
 
 #include <QDir>
 #include <QElapsedTimer>

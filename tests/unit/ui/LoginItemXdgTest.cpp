@@ -1,4 +1,4 @@
-#include "LoginItemXdg.h"
+#include "ui/linux/LoginItemXdg.h"
 
 #include <QFile>
 #include <QTemporaryDir>

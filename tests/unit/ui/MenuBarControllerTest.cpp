@@ -1,9 +1,9 @@
-#include "MenuBarController.h"
-#include "CoordinatorHarness.h"
-#include "EngineSupervisor.h"
-#include "FakeChildProcess.h"
-#include "RuntimeSandbox.h"
-#include "SymbolIcon.h"
+#include "ui/MenuBarController.h"
+#include "runtime/EngineSupervisor.h"
+#include "support/runtime/FakeChildProcess.h"
+#include "support/runtime/RuntimeSandbox.h"
+#include "support/session/CoordinatorHarness.h"
+#include "ui/SymbolIcon.h"
 
 #include <QAction>
 #include <QCheckBox>

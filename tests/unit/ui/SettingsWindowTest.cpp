@@ -1,12 +1,12 @@
-#include "SettingsWindow.h"
+#include "ui/SettingsWindow.h"
 
-#include "CoordinatorHarness.h"
-#include "DictionaryChipEditor.h"
-#include "FootprintSampler.h"
-#include "LoginItemXdg.h"
-#include "SettingsControls.h"
-#include "SymbolIcon.h"
-#include "WindowShots.h"
+#include "runtime/FootprintSampler.h"
+#include "support/session/CoordinatorHarness.h"
+#include "ui/DictionaryChipEditor.h"
+#include "ui/SettingsControls.h"
+#include "ui/SymbolIcon.h"
+#include "ui/linux/LoginItemXdg.h"
+#include "unit/ui/WindowShots.h"
 
 #include <QComboBox>
 #include <QLabel>

@@ -1,5 +1,5 @@
-#include "PreferenceStoreQSettings.h"
-#include "SettingsStore.h"
+#include "store/PreferenceStoreQSettings.h"
+#include "store/SettingsStore.h"
 
 #include <QDir>
 #include <QFile>

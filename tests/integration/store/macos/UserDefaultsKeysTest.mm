@@ -1,6 +1,6 @@
-#include "PreferenceStoreUserDefaults.h"
-#include "SettingsStore.h"
-#include "UsageStatsStore.h"
+#include "store/SettingsStore.h"
+#include "store/UsageStatsStore.h"
+#include "store/macos/PreferenceStoreUserDefaults.h"
 
 #import <Foundation/Foundation.h>
 

@@ -1,4 +1,4 @@
-#include "PulseAudioServer.h"
+#include "support/audio/pulse/PulseAudioServer.h"
 
 #include <QDeadlineTimer>
 #include <QDir>
