@@ -264,8 +264,6 @@ void AppDelegate::prepareWindow(QWidget *window, const QString &title, bool cent
     window->setWindowTitle(title);
     window->setAttribute(Qt::WA_DeleteOnClose, false);
     window->setWindowFlag(Qt::WindowMaximizeButtonHint, false);
-    window->adjustSize();
-    window->setFixedSize(window->size());
     if (m_mainMenu) {
         // Quit works from every window.
         window->addAction(m_mainMenu->actions().constFirst()->menu()->actions().constFirst());
@@ -311,7 +309,7 @@ void AppDelegate::showSetup()
 void AppDelegate::showCalibration()
 {
     if (!m_calibrationWindow) {
-        m_calibrationWindow = makeCalibrationWindow(*m_coordinator, *m_engineClient);
+        m_calibrationWindow = makeCalibrationWindow(*m_coordinator, *m_engineClient, *m_settings);
         prepareWindow(m_calibrationWindow.get(), QStringLiteral("Accuracy Calibration"), false);
     }
     bringToFront(m_calibrationWindow.get());

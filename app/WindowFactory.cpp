@@ -49,10 +49,10 @@ std::unique_ptr<QWidget> makeSetupWindow(EngineSupervisor &engineSupervisor)
 }
 
 std::unique_ptr<QWidget> makeCalibrationWindow(
-    SayvoCoordinator &coordinator, EngineClient &engineClient)
+    SayvoCoordinator &coordinator, EngineClient &engineClient, SettingsStore &settings)
 {
-    auto *controller
-        = new CalibrationController(coordinator, engineClient, CalibrationPrompt::readSlice());
+    auto *controller = new CalibrationController(
+        coordinator, engineClient, settings, CalibrationPrompt::readSlice());
     auto window = std::make_unique<CalibrationWindow>(*controller);
     // The controller lives exactly as long as its window, which the app keeps for good.
     controller->setParent(window.get());

@@ -23,6 +23,8 @@ public:
     explicit CalibrationWindow(CalibrationController &controller, QWidget *parent = nullptr);
 
     static constexpr int kContentWidth = 560;
+    static constexpr int kMinimumHeight = 560;
+    static constexpr int kPreferredHeight = 700;
 
 private:
     void refresh();
@@ -54,6 +56,9 @@ private:
     QWidget *m_submitBar = nullptr;
     QLabel *m_buffered = nullptr;
     QPushButton *m_submit = nullptr;
+    QWidget *m_sharingNotice = nullptr;
+    QLabel *m_sharingText = nullptr;
+    QPushButton *m_enableSharing = nullptr;
 
     QWidget *m_finished = nullptr;
     QPushButton *m_runAgain = nullptr;
