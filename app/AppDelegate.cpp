@@ -16,6 +16,7 @@
 #include "store/Subscribe.h"
 #include "store/UsageStatsStore.h"
 #include "ui/HUDController.h"
+#include "ui/LoginItem.h"
 #include "ui/MenuBarController.h"
 
 #include <QAction>
@@ -115,7 +116,8 @@ void AppDelegate::applicationDidFinishLaunching()
     };
     m_menuBarController = std::make_unique<MenuBarController>(*m_coordinator, *m_engineSupervisor,
         m_settings->hotkeyTrigger(), call(&AppDelegate::showSettings),
-        call(&AppDelegate::showSetup), call(&AppDelegate::showCalibration));
+        call(&AppDelegate::showSetup), call(&AppDelegate::showCalibration),
+        makeLoginItem(QCoreApplication::applicationFilePath()));
 
     // 8. Endpoint: the client moves first, then the supervisor; the current value comes at once.
     subscribe(m_settings.get(), &SettingsStore::endpointURL, &SettingsStore::endpointURLChanged,

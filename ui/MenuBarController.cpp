@@ -2,6 +2,8 @@
 
 #include "runtime/EngineSupervisor.h"
 #include "session/SayvoCoordinator.h"
+#include "ui/LoginItem.h"
+#include "ui/PlatformTexts.h"
 #include "ui/SymbolIcon.h"
 
 #include <QAction>
@@ -21,7 +23,7 @@ const QStringList MenuBarController::kDomains = {QStringLiteral("legal"), QStrin
 
 MenuBarController::MenuBarController(SayvoCoordinator &coordinator,
     EngineSupervisor &engineSupervisor, HotkeyTrigger trigger, Action openSettings,
-    Action openSetup, Action openCalibration, QObject *parent)
+    Action openSetup, Action openCalibration, std::unique_ptr<LoginItem> loginItem, QObject *parent)
     : QObject(parent),
       m_coordinator(coordinator),
       m_engineSupervisor(engineSupervisor),
@@ -29,14 +31,14 @@ MenuBarController::MenuBarController(SayvoCoordinator &coordinator,
       m_openSettings(std::move(openSettings)),
       m_openSetup(std::move(openSetup)),
       m_openCalibration(std::move(openCalibration)),
+      m_loginItem(std::move(loginItem)),
       m_menu(std::make_unique<QMenu>()),
       m_trayIcon(new QSystemTrayIcon(this))
 {
     m_trayIcon->setToolTip(QStringLiteral("Sayvo"));
     buildMenu();
-    if (m_trigger == HotkeyTrigger::menuBarToggle) {
-        m_trayIcon->setContextMenu(m_menu.get());
-    }
+    // The secondary click always opens the menu, whatever the primary click does.
+    m_trayIcon->setContextMenu(m_menu.get());
     connect(m_trayIcon, &QSystemTrayIcon::activated, this,
         [this](QSystemTrayIcon::ActivationReason reason) {
             if (reason == QSystemTrayIcon::Trigger) {
@@ -224,29 +226,31 @@ void MenuBarController::handleUninstall()
     alert.setIcon(QMessageBox::Warning);
     alert.setText(QStringLiteral("Uninstall Sayvo?"));
     QString informative
-        = QStringLiteral("This removes the app, its engine runtime (~3 GB under Application "
-                         "Support), the login LaunchAgent, and your "
-                         "saved preferences. The shared uv toolchain is left in place.");
+        = PlatformTexts::uninstallSummary(m_engineSupervisor.locator().installRoot());
     if (m_engineSupervisor.isDevRuntime()) {
-        informative += QString::fromUtf8(
-            "\n\nThis is a development build: your source checkout and its runtime are NOT "
-            "touched — only the built app, LaunchAgent and preferences.");
+        informative += PlatformTexts::uninstallDevelopmentNote();
     }
     alert.setInformativeText(informative);
-    auto *removeModels = new QCheckBox(
-        QStringLiteral("Also remove downloaded models (GEC + Whisper, in the Hugging Face cache)"));
-    alert.setCheckBox(removeModels);
+    QCheckBox *removeModels = nullptr;
+    if (const std::optional<QString> option = PlatformTexts::uninstallSharedModelsOption()) {
+        removeModels = new QCheckBox(*option);
+        alert.setCheckBox(removeModels);
+    }
     QPushButton *uninstall = alert.addButton(QStringLiteral("Uninstall"), QMessageBox::AcceptRole);
     alert.addButton(QStringLiteral("Cancel"), QMessageBox::RejectRole);
     alert.setDefaultButton(uninstall);
     alert.activateWindow();
     alert.raise();
-    emit uninstallAlertShown(&alert);
+    emit alertShown(&alert);
     alert.exec();
     if (alert.clickedButton() != uninstall) {
         return;
     }
-    if (m_engineSupervisor.performUninstall(removeModels->isChecked())) {
+    if (m_engineSupervisor.performUninstall(removeModels != nullptr && removeModels->isChecked())) {
+        // The entry Sayvo wrote would start a program that is about to be gone.
+        if (m_loginItem) {
+            m_loginItem->setEnabled(false);
+        }
         QCoreApplication::quit();
         return;
     }
@@ -254,7 +258,10 @@ void MenuBarController::handleUninstall()
     failure.setIcon(QMessageBox::Warning);
     failure.setText(QStringLiteral("Couldn't start the uninstaller"));
     failure.setInformativeText(
-        QStringLiteral("Run scripts/uninstall.sh manually from the source checkout."));
+        PlatformTexts::uninstallFailure({m_engineSupervisor.locator().uninstallScript(),
+            m_engineSupervisor.locator().installRoot(), m_engineSupervisor.applicationPath()}));
+    failure.setTextInteractionFlags(Qt::TextSelectableByMouse);
+    emit alertShown(&failure);
     failure.exec();
 }
 

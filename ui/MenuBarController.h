@@ -21,6 +21,7 @@ class QSystemTrayIcon;
 namespace sayvo {
 
 class EngineSupervisor;
+class LoginItem;
 class SayvoCoordinator;
 
 // The tray icon and its menu: an icon that says at a glance whether Sayvo is listening,
@@ -37,10 +38,11 @@ public:
     static const QStringList kDomains;
 
     // With the trigger `menuBarToggle`, a primary click on the icon starts and ends dictation
-    // and the menu opens on the secondary click; otherwise any click opens the menu.
+    // and the menu opens on the secondary click; otherwise any click opens the menu. The
+    // login item, when given, is removed once the uninstaller has started.
     MenuBarController(SayvoCoordinator &coordinator, EngineSupervisor &engineSupervisor,
         HotkeyTrigger trigger, Action openSettings, Action openSetup, Action openCalibration,
-        QObject *parent = nullptr);
+        std::unique_ptr<LoginItem> loginItem = nullptr, QObject *parent = nullptr);
     ~MenuBarController() override;
 
     QString statusTitle() const;
@@ -68,8 +70,9 @@ public:
     void handleActivation();
 
 signals:
-    // The uninstall alert is about to run modally (tests answer it from here).
-    void uninstallAlertShown(QMessageBox *alert);
+    // An alert (the uninstall question, or why it failed) is about to run modally; tests
+    // answer it from here.
+    void alertShown(QMessageBox *alert);
 
 private:
     void buildMenu();
@@ -81,6 +84,7 @@ private:
     Action m_openSettings;
     Action m_openSetup;
     Action m_openCalibration;
+    std::unique_ptr<LoginItem> m_loginItem;
 
     std::unique_ptr<QMenu> m_menu;
     QSystemTrayIcon *m_trayIcon = nullptr; // child

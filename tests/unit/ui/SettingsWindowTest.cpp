@@ -3,6 +3,7 @@
 #include "runtime/FootprintSampler.h"
 #include "support/session/CoordinatorHarness.h"
 #include "ui/DictionaryChipEditor.h"
+#include "ui/PlatformTexts.h"
 #include "ui/SettingsControls.h"
 #include "ui/SymbolIcon.h"
 #include "ui/linux/LoginItemXdg.h"
@@ -317,9 +318,7 @@ TEST_F(SettingsWindowTest, TheInsertionMethodsShowTheirDescriptionsAndAreStored)
     EXPECT_EQ(method->button(0)->text(), QStringLiteral("Paste (recommended)"));
     EXPECT_EQ(method->button(1)->text(), QStringLiteral("Accessibility (direct)"));
     const QStringList texts = visibleTexts(method);
-    EXPECT_TRUE(texts.contains(QString::fromUtf8(
-        "Copies the transcript to the clipboard and simulates \xE2\x8C\x98V. Works in nearly any "
-        "app, but briefly overwrites your clipboard.")));
+    EXPECT_TRUE(texts.contains(PlatformTexts::pasteDescription()));
     EXPECT_TRUE(texts.contains(QStringLiteral(
         "Inserts text directly via the Accessibility API, leaving your clipboard untouched. Falls "
         "back to paste if the target app doesn't support it.")));
@@ -415,6 +414,9 @@ TEST_F(SettingsWindowTest, BeforeTheFirstUtteranceUsageShowsOnlyTheEmptyTextAndT
     EXPECT_FALSE(child<SettingsStatCard>(*window, "usageCard")->isVisible());
     EXPECT_FALSE(child<QPushButton>(*window, "resetStatistics")->isVisible());
     EXPECT_TRUE(child<SettingsStatCard>(*window, "footprintCard")->isVisible());
+    EXPECT_TRUE(child<QLabel>(*window, "footprintNote")->isVisible());
+    EXPECT_EQ(child<QLabel>(*window, "footprintNote")->text(), PlatformTexts::footprintNote());
+    EXPECT_FALSE(child<QLabel>(*window, "usageNote")->isVisible());
 }
 
 TEST_F(SettingsWindowTest, UsageShowsTheFiguresAndResetReturnsToTheEmptyState)
@@ -433,6 +435,8 @@ TEST_F(SettingsWindowTest, UsageShowsTheFiguresAndResetReturnsToTheEmptyState)
             "Total speaking time=<1 min", "Average speaking rate=150 wpm", "Filler word rate=8%",
             "ASR speed=5.0x realtime", "Pipeline speed=3.3x realtime"}));
     EXPECT_FALSE(child<QLabel>(*window, "usageEmpty")->isVisible());
+    EXPECT_TRUE(child<QLabel>(*window, "usageNote")->isVisible());
+    EXPECT_EQ(child<QLabel>(*window, "usageNote")->text(), PlatformTexts::usageNote());
     QTest::mouseClick(child<QPushButton>(*window, "resetStatistics"), Qt::LeftButton);
     EXPECT_EQ(h.usage->utterances(), 0);
     EXPECT_TRUE(child<QLabel>(*window, "usageEmpty")->isVisible());
@@ -486,11 +490,7 @@ TEST_F(SettingsWindowTest, ThePrivacySwitchSetsFeedbackWithItsCaption)
     open(SettingsTab::privacy);
     auto *toggle = child<SettingsSwitch>(*window, "feedbackSwitch");
     EXPECT_EQ(toggle->text(), QStringLiteral("Share post-edit corrections (opt-in, A5)"));
-    EXPECT_TRUE(visibleTexts(page()).contains(QString::fromUtf8(
-        "Records what you actually kept after editing \xE2\x80\x94 and the results of any accuracy "
-        "calibration \xE2\x80\x94 so repeated misrecognitions can be suggested as dictionary "
-        "entries. Text only: your audio is never stored. Stays on this Mac, off by default, and "
-        "nothing is added to your dictionary without you accepting it.")));
+    EXPECT_TRUE(visibleTexts(page()).contains(PlatformTexts::privacyCaption()));
     QTest::mouseClick(toggle, Qt::LeftButton);
     EXPECT_TRUE(h.settings->feedbackEnabled());
     QTest::mouseClick(toggle, Qt::LeftButton);
