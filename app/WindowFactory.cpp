@@ -12,34 +12,12 @@
 
 namespace sayvo {
 
-namespace {
-
-Permissions::Kind kindOf(Permission permission)
-{
-    switch (permission) {
-    case Permission::microphone:
-        return Permissions::Kind::microphone;
-    case Permission::accessibility:
-        return Permissions::Kind::accessibility;
-    case Permission::inputMonitoring:
-        return Permissions::Kind::inputMonitoring;
-    }
-    return Permissions::Kind::microphone;
-}
-
-} // namespace
-
 std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
     SayvoCoordinator &coordinator, EngineSupervisor &, Permissions &permissions)
 {
     return std::make_unique<SettingsWindow>(
-        settings, usageStats, coordinator,
-        [&permissions] {
-            return PermissionSnapshot {permissions.isGranted(Permissions::Kind::microphone),
-                permissions.isGranted(Permissions::Kind::accessibility),
-                permissions.isGranted(Permissions::Kind::inputMonitoring)};
-        },
-        [&permissions](Permission permission) { permissions.openSettings(kindOf(permission)); },
+        settings, usageStats, coordinator, [&permissions] { return permissions.snapshot(); },
+        [&permissions](Permission permission) { permissions.openSettings(permission); },
         makeLoginItem(QCoreApplication::applicationFilePath()));
 }
 

@@ -334,6 +334,9 @@ QWidget *SettingsWindow::buildGeneral()
         m_language->addItem(choice.label);
     }
     language->addWidget(m_language);
+    if (const std::optional<QString> note = languageNote()) {
+        language->addCaption(*note)->setObjectName(QStringLiteral("languageNote"));
+    }
     page.layout->addWidget(language);
     connect(m_language, &QComboBox::activated, this, [this](int index) {
         const auto &choices = languageChoices();
@@ -421,13 +424,21 @@ void SettingsWindow::chooseDevice(int index)
 void SettingsWindow::refreshLanguage()
 {
     const auto &choices = languageChoices();
+    const QSignalBlocker blocker(m_language);
+    // A language stored earlier that this engine does not offer is shown as it is, never as
+    // another choice.
+    while (m_language->count() > static_cast<int>(choices.size())) {
+        m_language->removeItem(m_language->count() - 1);
+    }
     for (std::size_t i = 0; i < choices.size(); ++i) {
         if (choices[i].value == m_settings.language()) {
-            const QSignalBlocker blocker(m_language);
             m_language->setCurrentIndex(static_cast<int>(i));
             return;
         }
     }
+    m_language->addItem(QStringLiteral("%1 (not offered by this engine)")
+                            .arg(m_settings.language().value_or(QString())));
+    m_language->setCurrentIndex(m_language->count() - 1);
 }
 
 void SettingsWindow::applyLaunchAtLogin(bool enabled)
@@ -452,9 +463,18 @@ QWidget *SettingsWindow::buildTrigger()
     connect(m_hotkey, &SettingsRadioList::selected, this, [this](int index) {
         m_settings.setHotkeyTrigger(kAllHotkeyTriggers[static_cast<std::size_t>(index)]);
     });
+    // The key is watched from start-up on; a new choice waits for the next start, and says so.
+    m_triggerNote = hotkey->addCaption({});
+    m_triggerNote->setObjectName(QStringLiteral("triggerRestartNote"));
     subscribe(&m_settings, &SettingsStore::hotkeyTrigger, &SettingsStore::hotkeyTriggerChanged,
         this, [this](HotkeyTrigger trigger) {
             m_hotkey->setSelectedIndex(indexOf(kAllHotkeyTriggers, trigger));
+            const HotkeyTrigger active = m_coordinator.activeTrigger();
+            m_triggerNote->setText(
+                QStringLiteral("Takes effect the next time Sayvo starts. Until then the trigger "
+                               "stays %1.")
+                    .arg(displayName(active)));
+            m_triggerNote->setVisible(trigger != active);
         });
 
     auto *mode = new SettingsFieldGroup(QStringLiteral("Mode"), page.content);
@@ -462,7 +482,8 @@ QWidget *SettingsWindow::buildTrigger()
     m_mode->setObjectName(QStringLiteral("modeChoice"));
     mode->addWidget(m_mode);
     mode->addCaption(QStringLiteral("Hold to talk: dictation runs while the key is held down. "
-                                    "Toggle: press once to start and once more to stop."));
+                                    "Toggle: press once to start and once more to stop. A new "
+                                    "mode applies from the next press."));
     page.layout->addWidget(mode);
     connect(m_mode, &SettingsSegmentedControl::selected, this, [this](int index) {
         m_settings.setTriggerMode(kAllTriggerModes[static_cast<std::size_t>(index)]);

@@ -184,6 +184,11 @@ void SayvoCoordinator::reconnectClient()
     m_engineClient.connect();
 }
 
+HotkeyTrigger SayvoCoordinator::activeTrigger() const
+{
+    return m_hotkeyManager.trigger();
+}
+
 bool SayvoCoordinator::inputReady() const
 {
     return m_audioCapture.isPrepared() && m_hotkeyManager.isInstalled();

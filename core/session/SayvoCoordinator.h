@@ -8,6 +8,7 @@
 #include "session/EngineConnectionHealth.h"
 #include "session/NotificationCenter.h"
 #include "session/OutboundQueue.h"
+#include "store/HotkeyTrigger.h"
 
 #include <QObject>
 #include <QString>
@@ -81,6 +82,8 @@ public:
 
     // The microphone is prepared and the trigger key is watched.
     bool inputReady() const;
+    // The key watched now: the one chosen when Sayvo started.
+    HotkeyTrigger activeTrigger() const;
     // Prepares whatever of the two is missing; returns the new inputReady().
     bool retryInputSetupIfNeeded();
 

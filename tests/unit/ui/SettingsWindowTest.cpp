@@ -241,23 +241,42 @@ TEST_F(SettingsWindowTest, AnUnpluggedChosenDeviceStaysChosen)
     EXPECT_EQ(h.settings->inputDeviceUID(), QStringLiteral("usb-gone"));
 }
 
-TEST_F(SettingsWindowTest, TheLanguageChoiceSetsTheLanguageOrLeavesItToTheEngine)
+TEST_F(SettingsWindowTest, TheLanguageChoiceOffersWhatTheEngineRecognisesAndSaysSo)
 {
     show();
     auto *language = child<QComboBox>(*window, "languageChoice");
-    ASSERT_EQ(language->count(), 3);
+    const auto &choices = languageChoices();
+    ASSERT_EQ(language->count(), static_cast<int>(choices.size()));
     EXPECT_EQ(language->itemText(0), QStringLiteral("Engine default"));
-    EXPECT_EQ(language->itemText(1), QStringLiteral("English"));
-    EXPECT_EQ(language->itemText(2), QStringLiteral("Hindi"));
+    for (std::size_t i = 0; i < choices.size(); ++i) {
+        EXPECT_EQ(language->itemText(static_cast<int>(i)), choices[i].label);
+    }
+    auto *note = child<QLabel>(*window, "languageNote");
+    ASSERT_EQ(note != nullptr, languageNote().has_value());
+    if (note != nullptr) {
+        EXPECT_EQ(note->text(), *languageNote());
+        EXPECT_TRUE(note->isVisible());
+    }
     language->setFocus();
-    QTest::keyClick(language, Qt::Key_Down);
-    QTest::keyClick(language, Qt::Key_Down);
-    EXPECT_EQ(h.settings->language(), QStringLiteral("hi"));
+    QTest::keyClick(language, Qt::Key_End);
+    EXPECT_EQ(h.settings->language(), choices.back().value);
     QTest::keyClick(language, Qt::Key_Home);
     EXPECT_FALSE(h.settings->language().has_value());
     EXPECT_FALSE(h.preferences.value(SettingsStore::kLanguageKey).has_value());
     h.settings->setLanguage(QStringLiteral("en"));
     EXPECT_EQ(language->currentIndex(), 1);
+}
+
+TEST_F(SettingsWindowTest, AStoredLanguageTheEngineLacksIsShownAsItIs)
+{
+    h.settings->setLanguage(QStringLiteral("xx"));
+    show();
+    auto *language = child<QComboBox>(*window, "languageChoice");
+    EXPECT_EQ(language->currentText(), QStringLiteral("xx (not offered by this engine)"));
+    EXPECT_EQ(h.settings->language(), QStringLiteral("xx"));
+    h.settings->setLanguage(QStringLiteral("en"));
+    EXPECT_EQ(language->count(), static_cast<int>(languageChoices().size()));
+    EXPECT_EQ(language->currentText(), QStringLiteral("English"));
 }
 
 TEST_F(SettingsWindowTest, LaunchAtLoginWritesAndRemovesTheAutostartEntry)
@@ -299,13 +318,32 @@ TEST_F(SettingsWindowTest, TriggerAndModeChoicesAreStoredAtOnce)
         EXPECT_EQ(hotkey->button(i)->text(), displayName(kAllHotkeyTriggers[i]));
     }
     EXPECT_TRUE(hotkey->button(0)->isChecked());
+    // Sayvo started watching F5; another stored choice waits for the next start, and says so.
+    ASSERT_EQ(h.coordinator->activeTrigger(), HotkeyTrigger::f5);
+    auto *note = child<QLabel>(*window, "triggerRestartNote");
+    EXPECT_TRUE(note->isVisible());
+    EXPECT_EQ(note->text(),
+        QStringLiteral(
+            "Takes effect the next time Sayvo starts. Until then the trigger stays F5."));
     clickRadio(hotkey->button(1));
     EXPECT_EQ(h.settings->hotkeyTrigger(), HotkeyTrigger::f5);
+    EXPECT_FALSE(note->isVisible());
+    clickRadio(hotkey->button(2));
+    EXPECT_TRUE(note->isVisible());
+    clickRadio(hotkey->button(1));
     auto *mode = child<SettingsSegmentedControl>(*window, "modeChoice");
     EXPECT_EQ(mode->button(0)->text(), QStringLiteral("Hold to talk"));
     EXPECT_EQ(mode->button(1)->text(), QStringLiteral("Toggle"));
     QTest::mouseClick(mode->button(1), Qt::LeftButton);
     EXPECT_EQ(h.settings->triggerMode(), TriggerMode::toggle);
+    // The new mode applies from the next press, without a restart.
+    ASSERT_TRUE(h.startAndConnect());
+    h.answerNothing();
+    h.coordinator->handleTriggerDown();
+    h.coordinator->handleTriggerUp();
+    EXPECT_TRUE(h.coordinator->state().is<AppState::Listening>()) << "a toggle keeps listening";
+    h.coordinator->handleTriggerDown();
+    EXPECT_TRUE(h.coordinator->state().is<AppState::Processing>());
     h.settings->setHotkeyTrigger(HotkeyTrigger::menuBarToggle);
     EXPECT_TRUE(hotkey->button(3)->isChecked());
 }
