@@ -1,8 +1,9 @@
-# Test helpers: sayvo_test(name SOURCES ... LIBS ... [LABELS ...] [TIMEOUT s] [SERIAL])
+# Test helpers: sayvo_test(name SOURCES ... LIBS ... [LABELS ...] [TIMEOUT s] [SERIAL] [GUI]
+# [ENVIRONMENT VAR=value])
 # builds a GoogleTest executable with Sayvo's test main (which owns the Qt application
 # object) and registers each of its test cases with CTest under "<name>.<Suite>.<Case>".
 function(sayvo_test name)
-  cmake_parse_arguments(ARG "SERIAL;GUI" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "SERIAL;GUI" "TIMEOUT" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   if(ARG_GUI)
     target_link_libraries(${name} PRIVATE sayvo_test_main_gui)
@@ -17,6 +18,9 @@ function(sayvo_test name)
   set(props TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
   if(ARG_SERIAL)
     list(APPEND props RUN_SERIAL TRUE)
+  endif()
+  if(ARG_ENVIRONMENT)
+    list(APPEND props ENVIRONMENT "${ARG_ENVIRONMENT}")
   endif()
   gtest_discover_tests(${name}
     TEST_PREFIX "${name}."

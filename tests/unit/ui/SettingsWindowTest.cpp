@@ -506,6 +506,25 @@ TEST_F(SettingsWindowTest, TheSamplerRunsOnlyWhileTheWindowIsShown)
     EXPECT_EQ(samplersMade, 2);
 }
 
+TEST_F(SettingsWindowTest, TheFootprintIsSampledTheMomentTheWindowAppears)
+{
+    // An hour between samples: only the sample taken on showing can fill the card in time.
+    window = std::make_unique<SettingsWindow>(
+        *h.settings, *h.usage, *h.coordinator, [this] { return permissions; }, [](Permission) {},
+        nullptr,
+        [] {
+            return std::make_unique<FootprintSampler>(
+                getpid(), 3600.0, std::make_shared<FixedGpu>());
+        });
+    show();
+    open(SettingsTab::usage);
+    auto *card = child<SettingsStatCard>(*window, "footprintCard");
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return card->rows()[3]->value() != QStringLiteral("\u2014"); }, 20000));
+    EXPECT_GE(card->rows()[3]->value().toInt(), 1);
+    EXPECT_EQ(card->rows()[2]->value(), QStringLiteral("42%"));
+}
+
 TEST(SettingsFootprintFormatTest, MemoryIsShownInMegabytesBelowATenthOfAGigabyte)
 {
     EXPECT_EQ(SettingsWindow::formatResidentMemory(50ull * 1048576), QStringLiteral("50 MB"));
