@@ -1,20 +1,27 @@
 #include "ui/MenuBarController.h"
 
+#include "base/Logging.h"
 #include "runtime/EngineSupervisor.h"
 #include "session/SayvoCoordinator.h"
 #include "ui/LoginItem.h"
 #include "ui/PlatformTexts.h"
 #include "ui/SymbolIcon.h"
+#include "ui/WindowStyle.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
 #include <QFileInfo>
+#include <QGuiApplication>
+#include <QImage>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPalette>
 #include <QPushButton>
+#include <QScreen>
 #include <QSystemTrayIcon>
+
+#include <algorithm>
 
 namespace sayvo {
 
@@ -61,6 +68,66 @@ MenuBarController::MenuBarController(SayvoCoordinator &coordinator,
         });
     refresh();
     m_trayIcon->show();
+    // The tray gives the icon its place a moment after it is shown; the panel is read then.
+    m_panelProbe.setInterval(kPanelProbeIntervalMs);
+    connect(&m_panelProbe, &QTimer::timeout, this, &MenuBarController::samplePanel);
+    m_panelProbe.start();
+    connect(m_menu.get(), &QMenu::aboutToShow, this,
+        [] { Logging::shared().debug(QStringLiteral("tray menu opened")); });
+}
+
+QColor MenuBarController::inkFor(const std::optional<QColor> &panel)
+{
+    const QColor light(0xf2, 0xf2, 0xf2);
+    const QColor dark(0x1d, 0x1d, 0x1f);
+    if (!panel) {
+        return light;
+    }
+    return WindowStyle::contrastRatio(light, *panel) >= WindowStyle::contrastRatio(dark, *panel)
+        ? light
+        : dark;
+}
+
+std::optional<QColor> MenuBarController::panelColourAround(const QImage &iconArea)
+{
+    if (iconArea.width() < 2 || iconArea.height() < 2) {
+        return std::nullopt;
+    }
+    const int right = iconArea.width() - 1;
+    const int bottom = iconArea.height() - 1;
+    QList<QColor> corners {iconArea.pixelColor(0, 0), iconArea.pixelColor(right, 0),
+        iconArea.pixelColor(0, bottom), iconArea.pixelColor(right, bottom)};
+    // The middle two by lightness: one corner touched by the icon does not decide.
+    std::sort(corners.begin(), corners.end(),
+        [](const QColor &a, const QColor &b) { return a.lightnessF() < b.lightnessF(); });
+    const QColor a = corners[1];
+    const QColor b = corners[2];
+    return QColor((a.red() + b.red()) / 2, (a.green() + b.green()) / 2, (a.blue() + b.blue()) / 2);
+}
+
+void MenuBarController::samplePanel()
+{
+    const QRect place = m_trayIcon->geometry();
+    QScreen *screen = place.isValid() ? QGuiApplication::screenAt(place.center()) : nullptr;
+    if (screen == nullptr) {
+        if (++m_panelProbes >= kPanelProbeAttempts) {
+            m_panelProbe.stop();
+        }
+        return;
+    }
+    m_panelProbe.stop();
+    const QRect onScreen = place.translated(-screen->geometry().topLeft());
+    m_panelColour = panelColourAround(
+        screen->grabWindow(0, onScreen.x(), onScreen.y(), onScreen.width(), onScreen.height())
+            .toImage());
+    Logging::shared().debug(
+        QStringLiteral("tray panel colour: %1 at %2,%3 %4x%5")
+            .arg(m_panelColour ? m_panelColour->name() : QStringLiteral("unknown"))
+            .arg(place.x())
+            .arg(place.y())
+            .arg(place.width())
+            .arg(place.height()));
+    refresh();
 }
 
 MenuBarController::~MenuBarController() = default;
@@ -165,8 +232,10 @@ QString MenuBarController::statusTitle(
 void MenuBarController::refresh()
 {
     m_iconSymbol = iconSymbol(m_coordinator.state(), m_connectionHealth, m_engineState);
-    m_trayIcon->setIcon(
-        SymbolIcon::icon(m_iconSymbol, QApplication::palette().color(QPalette::WindowText)));
+    // The panel, not the windows' palette, decides: a dark panel under a light window theme
+    // is the common case.
+    m_ink = inkFor(m_panelColour);
+    m_trayIcon->setIcon(SymbolIcon::icon(m_iconSymbol, m_ink));
     m_statusMenuItem->setText(statusTitle());
 }
 

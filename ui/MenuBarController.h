@@ -5,15 +5,20 @@
 #include "session/EngineConnectionHealth.h"
 #include "store/HotkeyTrigger.h"
 
+#include <QColor>
 #include <QObject>
 #include <QPointer>
 #include <QString>
 #include <QStringList>
+#include <QTimer>
+
+#include <optional>
 
 #include <functional>
 #include <memory>
 
 class QAction;
+class QImage;
 class QMenu;
 class QMessageBox;
 class QSystemTrayIcon;
@@ -36,6 +41,8 @@ public:
 
     // The pinnable domains, in menu order.
     static const QStringList kDomains;
+    static constexpr int kPanelProbeIntervalMs = 500;
+    static constexpr int kPanelProbeAttempts = 20;
 
     // With the trigger `menuBarToggle`, a primary click on the icon starts and ends dictation
     // and the menu opens on the secondary click; otherwise any click opens the menu. The
@@ -53,6 +60,14 @@ public:
     static QString iconSymbol(const AppState &state, const EngineConnectionHealth &health,
         const EngineState &engineState);
     QString currentIconSymbol() const { return m_iconSymbol; }
+    // The colour the icon is drawn in: light on a dark panel, dark on a light one.
+    QColor currentInk() const { return m_ink; }
+    // The ink for a panel of this colour; without one known, the light ink of the dark panels
+    // most desktops have (GNOME's top bar, KDE's default panel, tiling bars).
+    static QColor inkFor(const std::optional<QColor> &panel);
+    // The panel's colour around an icon, from the pixels at the corners of its place on
+    // screen, where the icon itself does not draw.
+    static std::optional<QColor> panelColourAround(const QImage &iconArea);
 
     QMenu *menu() const { return m_menu.get(); }
     QSystemTrayIcon *trayIcon() const { return m_trayIcon; }
@@ -77,6 +92,8 @@ signals:
 private:
     void buildMenu();
     void refresh();
+    // Reads the panel's colour once the tray has given the icon its place.
+    void samplePanel();
 
     SayvoCoordinator &m_coordinator;
     EngineSupervisor &m_engineSupervisor;
@@ -92,6 +109,10 @@ private:
     EngineState m_engineState = engine_state::Idle {};
     EngineConnectionHealth m_connectionHealth;
     QString m_iconSymbol;
+    QColor m_ink;
+    std::optional<QColor> m_panelColour;
+    QTimer m_panelProbe;
+    int m_panelProbes = 0;
 };
 
 } // namespace sayvo

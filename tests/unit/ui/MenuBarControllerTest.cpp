@@ -4,6 +4,7 @@
 #include "support/runtime/RuntimeSandbox.h"
 #include "support/session/CoordinatorHarness.h"
 #include "ui/SymbolIcon.h"
+#include "ui/WindowStyle.h"
 #include "ui/linux/LoginItemXdg.h"
 
 #include <QAction>
@@ -149,6 +150,29 @@ TEST(MenuBarIconTest, EveryIconHasItsSymbol)
     }
 }
 
+TEST(MenuBarInkTest, TheInkContrastsWithThePanel)
+{
+    for (const QColor &panel : {QColor(0x20, 0x21, 0x24), QColor(0x30, 0x30, 0x60),
+             QColor(0xf0, 0xf0, 0xf0), QColor(0xdd, 0xdd, 0xaa)}) {
+        EXPECT_GE(WindowStyle::contrastRatio(MenuBarController::inkFor(panel), panel), 7.0)
+            << panel.name().toStdString();
+    }
+    EXPECT_GT(MenuBarController::inkFor(std::nullopt).lightnessF(), 0.9)
+        << "unknown panels are taken to be dark, as most are";
+}
+
+TEST(MenuBarInkTest, ThePanelColourComesFromTheCornersTheIconLeavesFree)
+{
+    QImage area(QSize(22, 22), QImage::Format_RGB32);
+    area.fill(QColor(0x20, 0x21, 0x24));
+    QPainter painter(&area);
+    painter.fillRect(QRect(8, 3, 6, 16), Qt::white); // the glyph
+    painter.fillRect(QRect(18, 18, 4, 4), Qt::white); // and one corner it reaches
+    painter.end();
+    EXPECT_EQ(MenuBarController::panelColourAround(area), QColor(0x20, 0x21, 0x24));
+    EXPECT_FALSE(MenuBarController::panelColourAround(QImage()).has_value());
+}
+
 TEST(MenuBarStatusTest, TheStatusLineForEveryCase)
 {
     const Health offline = Health::offline();
@@ -188,6 +212,8 @@ TEST_F(MenuBarTest, TheMenuHasEveryItemInOrder)
     EXPECT_EQ(item("Quit")->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Q));
     EXPECT_EQ(controller->currentIconSymbol(), "mic");
     EXPECT_EQ(controller->trayIcon()->toolTip(), "Sayvo");
+    EXPECT_EQ(controller->currentInk(), MenuBarController::inkFor(std::nullopt))
+        << "the windows' palette does not decide the tray's ink";
 }
 
 TEST_F(MenuBarTest, WithTheUninstallScriptTheMenuOffersUninstall)
