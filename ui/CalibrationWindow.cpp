@@ -4,6 +4,7 @@
 #include "ui/SymbolIcon.h"
 #include "ui/WindowStyle.h"
 
+#include <QApplication>
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -114,7 +115,7 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
     m_done = button(QStringLiteral("&Done"), this, "done");
     m_done->setDefault(true);
     m_cancel = button(QStringLiteral("Cancel"), this, "cancel");
-    m_cancel->setShortcut(QKeySequence(Qt::Key_Escape));
+    WindowStyle::markAsEscape(m_cancel);
     m_transcribing = label(QStringLiteral("Transcribing\u2026"), this, "transcribingLabel");
     controls->addWidget(m_startReading);
     controls->addWidget(m_readingHint, 1);
@@ -266,6 +267,7 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
     }
     resize(width(), height);
     refreshResults();
+    WindowStyle::installDialogKeys(this);
 }
 
 void CalibrationWindow::refresh()
@@ -320,6 +322,23 @@ void CalibrationWindow::refresh()
     const bool editable = phase == Phase::ready || phase == Phase::reviewing;
     for (QToolButton *b : m_resultsScroll->findChildren<QToolButton *>()) {
         b->setEnabled(editable && !m_controller.isSubmitting());
+    }
+    keepKeyboardFocus();
+}
+
+void CalibrationWindow::keepKeyboardFocus()
+{
+    // A pressed button that hides itself would leave the keyboard nowhere; the control the
+    // new phase is about takes the focus instead.
+    QWidget *focus = QApplication::focusWidget();
+    if (!isActiveWindow() || (focus != nullptr && focus->window() == this && focus->isVisible())) {
+        return;
+    }
+    for (QPushButton *candidate : {m_startReading, m_done, m_cancel, m_submit, m_runAgain}) {
+        if (candidate->isVisibleTo(this) && candidate->isEnabled()) {
+            candidate->setFocus(Qt::OtherFocusReason);
+            return;
+        }
     }
 }
 

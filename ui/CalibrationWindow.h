@@ -29,6 +29,7 @@ public:
 private:
     void refresh();
     void refreshResults();
+    void keepKeyboardFocus();
 
     CalibrationController &m_controller;
 

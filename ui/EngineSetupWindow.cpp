@@ -180,6 +180,7 @@ EngineSetupWindow::EngineSetupWindow(EngineSupervisor &supervisor, QWidget *pare
     refreshLog();
     setLogShown(false);
     refreshState();
+    WindowStyle::installDialogKeys(this);
 }
 
 QString EngineSetupWindow::statusLine(const EngineState &state)

@@ -183,6 +183,7 @@ SettingsWindow::SettingsWindow(SettingsStore &settings, UsageStatsStore &usageSt
     connect(m_sidebar, &QListWidget::currentRowChanged, m_pages, &QStackedWidget::setCurrentIndex);
     selectTab(SettingsTab::general);
     setFixedSize(780, 580);
+    WindowStyle::installDialogKeys(this);
 }
 
 SettingsWindow::~SettingsWindow() = default;

@@ -1,9 +1,12 @@
 #include "ui/WindowStyle.h"
 
+#include <QAbstractButton>
 #include <QApplication>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLayout>
 #include <QPalette>
+#include <QPushButton>
 #include <QWidget>
 
 #include <cmath>
@@ -99,6 +102,80 @@ QLabel *WindowStyle::secondaryLabel(const QString &text, QWidget *parent)
     label->setWordWrap(true);
     makeSecondary(label);
     return label;
+}
+
+namespace {
+
+class DialogKeys : public QObject
+{
+public:
+    explicit DialogKeys(QWidget *window) : QObject(window), m_window(window) { }
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() != QEvent::KeyPress) {
+            return QObject::eventFilter(watched, event);
+        }
+        const auto *key = static_cast<QKeyEvent *>(event);
+        if (key->modifiers() & ~Qt::KeypadModifier) {
+            return false;
+        }
+        if (key->key() == Qt::Key_Escape) {
+            if (QPushButton *cancel = visibleButton("escape")) {
+                cancel->click();
+            } else {
+                m_window->close();
+            }
+            return true;
+        }
+        if (key->key() != Qt::Key_Return && key->key() != Qt::Key_Enter) {
+            return false;
+        }
+        QWidget *focus = m_window->focusWidget();
+        if (auto *button = qobject_cast<QAbstractButton *>(focus)) {
+            button->click();
+            return true;
+        }
+        // Fields that take Return themselves (the endpoint, the dictionary entry) keep it.
+        if (focus != nullptr && focus->inherits("QLineEdit")) {
+            return false;
+        }
+        if (QPushButton *button = visibleButton(nullptr)) {
+            button->click();
+            return true;
+        }
+        return false;
+    }
+
+    // The visible, enabled button marked with `property`, or the default one without.
+    QPushButton *visibleButton(const char *property) const
+    {
+        for (QPushButton *button : m_window->findChildren<QPushButton *>()) {
+            const bool marked
+                = property != nullptr ? button->property(property).toBool() : button->isDefault();
+            if (marked && button->isVisible() && button->isEnabled()) {
+                return button;
+            }
+        }
+        return nullptr;
+    }
+
+private:
+    QWidget *m_window;
+};
+
+} // namespace
+
+void WindowStyle::markAsEscape(QWidget *button)
+{
+    button->setProperty("escape", true);
+}
+
+void WindowStyle::installDialogKeys(QWidget *window)
+{
+    // Keys the focused child leaves unhandled travel up to the window, where this sees them.
+    window->installEventFilter(new DialogKeys(window));
 }
 
 void WindowStyle::clearLayout(QLayout *layout, int keep)

@@ -29,6 +29,12 @@ public:
     // The WCAG contrast ratio of two colours, 1 to 21.
     static double contrastRatio(const QColor &a, const QColor &b);
 
+    // Gives a plain window the keys of a dialog: Return or Enter presses the focused button,
+    // or else the visible default one; Escape presses the visible button marked with
+    // markAsEscape() (Cancel while a line is recorded), or else closes the window.
+    static void installDialogKeys(QWidget *window);
+    static void markAsEscape(QWidget *button);
+
     // Takes every item out of the layout (all but the last `keep`) and removes their widgets
     // from the window at once; they are freed on the next event-loop turn, since one of them
     // may hold the button whose click asked for the change.
