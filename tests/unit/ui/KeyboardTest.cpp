@@ -3,13 +3,12 @@
 #include "calibration/CalibrationController.h"
 #include "runtime/EngineSupervisor.h"
 #include "runtime/FootprintSampler.h"
-#include "support/runtime/FakeChildProcess.h"
-#include "support/runtime/RuntimeSandbox.h"
 #include "support/session/CoordinatorHarness.h"
 #include "ui/CalibrationWindow.h"
 #include "ui/EngineSetupWindow.h"
 #include "ui/SettingsControls.h"
 #include "ui/SettingsWindow.h"
+#include "unit/ui/SetupRequiredEngine.h"
 
 #include <QApplication>
 #include <QLineEdit>
@@ -125,15 +124,9 @@ TEST_F(CalibrationKeysTest, TabReachesEveryResultsButtons)
 
 TEST(SetupKeysTest, ReturnSetsUpAndEscapeCloses)
 {
-    test::RuntimeSandbox sandbox;
-    sandbox.writePayload(QStringLiteral("run_engine_stays.sh"));
-    EngineSupervisor::Options options;
-    auto launcher = std::make_unique<test::FakeChildProcessLauncher>();
-    auto launches = launcher->log;
-    options.launcher = std::move(launcher);
-    options.portProbe = [](const QString &, int) { return false; };
-    EngineSupervisor supervisor(sandbox.locator(), std::move(options));
-    supervisor.start(QUrl(QStringLiteral("ws://127.0.0.1:8765")));
+    test::SetupRequiredEngine engine;
+    EngineSupervisor &supervisor = *engine.supervisor;
+    const auto &launches = engine.launches;
     EngineSetupWindow window(supervisor);
     window.show();
     window.activateWindow();
