@@ -47,6 +47,15 @@ protected:
         return focused;
     }
 
+    // Inserts and waits for the outcome.
+    bool insert(const QString &text, InsertionMethod method)
+    {
+        std::optional<bool> result;
+        m_inserter->insert(text, method, [&](bool inserted) { result = inserted; });
+        (void)QTest::qWaitFor([&] { return result.has_value(); }, 5000);
+        return result.value_or(false);
+    }
+
     DesktopSession m_session;
     std::unique_ptr<TestEditor> m_editor;
     std::shared_ptr<AccessibilityProviderAtSpi> m_accessibility;
@@ -58,7 +67,7 @@ TEST_F(AccessibilityAtSpiTest, DirectInsertionReplacesTheSelectionAndKeepsTheRes
     ASSERT_NO_FATAL_FAILURE(start(true));
     m_editor->setText(QStringLiteral("keep THIS text"), 5, 9);
     ASSERT_TRUE(waitForFocus());
-    EXPECT_TRUE(m_inserter->insert(QStringLiteral("that"), InsertionMethod::axDirect));
+    EXPECT_TRUE(insert(QStringLiteral("that"), InsertionMethod::axDirect));
     EXPECT_TRUE(m_editor->waitForText(QStringLiteral("keep that text")));
 }
 
@@ -102,7 +111,7 @@ TEST_F(AccessibilityAtSpiTest, WithoutAnAccessibleFocusDirectInsertionFailsAndPa
     m_editor->setText(QString());
     EXPECT_EQ(AXHelpers::focusedElement(*m_accessibility), nullptr);
     EXPECT_FALSE(m_inserter->insertViaAX(QStringLiteral("pasted instead")));
-    EXPECT_TRUE(m_inserter->insert(QStringLiteral("pasted instead"), InsertionMethod::axDirect));
+    EXPECT_TRUE(insert(QStringLiteral("pasted instead"), InsertionMethod::axDirect));
     EXPECT_TRUE(m_editor->waitForText(QStringLiteral("pasted instead")));
 }
 
