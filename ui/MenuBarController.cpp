@@ -71,7 +71,9 @@ MenuBarController::MenuBarController(SayvoCoordinator &coordinator,
     // The tray gives the icon its place a moment after it is shown; the panel is read then.
     m_panelProbe.setInterval(kPanelProbeIntervalMs);
     connect(&m_panelProbe, &QTimer::timeout, this, &MenuBarController::samplePanel);
-    m_panelProbe.start();
+    if (QSystemTrayIcon::isSystemTrayAvailable()) {
+        m_panelProbe.start();
+    }
     connect(m_menu.get(), &QMenu::aboutToShow, this,
         [] { Logging::shared().debug(QStringLiteral("tray menu opened")); });
 }
