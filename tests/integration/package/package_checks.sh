@@ -3,7 +3,7 @@
 #   package_checks.sh build SOURCE_DIR DEB_DIR   build it (./dev package) and unpack it into
 #                                                DEB_DIR/root for the other checks
 #   package_checks.sh CHECK DEB_DIR              one check: lintian, desktop-entry, appstream,
-#                                                apt-simulate, purge
+#                                                apt-simulate, purge, uninstall
 set -euo pipefail
 
 say() { printf 'package_checks: %s\n' "$*" >&2; }
@@ -68,6 +68,35 @@ case "$check" in
     folders=$(find "$work/root" -mindepth 1 -type d)
     [ -z "$folders" ] || { say "folders left behind after purge: $folders"; exit 1; }
     say "installed $installed files, purge left nothing"
+    ;;
+  uninstall)
+    # Sayvo's own uninstall, run from the package's payload: the user's runtime goes, the
+    # program a package installed stays for the package manager. The package database is a
+    # private one (DPKG_ADMINDIR) that lists a copy of the program as the package's.
+    payload="$1/root/usr/lib/sayvo/engine-payload"
+    work=$(mktemp -d)
+    trap 'rm -rf "$work"' EXIT
+    program="$work/usr/bin/sayvo"
+    mkdir -p "$work/usr/bin" "$work/admin/info" "$work/admin/updates" "$work/home"
+    cp "$1/root/usr/bin/sayvo" "$program"
+    touch "$work/admin/available"
+    printf '%s\n' 'Package: sayvo' 'Status: install ok installed' 'Priority: optional' \
+      'Section: utils' 'Maintainer: Sayvo maintainers <maintainers@sayvoapp.com>' \
+      'Architecture: amd64' 'Version: 0.1.0' 'Description: push-to-talk dictation' '' \
+      >"$work/admin/status"
+    printf '%s\n' "$program" >"$work/admin/info/sayvo.list"
+    export HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" DPKG_ADMINDIR="$work/admin"
+    runtime="$HOME/.local/share/SayvoApp/runtime"
+    bash "$payload/scripts/bootstrap_runtime.sh" --payload "$payload" --install-root "$runtime" \
+      --version 0.1.0 >"$work/bootstrap.log" || { cat "$work/bootstrap.log"; exit 1; }
+    [ "$(dpkg-query --search "$program" | cut -d: -f1)" = sayvo ] \
+      || { say "the private package database does not list $program"; exit 1; }
+    bash "$payload/scripts/uninstall.sh" --yes --install-root "$runtime" --app "$program" \
+      | tee "$work/uninstall.log"
+    [ -e "$program" ] || { say "the packaged program was removed"; exit 1; }
+    [ ! -e "$runtime" ] || { say "the runtime was left behind"; exit 1; }
+    grep -q "kept application: $program belongs to the package sayvo" "$work/uninstall.log" \
+      || { say "the uninstall did not say what it kept"; exit 1; }
     ;;
   *)
     say "unknown check $check"
