@@ -83,7 +83,7 @@ void AppDelegate::applicationDidFinishLaunching()
     m_contextHarvester = std::make_unique<ContextHarvester>(
         m_desktop.workspace, m_desktop.accessibility, m_desktop.windowList, m_desktop.pasteboard);
     m_textInserter = std::make_unique<TextInserter>(m_desktop.pasteboard, m_desktop.keySynthesizer,
-        m_desktop.accessibility, m_desktop.workspace);
+        m_desktop.accessibility, m_desktop.workspace, m_desktop.primarySelection);
 
     // 5. The coordinator.
     m_coordinator

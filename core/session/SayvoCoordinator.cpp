@@ -67,10 +67,8 @@ SayvoCoordinator::SayvoCoordinator(EngineClient &engineClient, AudioCapture &aud
         }
     });
 
+    // Rebuilds a prepared capture by itself; an unprepared one binds the choice when prepared.
     m_audioCapture.setInputDevice(m_settings.inputDeviceUID());
-    if (m_audioCapture.isPrepared()) {
-        m_audioCapture.rebuild();
-    }
 
     auto applyDevices = [this](const AudioInputDeviceList &devices) {
         setInputDevices(devices);
@@ -83,15 +81,10 @@ SayvoCoordinator::SayvoCoordinator(EngineClient &engineClient, AudioCapture &aud
     connect(m_deviceObserver, &AudioDeviceObserver::devicesChanged, this, applyDevices);
     applyDevices(m_deviceObserver->devices());
 
-    // setInputDevice already does its work synchronously on the capture queue; calling it
-    // from that queue would make the queue wait on itself.
+    // On the main thread: setInputDevice waits on the capture queue, so it must never be
+    // called from that queue.
     connect(&m_settings, &SettingsStore::inputDeviceUIDChanged, this,
-        [this](const std::optional<QString> &uid) {
-            m_audioCapture.setInputDevice(uid);
-            if (m_audioCapture.isPrepared()) {
-                m_audioCapture.rebuild();
-            }
-        });
+        [this](const std::optional<QString> &uid) { m_audioCapture.setInputDevice(uid); });
 }
 
 SayvoCoordinator::~SayvoCoordinator()
@@ -414,20 +407,23 @@ void SayvoCoordinator::engineClientDidReceiveFinal(EngineClient &, const FinalMe
         scheduleReturnToIdle(m_displayDurations.errorSeconds);
         return;
     }
-    bool inserted = false;
-    if (m_settings.insertionMethod() == InsertionMethod::axDirect) {
-        inserted
-            = m_textInserter.insertViaAX(formatted) || m_textInserter.insertViaPaste(formatted);
-    } else {
-        inserted = m_textInserter.insertViaPaste(formatted);
-    }
-    if (inserted) {
-        setState(AppState::success(formatted, !message.guardrail.applied));
-        scheduleReturnToIdle(m_displayDurations.successSeconds);
-    } else {
-        setState(AppState::error(QStringLiteral("couldn't insert text here")));
-        scheduleReturnToIdle(m_displayDurations.errorSeconds);
-    }
+    // The paste waits for the keyboard to be quiet and reports when its chord went out; the
+    // outcome is shown then, with the state still processing meanwhile.
+    const bool rawText = !message.guardrail.applied;
+    QPointer<SayvoCoordinator> weak(this);
+    m_textInserter.insert(
+        formatted, m_settings.insertionMethod(), [weak, formatted, rawText](bool inserted) {
+            if (!weak) {
+                return;
+            }
+            if (inserted) {
+                weak->setState(AppState::success(formatted, rawText));
+                weak->scheduleReturnToIdle(weak->m_displayDurations.successSeconds);
+            } else {
+                weak->setState(AppState::error(QStringLiteral("couldn't insert text here")));
+                weak->scheduleReturnToIdle(weak->m_displayDurations.errorSeconds);
+            }
+        });
     if (m_settings.feedbackEnabled() && m_utteranceStartedAt) {
         const auto elapsed = std::chrono::steady_clock::now() - *m_utteranceStartedAt;
         startFeedback(

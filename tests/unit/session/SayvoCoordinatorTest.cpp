@@ -572,6 +572,32 @@ TEST_F(CoordinatorTest, AMicrophoneChangeDuringAnUtteranceNeitherHangsNorLosesTh
     EXPECT_EQ(h.capture->activeDeviceUID(), QStringLiteral("usb-1"));
 }
 
+TEST_F(CoordinatorTest, EachDeviceChangeRebuildsTheCaptureOnce)
+{
+    FakeAudioDevice usb;
+    usb.id = 12;
+    usb.uid = QStringLiteral("usb-1");
+    usb.name = QStringLiteral("USB Mic");
+    ASSERT_TRUE(h.capture->isPrepared());
+    const int initialBuilds = h.audioEngine->installTapCalls();
+
+    // Chosen while absent: the default stays bound, nothing to rebuild onto.
+    h.settings->setInputDeviceUID(QStringLiteral("usb-1"));
+    EXPECT_EQ(h.audioEngine->installTapCalls(), initialBuilds + 1);
+
+    // Plugged in: one rebuild onto it.
+    h.hardware.addDevice(usb);
+    h.hardware.notifyDeviceListChanged();
+    ASSERT_TRUE(waitFor([&] { return c().inputDevices().size() == 2; }));
+    EXPECT_EQ(h.audioEngine->installTapCalls(), initialBuilds + 2);
+    EXPECT_EQ(h.capture->activeDeviceUID(), QStringLiteral("usb-1"));
+
+    // Back to the default: one more.
+    h.settings->setInputDeviceUID(std::nullopt);
+    EXPECT_EQ(h.audioEngine->installTapCalls(), initialBuilds + 3);
+    EXPECT_EQ(h.capture->activeDeviceUID(), std::nullopt);
+}
+
 TEST_F(CoordinatorTest, ChangingTheFeedbackSettingReconnectsEachTime)
 {
     ASSERT_EQ(h.engine.connectionCount(), 1);
