@@ -1,9 +1,9 @@
 # Test helpers: sayvo_test(name SOURCES ... LIBS ... [LABELS ...] [TIMEOUT s] [SERIAL] [GUI]
-# [ENVIRONMENT VAR=value])
-# builds a GoogleTest executable with Sayvo's test main (which owns the Qt application
-# object) and registers each of its test cases with CTest under "<name>.<Suite>.<Case>".
+# [FIXTURE f] [ENVIRONMENT VAR=value]) builds a GoogleTest executable with Sayvo's test main
+# (which owns the Qt application object) and registers each of its test cases with CTest
+# under "<name>.<Suite>.<Case>"; FIXTURE names a CTest fixture every case requires.
 function(sayvo_test name)
-  cmake_parse_arguments(ARG "SERIAL;GUI" "TIMEOUT" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
+  cmake_parse_arguments(ARG "SERIAL;GUI" "TIMEOUT;FIXTURE" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   if(ARG_GUI)
     target_link_libraries(${name} PRIVATE sayvo_test_main_gui)
@@ -21,6 +21,9 @@ function(sayvo_test name)
   endif()
   if(ARG_ENVIRONMENT)
     list(APPEND props ENVIRONMENT "${ARG_ENVIRONMENT}")
+  endif()
+  if(ARG_FIXTURE)
+    list(APPEND props FIXTURES_REQUIRED ${ARG_FIXTURE})
   endif()
   gtest_discover_tests(${name}
     TEST_PREFIX "${name}."

@@ -111,7 +111,7 @@ protected:
     }
     QString autostartEntry() const
     {
-        return config.path() + QStringLiteral("/autostart/sayvo.desktop");
+        return config.path() + QStringLiteral("/autostart/com.sayvoapp.Sayvo.desktop");
     }
 
     QTemporaryDir config;
