@@ -65,7 +65,13 @@ void becomeAccessoryApplication()
 
 void activateIgnoringOtherApps()
 {
-    [[NSApplication sharedApplication] activateIgnoringOtherApps:YES];
+    // From macOS 14 the system decides whether an activation takes the focus, and the old
+    // call is deprecated.
+    if (@available(macOS 14.0, *)) {
+        [[NSApplication sharedApplication] activate];
+    } else {
+        [[NSApplication sharedApplication] activateIgnoringOtherApps:YES];
+    }
 }
 
 } // namespace sayvo

@@ -25,6 +25,9 @@ public:
     // Presses and releases the paste chord (Command-V on macOS whatever is asked). True when
     // the events were posted; whether the target acted on them cannot be observed.
     virtual bool postPaste(PasteShortcut shortcut) = 0;
+    // Whether the system delivers the events this process posts. Where posting needs the
+    // user's leave (macOS), events posted without it vanish without an error.
+    virtual bool mayPostEvents() { return true; }
     // Whether any key is held down now. A paste waits for the keyboard to be quiet, so its
     // chord is not mixed with a held modifier and (X11) does not go to the client that
     // grabbed a held trigger key. Platforms where neither can happen say false.

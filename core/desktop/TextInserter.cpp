@@ -164,6 +164,14 @@ void TextInserter::sendPaste()
     }
     Pasteboard &board = *paste.pasteboard;
 
+    // Without leave to post keys the chord would vanish and the transcript would sit on the
+    // clipboard for nothing: fail before touching it.
+    if (!m_keySynthesizer->mayPostEvents()) {
+        paste.done(false);
+        startNextPaste();
+        return;
+    }
+
     // The previous paste's text still on this clipboard means the user's own content is the
     // snapshot it saved; anything else written since is the user's now.
     PasteboardSnapshot snapshot;

@@ -21,8 +21,11 @@ public:
         return succeeds;
     }
     bool isAnyKeyHeld() override { return keyHeld; }
+    bool mayPostEvents() override { return mayPost; }
 
     bool succeeds = true;
+    // false: the user has not let this process post keys.
+    bool mayPost = true;
     // A key still down, as the trigger often is when the transcript arrives.
     bool keyHeld = false;
     std::function<void()> onPaste;

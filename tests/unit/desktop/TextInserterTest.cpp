@@ -211,6 +211,21 @@ TEST_F(TextInserterTest, AFailedSynthesisRestoresAtOnceAndFails)
     EXPECT_EQ(m_pasteboard->contents, before);
 }
 
+TEST_F(TextInserterTest, WithoutLeaveToPostKeysThePasteFailsBeforeTheClipboardIsTouched)
+{
+    const std::vector<PasteboardItem> before {item({{"text/plain", "mine"}})};
+    m_pasteboard->preload(before);
+    m_keys->mayPost = false;
+
+    EXPECT_EQ(*insert(QStringLiteral("dictated"), InsertionMethod::paste), false);
+
+    EXPECT_TRUE(m_keys->posted.empty());
+    EXPECT_FALSE(m_inserter.isRestorePending());
+    EXPECT_TRUE(m_pasteboard->log.filter(QStringLiteral("writeItems")).isEmpty());
+    EXPECT_TRUE(m_pasteboard->log.filter(QStringLiteral("setConcealedString")).isEmpty());
+    EXPECT_EQ(m_pasteboard->contents, before);
+}
+
 TEST_F(TextInserterTest, ASecondPasteWaitsForTheFirstToBeReadAndTheUsersClipboardComesBack)
 {
     m_pasteboard->servedReports = true;
@@ -389,6 +404,30 @@ TEST(PasteboardSnapshotTest, CaptureKeepsEveryItemAndTypeInOrder)
     EXPECT_EQ(pasteboard.contents, items);
     EXPECT_EQ(pasteboard.log.last(), QStringLiteral("writeItems:2"));
     EXPECT_FALSE(pasteboard.log.contains(QStringLiteral("clear")));
+}
+
+TEST(PasteboardSnapshotTest, ItemsWithoutAReadableTypeAreLeftOut)
+{
+    FakePasteboard pasteboard;
+    pasteboard.preload({PasteboardItem {}, item({{"text/plain", "kept"}}), PasteboardItem {}});
+    const PasteboardSnapshot snapshot = PasteboardSnapshot::capture(pasteboard);
+    EXPECT_EQ(snapshot.items, std::vector<PasteboardItem> {item({{"text/plain", "kept"}})});
+
+    pasteboard.writeFromElsewhere({item({{"text/plain", "other"}})});
+    snapshot.restore(pasteboard);
+    EXPECT_EQ(pasteboard.log.last(), QStringLiteral("writeItems:1"));
+}
+
+TEST(PasteboardSnapshotTest, AClipboardOfUnreadableItemsComesBackEmpty)
+{
+    FakePasteboard pasteboard;
+    pasteboard.preload({PasteboardItem {}});
+    const PasteboardSnapshot snapshot = PasteboardSnapshot::capture(pasteboard);
+    EXPECT_TRUE(snapshot.items.empty());
+    pasteboard.writeFromElsewhere({item({{"text/plain", "transcript"}})});
+    snapshot.restore(pasteboard);
+    EXPECT_TRUE(pasteboard.contents.empty());
+    EXPECT_EQ(pasteboard.log.last(), QStringLiteral("clear"));
 }
 
 TEST(PasteboardSnapshotTest, RestoringAnEmptySnapshotOnlyClears)
