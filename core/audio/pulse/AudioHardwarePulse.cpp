@@ -125,11 +125,12 @@ void AudioHardwarePulse::readDefaultSource(pa_context *context)
     }
 }
 
-AudioHardware::ListenerId AudioHardwarePulse::addDeviceListListener(std::function<void()> callback)
+AudioHardware::ListenerId AudioHardwarePulse::addListener(
+    Listeners &listeners, std::function<void()> callback)
 {
     PulseConnection::Lock lock(m_connection);
     const ListenerId id = m_nextListener++;
-    m_listeners.emplace(id, std::move(callback));
+    listeners.emplace(id, std::move(callback));
     // Events flow only over a live connection; make one so that changes are heard even
     // before anyone reads the list.
     QString ignored;
@@ -137,27 +138,31 @@ AudioHardware::ListenerId AudioHardwarePulse::addDeviceListListener(std::functio
     return id;
 }
 
-void AudioHardwarePulse::removeDeviceListListener(ListenerId id)
+void AudioHardwarePulse::removeListener(Listeners &listeners, ListenerId id)
 {
     PulseConnection::Lock lock(m_connection);
-    m_listeners.erase(id);
+    listeners.erase(id);
+}
+
+AudioHardware::ListenerId AudioHardwarePulse::addDeviceListListener(std::function<void()> callback)
+{
+    return addListener(m_listeners, std::move(callback));
+}
+
+void AudioHardwarePulse::removeDeviceListListener(ListenerId id)
+{
+    removeListener(m_listeners, id);
 }
 
 AudioHardware::ListenerId AudioHardwarePulse::addDefaultInputListener(
     std::function<void()> callback)
 {
-    PulseConnection::Lock lock(m_connection);
-    const ListenerId id = m_nextListener++;
-    m_defaultInputListeners.emplace(id, std::move(callback));
-    QString ignored;
-    m_connection.readyContext(&ignored);
-    return id;
+    return addListener(m_defaultInputListeners, std::move(callback));
 }
 
 void AudioHardwarePulse::removeDefaultInputListener(ListenerId id)
 {
-    PulseConnection::Lock lock(m_connection);
-    m_defaultInputListeners.erase(id);
+    removeListener(m_defaultInputListeners, id);
 }
 
 std::optional<std::vector<AudioObjectId>> AudioHardwarePulse::deviceIds()

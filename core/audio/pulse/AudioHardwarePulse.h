@@ -49,6 +49,8 @@ private:
 
     using Listeners = std::map<ListenerId, std::function<void()>>;
 
+    ListenerId addListener(Listeners &listeners, std::function<void()> callback);
+    void removeListener(Listeners &listeners, ListenerId id);
     std::optional<Source> source(AudioObjectId device);
     void notifyListeners(const Listeners &listeners);
     // On the loop thread: asks for the default source and tells the default-input

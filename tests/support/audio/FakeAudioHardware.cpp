@@ -175,12 +175,18 @@ bool FakeAudioHardware::setNominalSampleRate(AudioObjectId device, double rateHz
     return true;
 }
 
-AudioHardware::ListenerId FakeAudioHardware::addDeviceListListener(std::function<void()> callback)
+AudioHardware::ListenerId FakeAudioHardware::addListener(
+    std::map<ListenerId, std::function<void()>> &listeners, std::function<void()> callback)
 {
     std::lock_guard lock(m_mutex);
     const ListenerId id = m_nextListener++;
-    m_listeners.emplace(id, std::move(callback));
+    listeners.emplace(id, std::move(callback));
     return id;
+}
+
+AudioHardware::ListenerId FakeAudioHardware::addDeviceListListener(std::function<void()> callback)
+{
+    return addListener(m_listeners, std::move(callback));
 }
 
 void FakeAudioHardware::removeDeviceListListener(ListenerId id)
@@ -191,10 +197,7 @@ void FakeAudioHardware::removeDeviceListListener(ListenerId id)
 
 AudioHardware::ListenerId FakeAudioHardware::addDefaultInputListener(std::function<void()> callback)
 {
-    std::lock_guard lock(m_mutex);
-    const ListenerId id = m_nextListener++;
-    m_defaultInputListeners.emplace(id, std::move(callback));
-    return id;
+    return addListener(m_defaultInputListeners, std::move(callback));
 }
 
 void FakeAudioHardware::removeDefaultInputListener(ListenerId id)

@@ -74,6 +74,8 @@ public:
 private:
     FakeAudioDevice *find(AudioObjectId device);
     void notify(const std::map<ListenerId, std::function<void()>> &registered);
+    ListenerId addListener(
+        std::map<ListenerId, std::function<void()>> &listeners, std::function<void()> callback);
 
     mutable std::recursive_mutex m_mutex;
     std::vector<FakeAudioDevice> m_devices;
