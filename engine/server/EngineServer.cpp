@@ -1,5 +1,6 @@
 #include "engine/server/EngineServer.h"
 
+#include <QThread>
 #include <QWebSocket>
 #include <QWebSocketCorsAuthenticator>
 #include <QWebSocketServer>
@@ -8,12 +9,18 @@
 
 namespace sayvo {
 
-EngineServer::EngineServer(EngineServices &services, QObject *parent)
+EngineServer::EngineServer(EngineServices &services, int recognitionWorkers, QObject *parent)
     : QObject(parent),
       m_services(services),
+      m_workers(recognitionWorkers > 0 ? recognitionWorkers : QThread::idealThreadCount()),
       m_server(new QWebSocketServer(
           QStringLiteral("sayvo-engine"), QWebSocketServer::NonSecureMode, this))
 {
+    m_services.workers = &m_workers;
+    m_services.storeLane = &m_storeThread;
+    m_services.toSessionThread = [this](std::function<void()> task) {
+        QMetaObject::invokeMethod(this, std::move(task), Qt::QueuedConnection);
+    };
     connect(m_server, &QWebSocketServer::originAuthenticationRequired, this,
         [this](QWebSocketCorsAuthenticator *authenticator) {
             const bool allowed = authenticator->origin().isEmpty();
@@ -26,7 +33,11 @@ EngineServer::EngineServer(EngineServices &services, QObject *parent)
     connect(m_server, &QWebSocketServer::newConnection, this, &EngineServer::acceptPending);
 }
 
-EngineServer::~EngineServer() = default;
+EngineServer::~EngineServer()
+{
+    // The sessions go first (the connections own them), then the threads they used.
+    qDeleteAll(findChildren<QWebSocket *>());
+}
 
 bool EngineServer::listen(const QHostAddress &address, quint16 port)
 {
