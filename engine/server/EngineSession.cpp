@@ -140,8 +140,7 @@ void EngineSession::handleBinary(std::string_view frame)
             "audio frames hold 16-bit samples; " + std::to_string(frame.size()) + " bytes is odd");
         return;
     }
-    const auto limit
-        = static_cast<std::int64_t>(m_services.maxUtteranceSeconds * kSampleRate);
+    const auto limit = static_cast<std::int64_t>(m_services.maxUtteranceSeconds * kSampleRate);
     const auto available = static_cast<std::int64_t>(frame.size() / 2);
     const std::int64_t take = std::min(available, limit - m_utterance->samples);
     std::vector<std::int16_t> samples(static_cast<std::size_t>(take));
@@ -235,8 +234,7 @@ void EngineSession::handle(const UtteranceStartMessage &message)
     m_utterance->id = message.utteranceId;
     m_utterance->lane = std::move(lane);
     m_utterance->job = std::make_shared<RecognitionJob>(message.utteranceId,
-        RecognitionJob::Context {
-            m_services.recognizers, m_services.formatter, m_services.now});
+        RecognitionJob::Context {m_services.recognizers, m_services.formatter, m_services.now});
     runOn(
         *m_utterance->lane, [job = m_utterance->job] { return job->begin(); },
         [this, id = message.utteranceId](bool made) {
@@ -308,10 +306,9 @@ void EngineSession::deliverFinal(const std::string &utteranceId,
         UtteranceRecord {final->utteranceId, final->rawText, final->formattedText, final->domain});
     char summary[160];
     std::snprintf(summary, sizeof summary,
-        "utterance %s: %.2fs audio, %lld words, domain=%s, final in %.1fms",
-        utteranceId.c_str(), final->stats->audioDurationS,
-        static_cast<long long>(final->stats->wordCount), final->domain.c_str(),
-        final->timingsMs->total.value_or(0.0));
+        "utterance %s: %.2fs audio, %lld words, domain=%s, final in %.1fms", utteranceId.c_str(),
+        final->stats->audioDurationS, static_cast<long long>(final->stats->wordCount),
+        final->domain.c_str(), final->timingsMs->total.value_or(0.0));
     m_services.log(summary);
     m_send(encode(*final));
     if (followUp) {
@@ -390,8 +387,8 @@ void EngineSession::handle(const UtteranceFeedbackMessage &message)
 
 void EngineSession::handle(const UnknownMessage &message)
 {
-    error(Concern::receivedMessage, "unknown_type",
-        "unknown message type \"" + message.type + "\"");
+    error(
+        Concern::receivedMessage, "unknown_type", "unknown message type \"" + message.type + "\"");
 }
 
 } // namespace sayvo

@@ -69,8 +69,7 @@ private:
 };
 
 ThreadWorkerPool::ThreadWorkerPool(int capacity)
-    : m_leased(static_cast<std::size_t>(std::max(capacity, 1)), false),
-      m_threads(m_leased.size())
+    : m_leased(static_cast<std::size_t>(std::max(capacity, 1)), false), m_threads(m_leased.size())
 { }
 
 ThreadWorkerPool::~ThreadWorkerPool() = default;

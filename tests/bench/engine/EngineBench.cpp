@@ -18,9 +18,9 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QFile>
 #include <QProcess>
-#include <QEventLoop>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
@@ -291,14 +291,18 @@ void BM_HelloWhileAnotherFinalPassRuns(benchmark::State &state)
     state.counters["idle_p95_ms"] = percentileOf(idle, 0.95);
     state.counters["busy_p50_ms"] = percentileOf(busy, 0.50);
     state.counters["busy_p95_ms"] = percentileOf(busy, 0.95);
-    state.counters["busy_max_ms"] = busy.empty() ? 0.0 : *std::max_element(busy.begin(), busy.end());
+    state.counters["busy_max_ms"]
+        = busy.empty() ? 0.0 : *std::max_element(busy.begin(), busy.end());
     state.counters["p95_ratio"] = percentileOf(idle, 0.95) > 0.0
         ? percentileOf(busy, 0.95) / percentileOf(idle, 0.95)
         : 0.0;
     state.counters["busy_samples"] = static_cast<double>(busy.size());
     state.counters["final_pass_s"] = finalPassSeconds;
 }
-BENCHMARK(BM_HelloWhileAnotherFinalPassRuns)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_HelloWhileAnotherFinalPassRuns)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 const char *const kPrompts[]
     = {"the meeting is at three pm in room two oh four", "the total comes to forty two dollars",

@@ -32,9 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const std::string input(reinterpret_cast<const char *>(data + 2), size - 2);
     const std::size_t split = input.find('|');
     const std::string formatted = repeated(input.substr(0, split), formattedTimes);
-    const std::string edited = split == std::string::npos
-        ? formatted
-        : repeated(input.substr(split + 1), editedTimes);
+    const std::string edited
+        = split == std::string::npos ? formatted : repeated(input.substr(split + 1), editedTimes);
     for (const auto &[wrong, right] : sayvo::LearningStore::corrections(formatted, edited)) {
         if (wrong.empty() || right.empty() || wrong == right) {
             __builtin_trap();

@@ -81,9 +81,8 @@ TEST_F(CoordinatorWithEngine, ASupersededUtteranceAndFailingFeedbackDoNotFailThe
     m_harness.client->startUtterance(QStringLiteral("A"));
     // ... is superseded by the user's next dictation, during which feedback fails.
     m_harness.coordinator->handleTriggerDown();
-    m_harness.client->sendFeedback(
-        QStringLiteral("NOT-A-RECENT-UTTERANCE"), QStringLiteral("edited"), 900,
-        QStringLiteral("user"));
+    m_harness.client->sendFeedback(QStringLiteral("NOT-A-RECENT-UTTERANCE"),
+        QStringLiteral("edited"), 900, QStringLiteral("user"));
     m_harness.speak(audio(0.5));
     m_harness.coordinator->handleTriggerUp();
     ASSERT_TRUE(waitForState([](const AppState &s) { return s.is<AppState::Success>(); }))

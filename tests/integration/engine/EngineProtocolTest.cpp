@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 namespace sayvo::test {
 namespace {
 
@@ -183,6 +185,68 @@ TEST_F(EngineProtocol, RefusesHandshakesThatCarryAnOrigin)
     EXPECT_TRUE(m_engine.log().contains("refused handshake with origin https://evil.example"));
 }
 
+// Opens a WebSocket handshake to host:port from a shell running as `uid` (through setpriv
+// when that is another user) and returns the first line of the answer: empty when the
+// connection was dropped without one.
+QString handshakeAs(std::optional<int> uid, const QString &host, quint16 port)
+{
+    const QString script = QStringLiteral(
+        R"(exec 3<>"/dev/tcp/$0/$1" || exit 9
+printf 'GET / HTTP/1.1\r\nHost: sayvo\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n' >&3
+IFS= read -r -t 10 line <&3
+printf '%s' "${line%$'\r'}")");
+    QStringList command;
+    if (uid) {
+        command << "setpriv"
+                << "--reuid" << QString::number(*uid) << "--regid" << QString::number(*uid)
+                << "--clear-groups"
+                << "--";
+    }
+    command << "bash"
+            << "-c" << script << host << QString::number(port);
+    QProcess shell;
+    shell.start(command.takeFirst(), command);
+    shell.waitForFinished(30000);
+    return QString::fromUtf8(shell.readAllStandardOutput());
+}
+
+class OtherUsers : public EngineProtocol
+{
+protected:
+    void SetUp() override
+    {
+        if (::geteuid() != 0) {
+            GTEST_SKIP() << "running a client as another user needs root";
+        }
+        EngineProtocol::SetUp();
+    }
+};
+
+TEST_F(OtherUsers, AProgramOfAnotherUserIsRefusedBeforeTheHandshake)
+{
+    EXPECT_EQ(handshakeAs(std::nullopt, "127.0.0.1", m_engine.port()).toStdString(),
+        "HTTP/1.1 101 Switching Protocols");
+    EXPECT_EQ(handshakeAs(65534, "127.0.0.1", m_engine.port()).toStdString(), "");
+    EXPECT_TRUE(QTest::qWaitFor([&] {
+        return m_engine.log().contains("refused connection from another user's program");
+    })) << m_engine.log().toStdString();
+    EXPECT_TRUE(m_engine.log().contains("peer socket belongs to uid 65534"));
+    EngineTestClient client;
+    ASSERT_TRUE(client.connectTo(m_engine.url())) << "the engine's own user still gets in";
+}
+
+TEST_F(OtherUsers, OverIpv6LoopbackToo)
+{
+    m_engine.kill();
+    startEngine({"--host", "::1"});
+    EXPECT_EQ(handshakeAs(std::nullopt, "::1", m_engine.port()).toStdString(),
+        "HTTP/1.1 101 Switching Protocols");
+    EXPECT_EQ(handshakeAs(65534, "::1", m_engine.port()).toStdString(), "");
+    EXPECT_TRUE(QTest::qWaitFor([&] {
+        return m_engine.log().contains("peer socket belongs to uid 65534");
+    })) << m_engine.log().toStdString();
+}
+
 TEST_F(EngineProtocol, TwoSessionsAreIndependent)
 {
     EngineTestClient first;
@@ -320,8 +384,7 @@ QString damagedModel(const QTemporaryDir &dir, const QString &damaged)
     const QString model = dir.filePath("model");
     QDir().mkpath(model);
     for (const char *part : {"en-us", "en-us.lm.bin", "cmudict-en-us.dict"}) {
-        QFile::link(QStringLiteral(SAYVO_POCKETSPHINX_MODEL_DIR "/") + part,
-            model + "/" + part);
+        QFile::link(QStringLiteral(SAYVO_POCKETSPHINX_MODEL_DIR "/") + part, model + "/" + part);
     }
     if (!damaged.isEmpty()) {
         QFile::remove(model + "/" + damaged);
@@ -338,8 +401,7 @@ TEST_F(EngineProtocol, AModelThatCannotLoadStopsTheEngineWithOneLineNamingTheFil
     const QString missing = m_dir.filePath("no-model");
     QString out;
     EXPECT_EQ(runEngine({"--model-dir", missing, "--data-dir", m_dir.filePath("data")}, &out), 3);
-    EXPECT_TRUE(out.trimmed().split('\n').last().contains(missing + "/en-us"))
-        << out.toStdString();
+    EXPECT_TRUE(out.trimmed().split('\n').last().contains(missing + "/en-us")) << out.toStdString();
 
     const QString damaged = damagedModel(m_dir, "en-us.lm.bin");
     EXPECT_EQ(runEngine({"--model-dir", damaged, "--data-dir", m_dir.filePath("data")}, &out), 3);
