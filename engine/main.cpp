@@ -156,7 +156,9 @@ int main(int argc, char **argv)
         return kCannotListen;
     }
     logLine("recognisers: up to " + std::to_string(server.recognitionWorkers()) + " at once");
-    logLine("listening on ws://" + parser.value(host).toStdString() + ":"
-        + std::to_string(server.port()));
+    const QString shown = address.protocol() == QAbstractSocket::IPv6Protocol
+        ? QLatin1Char('[') + address.toString() + QLatin1Char(']')
+        : address.toString();
+    logLine("listening on ws://" + shown.toStdString() + ":" + std::to_string(server.port()));
     return app.exec();
 }

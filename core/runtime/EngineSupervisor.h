@@ -85,8 +85,9 @@ public:
     bool performUninstall(bool removeSharedModels);
 
     static bool isLoopback(const QUrl &url);
-    // A blocking IPv4 connect; loopback refuses a closed port at once. Host names other than
-    // dotted addresses answer false. Aborts for a port outside 0...65535.
+    // A blocking connect to an IPv4 or IPv6 address, or to both loopback addresses for
+    // "localhost"; loopback refuses a closed port at once. Other host names answer false.
+    // Aborts for a port outside 0...65535.
     static bool isPortOpen(const QString &host, int port);
 
     static constexpr int kMaxCrashRestarts = 5;
@@ -103,6 +104,8 @@ signals:
     void stepsChanged(const QList<sayvo::ProvisioningStep> &steps);
 
 private:
+    static bool connectsTo(const QString &address, uint16_t port);
+
     struct BootstrapOutcome
     {
         int status = 0;
@@ -113,6 +116,7 @@ private:
     void setState(State state);
     void launchEngine();
     void teardownEngine();
+    void stopProvisioning();
     void engineExited(int status, quint64 generation);
     void append(const QString &text);
     void attachOutput(ChildProcess &process, std::function<void(const QString &)> onLine);

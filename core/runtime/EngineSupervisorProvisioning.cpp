@@ -50,8 +50,8 @@ void EngineSupervisor::beginProvisioning()
 
 void EngineSupervisor::runBootstrap()
 {
-    // One bootstrap at a time.
-    if (std::holds_alternative<engine_state::Provisioning>(m_state)) {
+    // One bootstrap at a time, whatever the state says meanwhile.
+    if (m_provisioningProcess) {
         return;
     }
     setState(engine_state::Provisioning {0, QStringLiteral("Preparing setup…")});

@@ -168,6 +168,17 @@ TEST_F(PayloadScripts, RunEngineStartsTheInstalledEngineOnLoopback)
     client.send(HelloMessage {.version = "0.1.0"});
     ASSERT_TRUE(client.waitFor<HelloAckMessage>());
 
+    // Every loopback form the client may name is bound as named.
+    for (const auto &[named, bound] : std::vector<std::pair<QString, QString>> {{"::1", "[::1]"},
+             {"localhost", "127.0.0.1"}, {"LOCALHOST", "127.0.0.1"}, {"127.0.0.1", "127.0.0.1"}}) {
+        engine.kill();
+        environment.insert("ENGINE_HOST", named);
+        ASSERT_TRUE(engine.startCommand("/bin/bash",
+            {kPayload + "/scripts/run_engine.sh", "--app-dir", root() + "/app"}, environment))
+            << engine.log().toStdString();
+        EXPECT_EQ(engine.host(), bound) << named.toStdString();
+    }
+
     engine.kill();
     environment.insert("SAYVO_ENGINE_ALLOW_REMOTE", "1");
     environment.insert("ENGINE_HOST", "127.0.0.2");

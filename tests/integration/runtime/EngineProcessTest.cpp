@@ -35,7 +35,7 @@ TEST_F(EngineProcessTest, RunsTheScriptWithAppDirAndExplicitPort)
     EXPECT_EQ(s.state(), EngineState(es::Running {}));
     ASSERT_TRUE(waitForLines(QStringLiteral("app/launches"), 1));
     EXPECT_EQ(sandbox.readLines(QStringLiteral("app/launches")),
-        QStringList {QStringLiteral("args=--app-dir %1 host=0.0.0.0 port=%2")
+        QStringList {QStringLiteral("args=--app-dir %1 host=127.0.0.1 port=%2")
                          .arg(sandbox.appDir())
                          .arg(port)});
     ASSERT_TRUE(waitForLog(QStringLiteral("engine: up\n")));
@@ -74,6 +74,27 @@ TEST_F(EngineProcessTest, OpenPortMeansNothingIsLaunchedAndMockFailsAtOnce)
     EXPECT_TRUE(std::get<es::Failed>(s.state()).message.startsWith(
         QStringLiteral("A placeholder (mock) engine is running on this endpoint.")));
     QTest::qWait(200);
+    EXPECT_TRUE(sandbox.readLines(QStringLiteral("app/launches")).isEmpty());
+}
+
+TEST_F(EngineProcessTest, AnEngineOnEveryLoopbackFormIsFoundAndNoSecondOneLaunched)
+{
+    useRunScript("run_engine_stays.sh");
+    const std::vector<std::pair<QHostAddress, QString>> cases = {
+        {QHostAddress::LocalHost, QStringLiteral("ws://localhost:%1")},
+        {QHostAddress::LocalHostIPv6, QStringLiteral("ws://[::1]:%1")},
+        {QHostAddress::LocalHostIPv6, QStringLiteral("ws://localhost:%1")},
+        {QHostAddress::LocalHost, QStringLiteral("ws://0.0.0.0:%1")},
+    };
+    for (const auto &[address, endpoint] : cases) {
+        QTcpServer someoneElse;
+        ASSERT_TRUE(someoneElse.listen(address));
+        EngineSupervisor &s = make();
+        s.start(QUrl(endpoint.arg(someoneElse.serverPort())));
+        EXPECT_EQ(s.state(), EngineState(es::Running {})) << endpoint.toStdString();
+        EXPECT_TRUE(s.isEngineExternallyManaged()) << endpoint.toStdString();
+        EXPECT_FALSE(s.isEngineLaunched()) << endpoint.toStdString();
+    }
     EXPECT_TRUE(sandbox.readLines(QStringLiteral("app/launches")).isEmpty());
 }
 

@@ -159,11 +159,54 @@ TEST_F(ProvisioningTest, FinalDoneWithoutLineFeedLaunchesTheEngine)
 
 TEST_F(ProvisioningTest, SecondBeginWhileRunningDoesNothing)
 {
-    beginSetup();
+    const auto bootstrap = beginSetup();
+    bootstrap->write("PROGRESS 30 Copying\n");
+    settle();
+    const EngineState during = es::Provisioning {30, QStringLiteral("Copying")};
+    ASSERT_EQ(supervisor->state(), during);
     supervisor->beginProvisioning();
     supervisor->retry();
     supervisor->start(url("ws://127.0.0.1:8765"));
+    supervisor->restartEngine();
     EXPECT_EQ(launches(), 1);
+    EXPECT_EQ(supervisor->state(), during) << "the set-up window keeps showing the running set-up";
+    EXPECT_FALSE(bootstrap->terminated);
+    EXPECT_TRUE(supervisor->isProvisioningRunning());
+}
+
+TEST_F(
+    ProvisioningTest, ChangingTheEndpointDuringSetupStartsNoSecondOneAndTheEngineGoesWhereItPoints)
+{
+    const auto bootstrap = beginSetup();
+    supervisor->start(url("ws://127.0.0.1:9000"));
+    supervisor->beginProvisioning(); // the set-up window, still open, asked again
+    supervisor->start(url("ws://[::1]:9001"));
+    supervisor->beginProvisioning();
+    EXPECT_EQ(launches(), 1) << "one set-up at a time";
+    EXPECT_TRUE(std::holds_alternative<es::Provisioning>(supervisor->state()));
+    bootstrap->write("DONE\n");
+    sandbox.provision(QStringLiteral("1.0.0"));
+    bootstrap->exitWith(0);
+    settle();
+    ASSERT_EQ(launches(), 2);
+    const ProcessLaunch &engine = lastProcess()->launch;
+    EXPECT_EQ(
+        engine.arguments.first(), sandbox.payloadDir() + QStringLiteral("/scripts/run_engine.sh"));
+    EXPECT_EQ(engine.environment->value(QStringLiteral("ENGINE_HOST")), QStringLiteral("::1"));
+    EXPECT_EQ(engine.environment->value(QStringLiteral("ENGINE_PORT")), QStringLiteral("9001"));
+}
+
+TEST_F(ProvisioningTest, ARemoteEndpointDuringSetupStopsItAndItsEndLaunchesNothing)
+{
+    const auto bootstrap = beginSetup();
+    supervisor->start(url("ws://192.168.1.5:8765"));
+    EXPECT_TRUE(bootstrap->terminated);
+    EXPECT_EQ(supervisor->state(), EngineState(es::RemoteEndpoint {}));
+    bootstrap->write("PROGRESS 90 Almost\nDONE\n");
+    bootstrap->exitWith(0);
+    settle();
+    EXPECT_EQ(launches(), 1);
+    EXPECT_EQ(supervisor->state(), EngineState(es::RemoteEndpoint {}));
 }
 
 TEST_F(ProvisioningTest, BeginNeedsALoopbackEndpointAndAPayload)
