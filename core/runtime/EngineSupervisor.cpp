@@ -209,7 +209,12 @@ void EngineSupervisor::launchEngine()
 
     std::unique_ptr<ChildProcess> process = m_launcher->create();
     const quint64 generation = ++m_engineGeneration;
-    attachOutput(*process, [](const QString &) {});
+    m_lastEngineLine.clear();
+    attachOutput(*process, [this, generation](const QString &line) {
+        if (generation == m_engineGeneration && !line.trimmed().isEmpty()) {
+            m_lastEngineLine = line.trimmed();
+        }
+    });
     QPointer<QObject> guard(this);
     process->setExitHandler([this, guard, generation](int status) {
         postToMainThread(guard, [this, generation, status] { engineExited(status, generation); });
@@ -245,6 +250,13 @@ void EngineSupervisor::engineExited(int status, quint64 generation)
     }
     m_engineProcess.reset();
     if (!m_shouldRunEngine) {
+        return;
+    }
+    if (status == kEngineCannotStartStatus) {
+        Logging::shared().error(QStringLiteral("engine cannot start: ") + m_lastEngineLine);
+        setState(engine_state::Failed {m_lastEngineLine.isEmpty()
+                ? QStringLiteral("The engine cannot start (exited %1). See the log.").arg(status)
+                : m_lastEngineLine});
         return;
     }
     ++m_crashCount;

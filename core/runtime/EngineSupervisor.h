@@ -97,6 +97,9 @@ public:
     static constexpr const char *kDefaultHost = "127.0.0.1";
     static constexpr int kDefaultPort = 8765;
     static constexpr const char *kUninstallLogPath = "/tmp/sayvo_uninstall.log";
+    // The engine's exit status when it cannot run at all (its speech model is missing or
+    // damaged); its last line of output says why. Restarting would only say it again.
+    static constexpr int kEngineCannotStartStatus = 3;
 
 signals:
     void stateChanged(const sayvo::EngineState &state);
@@ -145,6 +148,7 @@ private:
     double m_delayScale;
     // Exits and output of processes that were replaced or dropped are ignored.
     quint64 m_engineGeneration = 0;
+    QString m_lastEngineLine;
     quint64 m_bootstrapGeneration = 0;
 };
 

@@ -1,5 +1,6 @@
 // The payload scripts as the client runs them: bootstrap into a temporary install root,
 // run_engine.sh from the runtime it built, and uninstall.sh with its refusals.
+#include "runtime/EngineSupervisor.h"
 #include "support/engine/EngineProcess.h"
 #include "support/engine/EngineTestClient.h"
 
@@ -8,7 +9,9 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QTcpServer>
 #include <QTemporaryDir>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -44,6 +47,14 @@ ScriptRun runScript(const QString &script, const QStringList &arguments,
 class PayloadScripts : public ::testing::Test
 {
 protected:
+    // A loopback port nobody listens on at the moment.
+    static int freePort()
+    {
+        QTcpServer server;
+        EXPECT_TRUE(server.listen(QHostAddress::LocalHost));
+        return server.serverPort();
+    }
+
     QString root() const { return m_dir.filePath("SayvoApp/runtime"); }
     ScriptRun bootstrap(
         const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
@@ -185,6 +196,28 @@ TEST_F(PayloadScripts, RunEngineStartsTheInstalledEngineOnLoopback)
     ASSERT_TRUE(engine.startCommand("/bin/bash",
         {kPayload + "/scripts/run_engine.sh", "--app-dir", root() + "/app"}, environment));
     EXPECT_EQ(engine.host(), "127.0.0.2");
+}
+
+TEST_F(PayloadScripts, TheSupervisorShowsWhyAnEngineWithADamagedModelCannotStart)
+{
+    ASSERT_EQ(bootstrap().exitCode, 0);
+    // The model the runtime links to is damaged after set-up, as a full disk might leave it.
+    const QString model = root() + "/app/models/streaming";
+    QFile::remove(model + "/en-us.lm.bin");
+    QFile damaged(model + "/en-us.lm.bin");
+    ASSERT_TRUE(damaged.open(QIODevice::WriteOnly));
+    damaged.write(QByteArray(4096, 'x'));
+    damaged.close();
+
+    EngineSupervisor supervisor(RuntimeLocator(kPayload, root(), QStringLiteral("1.4.0")));
+    supervisor.start(QUrl(QStringLiteral("ws://127.0.0.1:%1").arg(freePort())));
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return std::holds_alternative<engine_state::Failed>(supervisor.state()); }, 30000))
+        << supervisor.log().toStdString();
+    const QString message = std::get<engine_state::Failed>(supervisor.state()).message;
+    EXPECT_TRUE(message.contains(model + "/en-us.lm.bin")) << message.toStdString();
+    EXPECT_EQ(supervisor.crashCount(), 0) << "not restarted: it would only fail again";
+    EXPECT_FALSE(supervisor.hasPendingRestart());
 }
 
 TEST_F(PayloadScripts, RunEngineWithoutARuntimeFails)

@@ -214,6 +214,33 @@ TEST_F(EngineSupervisorTest, FiveCrashesBackOffAndTheSixthFails)
     EXPECT_EQ(s.crashCount(), 6);
 }
 
+TEST_F(EngineSupervisorTest, AnEngineThatCannotLoadItsModelFailsWithItsLastLineAndIsNotRestarted)
+{
+    EngineSupervisor &s = make();
+    s.start(url("ws://127.0.0.1:8765"));
+    lastProcess()->write("run_engine: starting\n"
+                         "sayvo-engine: speech model missing: /srv/model/en-us.lm.bin\n");
+    lastProcess()->exitWith(EngineSupervisor::kEngineCannotStartStatus);
+    settle();
+    EXPECT_EQ(s.state(),
+        EngineState(es::Failed {
+            QStringLiteral("sayvo-engine: speech model missing: /srv/model/en-us.lm.bin")}));
+    EXPECT_FALSE(s.hasPendingRestart());
+    QTest::qWait(100);
+    EXPECT_EQ(launches(), 1);
+}
+
+TEST_F(EngineSupervisorTest, AnEngineThatCannotStartAndSaysNothingFailsWithItsStatus)
+{
+    EngineSupervisor &s = make();
+    s.start(url("ws://127.0.0.1:8765"));
+    lastProcess()->exitWith(EngineSupervisor::kEngineCannotStartStatus);
+    settle();
+    EXPECT_EQ(s.state(),
+        EngineState(
+            es::Failed {QStringLiteral("The engine cannot start (exited 3). See the log.")}));
+}
+
 TEST_F(EngineSupervisorTest, HealthyHandshakeResetsTheCrashCount)
 {
     EngineSupervisor &s = make();
