@@ -49,6 +49,9 @@ EngineSupervisor::EngineSupervisor(RuntimeLocator locator, Options options, QObj
       m_applicationPath(options.applicationPath),
       m_applicationPid(
           options.applicationPid ? options.applicationPid : QCoreApplication::applicationPid()),
+      m_uninstallLogPath(options.uninstallLogPath.isEmpty()
+              ? userStateDirectory() + QStringLiteral("/SayvoApp/uninstall.log")
+              : options.uninstallLogPath),
       m_delayScale(options.delayScale)
 {
     qRegisterMetaType<EngineState>();

@@ -43,6 +43,10 @@ public:
         // Multiplies every delay before a relaunch; the logged delays stay unscaled. Only tests
         // change it, to walk through the back-off without waiting half a minute.
         double delayScale = 1.0;
+        // Where the uninstaller's output goes. Default: "SayvoApp/uninstall.log" in the
+        // user's state directory, a folder only the user can reach (never a shared one such
+        // as /tmp, where another user could plant a link in its place).
+        QString uninstallLogPath;
     };
 
     explicit EngineSupervisor(RuntimeLocator locator, QObject *parent = nullptr);
@@ -65,6 +69,7 @@ public:
     bool isDevRuntime() const { return m_locator.isAdopted(); }
     // The payload ships an uninstaller.
     bool canUninstall() const;
+    const QString &uninstallLogPath() const { return m_uninstallLogPath; }
 
     // Called at launch (twice: tolerated) and whenever the endpoint setting changes.
     void start(const QUrl &endpoint);
@@ -81,7 +86,8 @@ public:
     // Stops the engine and any set-up; nothing is restarted afterwards.
     void shutdown();
     // Starts the payload's uninstaller from a temporary copy, detached so that it outlives the
-    // app; true when it was launched, after which the caller quits the application.
+    // app, its output in `uninstallLogPath()`; true when it was launched, after which the
+    // caller quits the application.
     bool performUninstall(bool removeSharedModels);
 
     static bool isLoopback(const QUrl &url);
@@ -96,7 +102,6 @@ public:
     static constexpr int kMaxLogChars = 40000;
     static constexpr const char *kDefaultHost = "127.0.0.1";
     static constexpr int kDefaultPort = 8765;
-    static constexpr const char *kUninstallLogPath = "/tmp/sayvo_uninstall.log";
     // The engine's exit status when it cannot run at all (its speech model is missing or
     // damaged); its last line of output says why. Restarting would only say it again.
     static constexpr int kEngineCannotStartStatus = 3;
@@ -145,6 +150,7 @@ private:
     PortProbe m_portProbe;
     QString m_applicationPath;
     qint64 m_applicationPid;
+    QString m_uninstallLogPath;
     double m_delayScale;
     // Exits and output of processes that were replaced or dropped are ignored.
     quint64 m_engineGeneration = 0;

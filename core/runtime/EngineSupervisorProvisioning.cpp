@@ -2,6 +2,7 @@
 // and uninstall scripts.
 #include "base/Logging.h"
 #include "base/MainThread.h"
+#include "runtime/AppBundle.h"
 #include "runtime/BootstrapLine.h"
 #include "runtime/EngineSupervisor.h"
 #include "runtime/OutputLineReader.h"
@@ -185,12 +186,18 @@ bool EngineSupervisor::performUninstall(bool removeSharedModels)
     launch.program = QStringLiteral("/bin/bash");
     launch.arguments = {copy, QStringLiteral("--yes"), QStringLiteral("--wait-pid"),
         QString::number(m_applicationPid), QStringLiteral("--install-root"),
-        m_locator.installRoot(), QStringLiteral("--app"), m_applicationPath};
+        m_locator.installRoot(), QStringLiteral("--app"), m_applicationPath,
+        QStringLiteral("--payload"), m_locator.payloadDir()};
     if (removeSharedModels) {
         launch.arguments.append(QStringLiteral("--purge-shared"));
     }
+    // The log says what was removed and kept; it lives in a folder of the user's own.
+    const QString logFolder = QFileInfo(m_uninstallLogPath).absolutePath();
+    QDir().mkpath(logFolder);
+    QFile::setPermissions(
+        logFolder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     const Status<ProcessLaunchError> launched
-        = m_launcher->startDetached(launch, QString::fromLatin1(kUninstallLogPath));
+        = m_launcher->startDetached(launch, m_uninstallLogPath);
     if (!launched) {
         Logging::shared().error(
             QStringLiteral("could not start the uninstaller: ") + launched.error().describe());

@@ -46,10 +46,10 @@ done
 [ -n "$binary" ] || { say "no sayvo-engine in $app_dir (.venv/bin or engine/bin)"; exit 2; }
 
 host="127.0.0.1"
-requested="${ENGINE_HOST:-127.0.0.1}"
-case "${requested,,}" in
-  127.0.0.1 | ::1 | localhost) host="${requested,,}" ;;
-  *) if [ "${SAYVO_ENGINE_ALLOW_REMOTE:-0}" = "1" ]; then host="$requested"; fi ;;
+requested=$(printf '%s' "${ENGINE_HOST:-127.0.0.1}" | tr '[:upper:]' '[:lower:]')
+case "$requested" in
+  127.0.0.1 | ::1 | localhost) host="$requested" ;;
+  *) if [ "${SAYVO_ENGINE_ALLOW_REMOTE:-0}" = "1" ]; then host="${ENGINE_HOST}"; fi ;;
 esac
 port="${ENGINE_PORT:-8765}"
 models="${SAYVO_ENGINE_MODEL_DIR:-$app_dir/models/streaming}"

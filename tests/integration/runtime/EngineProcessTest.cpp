@@ -117,16 +117,16 @@ TEST_F(EngineProcessTest, ListeningEngineIsFoundUpOnTheSecondStart)
 TEST_F(EngineProcessTest, FiveExitsBackOffTwoFourSixEightEightAndTheSixthFails)
 {
     useRunScript("run_engine_exits.sh");
-    setExitStatus(3);
+    setExitStatus(7);
     EngineSupervisor &s = make(); // real delays: 28 seconds in all
     s.start(loopback(freePort()));
     ASSERT_TRUE(waitForState(
-        es::Failed {QStringLiteral("The engine keeps stopping (exited 3). See the log.")}, 40000));
+        es::Failed {QStringLiteral("The engine keeps stopping (exited 7). See the log.")}, 40000));
     const QString log = s.log();
     qsizetype from = 0;
     for (int delay : {2, 4, 6, 8, 8}) {
         const QString note
-            = QStringLiteral("\n== engine exited (3); restarting in %1s ==\n").arg(delay);
+            = QStringLiteral("\n== engine exited (7); restarting in %1s ==\n").arg(delay);
         const qsizetype at = log.indexOf(note, from);
         ASSERT_GE(at, 0) << "missing restart after " << delay << "s";
         from = at + note.size();

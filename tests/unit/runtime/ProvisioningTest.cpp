@@ -283,10 +283,15 @@ TEST_F(ProvisioningTest, UninstallRunsACopyDetachedWithItsArguments)
     EXPECT_TRUE(engine->terminated);
     ASSERT_EQ(processes->detached.size(), 1);
     const auto &detached = processes->detached.first();
-    EXPECT_EQ(detached.outputFile, QStringLiteral("/tmp/sayvo_uninstall.log"));
+    EXPECT_EQ(
+        detached.outputFile, sandbox.root() + QStringLiteral("/state/SayvoApp/uninstall.log"));
+    EXPECT_EQ(QFileInfo(sandbox.root() + QStringLiteral("/state/SayvoApp")).permissions()
+            & (QFileDevice::ReadGroup | QFileDevice::ReadOther | QFileDevice::WriteOther),
+        QFileDevice::Permissions {})
+        << "the log's folder is the user's alone";
     EXPECT_EQ(detached.launch.program, QStringLiteral("/bin/bash"));
     const QStringList args = detached.launch.arguments;
-    ASSERT_EQ(args.size(), 8);
+    ASSERT_EQ(args.size(), 10);
     const QString &copy = args[0];
     EXPECT_EQ(QFileInfo(copy).path(), QDir::tempPath());
     EXPECT_TRUE(QFileInfo(copy).fileName().startsWith(QStringLiteral("sayvo-uninstall-")));
@@ -299,7 +304,17 @@ TEST_F(ProvisioningTest, UninstallRunsACopyDetachedWithItsArguments)
     QFile::remove(copy);
     EXPECT_EQ(args.mid(1),
         (QStringList {"--yes", "--wait-pid", "4242", "--install-root", sandbox.installRoot(),
-            "--app", "/opt/Sayvo/bin/sayvo"}));
+            "--app", "/opt/Sayvo/bin/sayvo", "--payload", sandbox.payloadDir()}));
+}
+
+TEST_F(ProvisioningTest, TheUninstallLogIsKeptInTheUsersStateFolderNeverInASharedOne)
+{
+    const QString state = sandbox.root() + QStringLiteral("/xdg-state");
+    const QByteArray previous = qgetenv("XDG_STATE_HOME");
+    qputenv("XDG_STATE_HOME", state.toUtf8());
+    EngineSupervisor s(sandbox.locator(QStringLiteral("1.0.0")));
+    qputenv("XDG_STATE_HOME", previous);
+    EXPECT_EQ(s.uninstallLogPath(), state + QStringLiteral("/SayvoApp/uninstall.log"));
 }
 
 TEST_F(ProvisioningTest, UninstallPurgesSharedModelsOnlyWhenAsked)
@@ -308,8 +323,8 @@ TEST_F(ProvisioningTest, UninstallPurgesSharedModelsOnlyWhenAsked)
     ASSERT_TRUE(supervisor->performUninstall(true));
     ASSERT_EQ(processes->detached.size(), 1);
     const QStringList args = processes->detached.first().launch.arguments;
-    ASSERT_EQ(args.size(), 9);
-    EXPECT_EQ(args[8], QStringLiteral("--purge-shared"));
+    ASSERT_EQ(args.size(), 11);
+    EXPECT_EQ(args[10], QStringLiteral("--purge-shared"));
     QFile::remove(args[0]);
 }
 
