@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -245,6 +246,38 @@ TEST_F(OtherUsers, OverIpv6LoopbackToo)
     EXPECT_TRUE(QTest::qWaitFor([&] {
         return m_engine.log().contains("peer socket belongs to uid 65534");
     })) << m_engine.log().toStdString();
+}
+
+TEST_F(EngineProtocol, PastOneUtterancePerCoreANewOneIsBusyUntilOneEnds)
+{
+    const auto found = QRegularExpression(QStringLiteral("recognisers: up to (\\d+) at once"))
+                           .match(m_engine.log());
+    ASSERT_TRUE(found.hasMatch()) << m_engine.log().toStdString();
+    const int workers = found.captured(1).toInt();
+    ASSERT_GE(workers, 1);
+    std::vector<std::unique_ptr<EngineTestClient>> talking;
+    for (int i = 0; i < workers; ++i) {
+        talking.push_back(std::make_unique<EngineTestClient>());
+        ASSERT_TRUE(talking.back()->connectTo(m_engine.url()));
+        talking.back()->send(UtteranceStartMessage {.utteranceId = "T" + std::to_string(i)});
+        talking.back()->sendAudio(QByteArray(3200, '\0'));
+        // A round trip: the engine has taken the start before the next client speaks.
+        talking.back()->send(SuggestionsRequestMessage {});
+        ASSERT_TRUE(talking.back()->waitFor<SuggestionsMessage>());
+    }
+    EngineTestClient late;
+    ASSERT_TRUE(late.connectTo(m_engine.url()));
+    speak(late, "LATE", 2);
+    ASSERT_TRUE(late.waitFor<ErrorMessage>());
+    EXPECT_EQ(late.errorCodes(), std::vector<std::string> {"busy"});
+    EXPECT_TRUE(late.received<FinalMessage>().empty());
+
+    talking.front()->send(UtteranceEndMessage {.utteranceId = "T0"});
+    ASSERT_TRUE(talking.front()->waitFor<FinalMessage>());
+    speak(late, "AGAIN", 2);
+    ASSERT_TRUE(late.waitFor<FinalMessage>());
+    EXPECT_EQ(late.received<FinalMessage>()[0].utteranceId, "AGAIN");
+    EXPECT_EQ(late.errorCodes().size(), 1u);
 }
 
 TEST_F(EngineProtocol, TwoSessionsAreIndependent)
