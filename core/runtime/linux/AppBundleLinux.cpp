@@ -40,7 +40,7 @@ QString userDataDirectory()
 QString userStateDirectory()
 {
     // $XDG_STATE_HOME when it is an absolute path, or ~/.local/state.
-    const QString fromEnvironment = qEnvironmentVariable("XDG_STATE_HOME");
+    QString fromEnvironment = qEnvironmentVariable("XDG_STATE_HOME");
     if (!fromEnvironment.isEmpty() && QDir::isAbsolutePath(fromEnvironment)) {
         return fromEnvironment;
     }
