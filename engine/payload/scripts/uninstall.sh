@@ -173,10 +173,13 @@ elif [ -e "$shared" ]; then
   keep "shared models at $shared: pass --purge-shared to remove them"
 fi
 
-# Temporary copies of this script (this one and any an earlier run left behind) and the log
-# older versions wrote to /tmp: only this user's own plain files.
+# Temporary copies of this script (this one, wherever it was put, and any an earlier run left
+# behind) and the log older versions wrote to /tmp: only this user's own plain files.
 tmp="${TMPDIR:-/tmp}"
-for leftover in "$tmp"/sayvo-uninstall-*.sh /tmp/sayvo_uninstall.log; do
+[ -d "$tmp" ] || tmp=/tmp
+self=()
+case "$(basename -- "$0")" in sayvo-uninstall-*.sh) self=("$0") ;; esac
+for leftover in ${self[@]+"${self[@]}"} "$tmp"/sayvo-uninstall-*.sh /tmp/sayvo_uninstall.log; do
   if [ -f "$leftover" ] && [ ! -L "$leftover" ] && [ -O "$leftover" ]; then
     rm -f -- "$leftover" && log "removed temporary file: $leftover"
   fi

@@ -321,6 +321,21 @@ TEST_F(Uninstall, WaitsForTheAppThenRemovesEverythingItOwns)
         << "the linked system model is untouched";
 }
 
+TEST_F(Uninstall, RemovesItsOwnCopyWhereverItWasPutAndATMPDIRNamingNoFolderIsNoBother)
+{
+    QDir(m_dir.path()).mkpath("elsewhere");
+    const QString copy = m_dir.filePath("elsewhere/sayvo-uninstall-Ab12Cd.sh");
+    ASSERT_TRUE(QFile::copy(kPayload + "/scripts/uninstall.sh", copy));
+    touch("elsewhere/sayvo-uninstall-notes.txt");
+    m_environment.insert("TMPDIR", m_dir.filePath("no-such-folder"));
+    const ScriptRun run
+        = runScript(copy, {"--yes", "--install-root", root(), "--app", app()}, m_environment);
+    ASSERT_EQ(run.exitCode, 0) << run.text().toStdString();
+    EXPECT_FALSE(QFileInfo::exists(copy));
+    EXPECT_TRUE(run.has("uninstall: removed temporary file: " + copy)) << run.text().toStdString();
+    EXPECT_TRUE(exists("elsewhere/sayvo-uninstall-notes.txt")) << "only the copy itself goes";
+}
+
 TEST_F(Uninstall, RunningItAgainRemovesNothingMoreAndSucceeds)
 {
     const QStringList arguments {"--yes", "--install-root", root(), "--app", app()};

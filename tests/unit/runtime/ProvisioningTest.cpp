@@ -307,6 +307,38 @@ TEST_F(ProvisioningTest, UninstallRunsACopyDetachedWithItsArguments)
             "--app", "/opt/Sayvo/bin/sayvo", "--payload", sandbox.payloadDir()}));
 }
 
+TEST_F(ProvisioningTest, WithTMPDIRNamingNoFolderTheUninstallCopyIsStillPrivateAndTemporary)
+{
+    make();
+    const QString working = sandbox.root() + QStringLiteral("/working");
+    ASSERT_TRUE(QDir().mkpath(working));
+    const QString previousFolder = QDir::currentPath();
+    const QByteArray previousTmp = qgetenv("TMPDIR");
+    ASSERT_TRUE(QDir::setCurrent(working));
+    qputenv("TMPDIR", (sandbox.root() + QStringLiteral("/no-such-folder")).toUtf8());
+    const bool started = supervisor->performUninstall(false);
+    qputenv("TMPDIR", previousTmp);
+    QDir::setCurrent(previousFolder);
+    ASSERT_TRUE(started);
+    ASSERT_EQ(processes->detached.size(), 1);
+    const QString copy = processes->detached.first().launch.arguments.first();
+    EXPECT_TRUE(QDir(working).isEmpty()) << "nothing lands in the working folder";
+    EXPECT_TRUE(QDir::isAbsolutePath(copy)) << copy.toStdString();
+    EXPECT_TRUE(QFileInfo(copy).fileName().startsWith(QStringLiteral("sayvo-uninstall-")));
+    ASSERT_TRUE(QFileInfo(copy).isFile()) << copy.toStdString();
+    EXPECT_EQ(QFileInfo(copy).permissions()
+            & (QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ReadOther
+                | QFileDevice::WriteOther),
+        QFileDevice::Permissions {})
+        << "the copy is the user's alone";
+    QFile copied(copy);
+    ASSERT_TRUE(copied.open(QIODevice::ReadOnly));
+    QFile original(fixtureScript(QStringLiteral("uninstall_records.sh")));
+    ASSERT_TRUE(original.open(QIODevice::ReadOnly));
+    EXPECT_EQ(copied.readAll(), original.readAll());
+    QFile::remove(copy);
+}
+
 TEST_F(ProvisioningTest, TheUninstallLogIsKeptInTheUsersStateFolderNeverInASharedOne)
 {
     const QString state = sandbox.root() + QStringLiteral("/xdg-state");
