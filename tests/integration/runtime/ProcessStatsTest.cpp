@@ -32,16 +32,31 @@ double reportedCpu(const QString &output)
     return total;
 }
 
+// Starts a burner that spins until it has used `busyMs` of CPU (longer on a loaded machine)
+// and then idles, and returns once it idles; what it printed is in `output`.
+void burnThenIdle(QProcess &burner, int busyMs, QString &output)
+{
+    burner.start(kBurner,
+        {QStringLiteral("100"), QStringLiteral("0"), QString::number(busyMs),
+            QStringLiteral("10000")});
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            output += QString::fromUtf8(burner.readAllStandardOutput());
+            return output.contains(QLatin1String("idle"));
+        },
+        120000));
+}
+
 TEST(ProcessStats, ChildrenThatCameAndWentCountAsTheCpuTheyUsedMeanwhile)
 {
     // A shell that, once told, runs four short burners one after the other (each spinning
-    // 60 ms of every 100 for half a second) and then waits: by the second reading they are
-    // gone, and only the shell is left to account for them.
+    // until it has used 150 ms of CPU) and then waits: by the second reading they are gone,
+    // and only the shell is left to account for them.
     QProcess shell;
     shell.start(QStringLiteral("bash"),
         {QStringLiteral("-c"),
             QStringLiteral(
-                R"(read go; for i in 1 2 3 4; do "$0" 60 40 500; done; echo finished; read done)"),
+                R"(read go; for i in 1 2 3 4; do "$0" 100 0 150; done; echo finished; read done)"),
             kBurner});
     ASSERT_TRUE(shell.waitForStarted());
     const auto stats = createProcessStats();
@@ -63,28 +78,21 @@ TEST(ProcessStats, ChildrenThatCameAndWentCountAsTheCpuTheyUsedMeanwhile)
     ASSERT_TRUE(after);
     EXPECT_EQ(after->processCount, 1);
     // What the burners used, over the time between the readings; a loaded machine gives them
-    // less than the 60 % they ask for, and the figure must follow.
+    // less than the core they ask for, and the figure must follow. The margin is small enough
+    // that a figure of nothing fails whenever they got more than a few percent.
     const double expected = 100.0 * reportedCpu(output) / window;
-    EXPECT_GT(expected, 5.0);
-    EXPECT_NEAR(after->cpuPercent, expected, 5.0 + 0.15 * expected)
+    EXPECT_GT(expected, 3.0);
+    EXPECT_NEAR(after->cpuPercent, expected, 2.0 + 0.15 * expected)
         << "burners used " << reportedCpu(output) << " s of CPU in " << window << " s";
 }
 
 TEST(ProcessStats, AProcessThatWasBusyAndNowIdlesShowsIdle)
 {
-    // A second and a half spinning, then idle: an average over its life would say it is
-    // busy for a long while yet.
+    // A second and a half of CPU spent spinning, then idle: an average over its life would say it
+    // is busy for a long while yet.
     QProcess burner;
-    burner.start(kBurner,
-        {QStringLiteral("100"), QStringLiteral("0"), QStringLiteral("1500"),
-            QStringLiteral("10000")});
     QString output;
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            output += QString::fromUtf8(burner.readAllStandardOutput());
-            return output.contains(QLatin1String("idle"));
-        },
-        30000));
+    ASSERT_NO_FATAL_FAILURE(burnThenIdle(burner, 1500, output));
     const auto stats = createProcessStats();
     const auto pid = static_cast<pid_t>(burner.processId());
     const auto first = stats->sampleTree(pid);
@@ -101,16 +109,8 @@ TEST(ProcessStats, AProcessThatWasBusyAndNowIdlesShowsIdle)
 TEST(ProcessStats, TheSettingsWindowsSamplerShowsCurrentUse)
 {
     QProcess burner;
-    burner.start(kBurner,
-        {QStringLiteral("100"), QStringLiteral("0"), QStringLiteral("1000"),
-            QStringLiteral("10000")});
     QString output;
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            output += QString::fromUtf8(burner.readAllStandardOutput());
-            return output.contains(QLatin1String("idle"));
-        },
-        30000));
+    ASSERT_NO_FATAL_FAILURE(burnThenIdle(burner, 1000, output));
     FootprintSampler sampler(static_cast<pid_t>(burner.processId()), 0.3);
     sampler.start();
     ASSERT_TRUE(QTest::qWaitFor([&] { return sampler.footprint().has_value(); }, 10000));

@@ -19,6 +19,17 @@ protected:
         QFile::remove(sandbox.installRoot() + QStringLiteral("/VERSION")); // not provisioned
     }
 
+    // `copy` holds the payload's uninstaller; it is removed.
+    static void expectACopyOfTheUninstaller(const QString &copy)
+    {
+        QFile copied(copy);
+        ASSERT_TRUE(copied.open(QIODevice::ReadOnly)) << copy.toStdString();
+        QFile original(fixtureScript(QStringLiteral("uninstall_records.sh")));
+        ASSERT_TRUE(original.open(QIODevice::ReadOnly));
+        EXPECT_EQ(copied.readAll(), original.readAll());
+        QFile::remove(copy);
+    }
+
     // Starts set-up the way the set-up window does and returns the bootstrap child.
     std::shared_ptr<FakeProcessRecord> beginSetup()
     {
@@ -294,12 +305,7 @@ TEST_F(ProvisioningTest, UninstallRunsACopyDetachedWithItsArguments)
     EXPECT_EQ(QFileInfo(copy).path(), QDir::tempPath());
     EXPECT_TRUE(QFileInfo(copy).fileName().startsWith(QStringLiteral("sayvo-uninstall-")));
     EXPECT_TRUE(copy.endsWith(QStringLiteral(".sh")));
-    QFile copied(copy);
-    ASSERT_TRUE(copied.open(QIODevice::ReadOnly));
-    QFile original(fixtureScript(QStringLiteral("uninstall_records.sh")));
-    ASSERT_TRUE(original.open(QIODevice::ReadOnly));
-    EXPECT_EQ(copied.readAll(), original.readAll());
-    QFile::remove(copy);
+    expectACopyOfTheUninstaller(copy);
     EXPECT_EQ(args.mid(1),
         (QStringList {"--yes", "--wait-pid", "4242", "--install-root", sandbox.installRoot(),
             "--app", "/opt/Sayvo/bin/sayvo", "--payload", sandbox.payloadDir()}));
@@ -329,12 +335,7 @@ TEST_F(ProvisioningTest, WithTMPDIRNamingNoFolderTheUninstallCopyIsStillPrivateA
                 | QFileDevice::WriteOther),
         QFileDevice::Permissions {})
         << "the copy is the user's alone";
-    QFile copied(copy);
-    ASSERT_TRUE(copied.open(QIODevice::ReadOnly));
-    QFile original(fixtureScript(QStringLiteral("uninstall_records.sh")));
-    ASSERT_TRUE(original.open(QIODevice::ReadOnly));
-    EXPECT_EQ(copied.readAll(), original.readAll());
-    QFile::remove(copy);
+    expectACopyOfTheUninstaller(copy);
 }
 
 TEST_F(ProvisioningTest, TheUninstallLogIsKeptInTheUsersStateFolderNeverInASharedOne)
