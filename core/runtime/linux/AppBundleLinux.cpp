@@ -38,4 +38,14 @@ QString userDataDirectory()
     return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
 }
 
+QString userStateDirectory()
+{
+    // $XDG_STATE_HOME when it is an absolute path, or ~/.local/state.
+    QString fromEnvironment = qEnvironmentVariable("XDG_STATE_HOME");
+    if (!fromEnvironment.isEmpty() && QDir::isAbsolutePath(fromEnvironment)) {
+        return fromEnvironment;
+    }
+    return QDir::homePath() + QStringLiteral("/.local/state");
+}
+
 } // namespace sayvo
