@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -117,10 +118,12 @@ bool EngineSupervisor::connectsTo(const QString &address, uint16_t port)
     } else {
         return false;
     }
-    const int fd = ::socket(storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    // FD_CLOEXEC set afterwards: macOS has no SOCK_CLOEXEC.
+    const int fd = ::socket(storage.ss_family, SOCK_STREAM, 0);
     if (fd < 0) {
         return false;
     }
+    ::fcntl(fd, F_SETFD, FD_CLOEXEC);
     const bool open = ::connect(fd, reinterpret_cast<const sockaddr *>(&storage), length) == 0;
     ::close(fd);
     return open;
