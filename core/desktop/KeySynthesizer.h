@@ -19,6 +19,16 @@ public:
     // on X11). True when the events were posted; whether the target acted on them cannot be
     // observed.
     virtual bool postPaste(PasteShortcut shortcut) = 0;
+    // False where the session lets no application post keys; pasting is not tried then.
+    virtual bool isAvailable() const { return true; }
+};
+
+// The keystrokes of a session that offers no way to post them.
+class NoKeySynthesizer : public KeySynthesizer
+{
+public:
+    bool postPaste(PasteShortcut) override { return false; }
+    bool isAvailable() const override { return false; }
 };
 
 } // namespace sayvo

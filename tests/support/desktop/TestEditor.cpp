@@ -36,6 +36,11 @@ TestEditor::TestEditor(DesktopSession &session, QString title, bool accessible)
 
 bool TestEditor::activate()
 {
+    if (m_session.isWayland()) {
+        // The compositor maps the window a moment after GTK reports it mapped.
+        const QString focus = QStringLiteral("[title=\"^%1$\"] focus").arg(m_title);
+        return QTest::qWaitFor([&] { return m_session.sway(focus); }, 10000);
+    }
     int code = 0;
     m_session.run(QStringLiteral("xdotool"),
         {QStringLiteral("search"), QStringLiteral("--sync"), QStringLiteral("--name"),
