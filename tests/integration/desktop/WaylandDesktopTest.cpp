@@ -262,4 +262,79 @@ TEST_F(WaylandDesktopTest, TheFrontWindowAndEveryFocusMoveAreReported)
     EXPECT_EQ(front->windowTitle, QStringLiteral("Wayland target"));
 }
 
+TEST(WaylandXWaylandTest, AnX11ClientGetsThePasteToo)
+{
+    DesktopSession session {waylandSession(true)};
+    ASSERT_TRUE(session.isReady()) << session.failure().toStdString();
+    ASSERT_FALSE(session.xwaylandDisplay().isEmpty());
+    auto keys = std::make_shared<KeySynthesizerWayland>();
+    auto pasteboard = std::make_shared<PasteboardWayland>();
+    auto workspace = std::make_shared<WorkspaceWayland>();
+    TestEditor editor(session, QStringLiteral("X11 target"), true, true);
+    ASSERT_TRUE(editor.isReady());
+    TextInserter inserter(
+        pasteboard, keys, std::make_shared<AccessibilityProviderAtSpi>(), workspace);
+    ASSERT_TRUE(inserter.insertViaPaste(QStringLiteral("through XWayland")));
+    EXPECT_TRUE(editor.waitForText(QStringLiteral("through XWayland")))
+        << editor.text().toStdString() << " keys: " << editor.keys().join(' ').toStdString();
+}
+
+TEST(WaylandServicesTest, TheFactoryPicksTheWaylandAdaptersAndSaysSoOnce)
+{
+    DesktopSession session {waylandSession()};
+    ASSERT_TRUE(session.isReady()) << session.failure().toStdString();
+    ASSERT_TRUE(qEnvironmentVariableIsEmpty("DISPLAY"));
+    sayvo::test::LogCapture log;
+    DesktopServices services = createDesktopServices();
+    EXPECT_EQ(services.plan.session, SessionKind::wayland);
+    EXPECT_EQ(services.plan.adapter(DesktopCapability::trigger), DesktopAdapter::triggerCommand);
+    EXPECT_EQ(services.plan.adapter(DesktopCapability::keystrokes), DesktopAdapter::waylandProtocol);
+    EXPECT_EQ(services.plan.adapter(DesktopCapability::clipboard), DesktopAdapter::waylandProtocol);
+    EXPECT_EQ(
+        services.plan.adapter(DesktopCapability::focusedWindow), DesktopAdapter::waylandProtocol);
+    const QStringList lines = log.messages().filter(QStringLiteral("desktop (Wayland session)"));
+    EXPECT_EQ(lines.size(), 6) << lines.join('\n').toStdString();
+    EXPECT_TRUE(lines.join('\n').contains(QStringLiteral("clipboard: Wayland data-control")));
+
+    TestEditor editor(session, QStringLiteral("Factory target"));
+    ASSERT_TRUE(editor.isReady());
+    EXPECT_TRUE(
+        services.keyboard->install({}, [](const KeyEvent &) { return KeyEventDisposition::pass; }));
+    ASSERT_TRUE(services.pasteboard->setConcealedString(QStringLiteral("from the factory")));
+    ASSERT_TRUE(services.keySynthesizer->postPaste(PasteShortcut::standard));
+    EXPECT_TRUE(editor.waitForText(QStringLiteral("from the factory")));
+    const auto front = services.workspace->frontmostApplication();
+    ASSERT_TRUE(front);
+    EXPECT_EQ(front->windowTitle, QStringLiteral("Factory target"));
+    EXPECT_EQ(services.windowList->onScreenWindows(), std::nullopt);
+}
+
+TEST(WaylandServicesTest, AdaptersGoQuietWhenTheCompositorGoesAway)
+{
+    DesktopSession session {waylandSession()};
+    ASSERT_TRUE(session.isReady()) << session.failure().toStdString();
+    PasteboardWayland pasteboard;
+    KeySynthesizerWayland keys;
+    WorkspaceWayland workspace;
+    ASSERT_TRUE(pasteboard.setConcealedString(QStringLiteral("left behind")));
+    sayvo::test::LogCapture log;
+    session.stopCompositor();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return !pasteboard.isAvailable() && !keys.isAvailable() && !workspace.isAvailable(); },
+        5000));
+    QElapsedTimer clock;
+    clock.start();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(pasteboard.items().empty());
+        EXPECT_EQ(pasteboard.string(), std::nullopt);
+        EXPECT_FALSE(pasteboard.setConcealedString(QStringLiteral("nowhere")));
+        EXPECT_FALSE(keys.postPaste(PasteShortcut::standard));
+        EXPECT_EQ(workspace.frontmostApplication(), std::nullopt);
+    }
+    EXPECT_LT(clock.elapsed(), 1000);
+    // Said once per connection, never again however often it is asked.
+    const QStringList lost = log.messages().filter(QStringLiteral("the compositor ended the connection"));
+    EXPECT_EQ(lost.size(), 3) << lost.join('\n').toStdString();
+}
+
 } // namespace

@@ -5,6 +5,8 @@
 #include <QJsonDocument>
 #include <QTest>
 
+#include <unistd.h>
+
 namespace sayvo::testing {
 
 namespace {
@@ -14,15 +16,30 @@ const QString kPython = QStringLiteral("/usr/bin/python3");
 
 } // namespace
 
-TestEditor::TestEditor(DesktopSession &session, QString title, bool accessible)
+TestEditor::TestEditor(DesktopSession &session, QString title, bool accessible, bool x11Client)
     : m_session(session), m_title(std::move(title))
 {
     QProcessEnvironment environment = m_session.environment();
     if (!accessible) {
         environment.insert(QStringLiteral("NO_AT_BRIDGE"), QStringLiteral("1"));
     }
-    m_process = m_session.start(
-        environment, kPython, {QStringLiteral(SAYVO_TEST_EDITOR_SCRIPT), m_title});
+    QString program = kPython;
+    QStringList arguments {QStringLiteral(SAYVO_TEST_EDITOR_SCRIPT), m_title};
+    if (x11Client && m_session.isWayland()) {
+        environment.insert(QStringLiteral("DISPLAY"), m_session.xwaylandDisplay());
+        environment.insert(QStringLiteral("GDK_BACKEND"), QStringLiteral("x11"));
+        // XWayland lets in only the compositor's own user.
+        if (::geteuid() == 0) {
+            environment.insert(
+                QStringLiteral("HOME"), environment.value(QStringLiteral("XDG_RUNTIME_DIR")));
+            arguments.prepend(program);
+            arguments.prepend(QStringLiteral("--clear-groups"));
+            arguments.prepend(QStringLiteral("--regid=%1").arg(DesktopSession::kUnprivilegedUid));
+            arguments.prepend(QStringLiteral("--reuid=%1").arg(DesktopSession::kUnprivilegedUid));
+            program = QStringLiteral("setpriv");
+        }
+    }
+    m_process = m_session.start(environment, program, arguments);
     if (!m_process) {
         return;
     }
