@@ -8,11 +8,14 @@ namespace sayvo {
 
 bool isTerminalEmulator(const QString &bundleId)
 {
+    // X11 WM_CLASS classes and Wayland app ids.
     static const QStringList kTerminalClasses {QStringLiteral("xterm"), QStringLiteral("urxvt"),
         QStringLiteral("gnome-terminal"), QStringLiteral("gnome-terminal-server"),
-        QStringLiteral("konsole"), QStringLiteral("kitty"), QStringLiteral("alacritty"),
-        QStringLiteral("foot"), QStringLiteral("xfce4-terminal"), QStringLiteral("tilix"),
-        QStringLiteral("wezterm"), QStringLiteral("org.wezfurlong.wezterm")};
+        QStringLiteral("org.gnome.Terminal"), QStringLiteral("org.gnome.Console"),
+        QStringLiteral("konsole"), QStringLiteral("org.kde.konsole"), QStringLiteral("kitty"),
+        QStringLiteral("alacritty"), QStringLiteral("foot"), QStringLiteral("footclient"),
+        QStringLiteral("xfce4-terminal"), QStringLiteral("tilix"), QStringLiteral("wezterm"),
+        QStringLiteral("org.wezfurlong.wezterm")};
     return kTerminalClasses.contains(bundleId, Qt::CaseInsensitive);
 }
 
@@ -35,6 +38,10 @@ bool TextInserter::insert(const QString &text, InsertionMethod method)
 {
     if (text.isEmpty()) {
         return false;
+    }
+    // Where the session lets no application post keys, accessibility is the only way in.
+    if (!m_keySynthesizer->isAvailable()) {
+        return insertViaAX(text);
     }
     switch (method) {
     case InsertionMethod::paste:

@@ -16,7 +16,8 @@
 namespace sayvo {
 
 // Puts a transcript into the focused field of the application in front, by a synthetic paste
-// or by a direct accessibility write. Main thread only; failures are a false result.
+// or by a direct accessibility write; only by the latter where the session lets no
+// application post keys. Main thread only; failures are a false result.
 class TextInserter : public QObject
 {
     Q_OBJECT
@@ -50,7 +51,8 @@ private:
     qint64 m_changeCountAfterWrite = 0;
 };
 
-// Whether an application with this bundle identifier (WM_CLASS on X11) is a terminal emulator.
+// Whether an application with this bundle identifier (WM_CLASS on X11, the app id on Wayland)
+// is a terminal emulator.
 bool isTerminalEmulator(const QString &bundleId);
 
 } // namespace sayvo

@@ -15,7 +15,7 @@ struct FrontApplication
     qint64 pid = 0;
     // The title of its window in front, where the platform reports it with the application
     // (Wayland toplevels); elsewhere it is read from the window or through accessibility.
-    std::optional<QString> windowTitle;
+    std::optional<QString> windowTitle = std::nullopt;
 
     bool operator==(const FrontApplication &) const = default;
 };

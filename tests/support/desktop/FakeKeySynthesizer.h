@@ -20,8 +20,11 @@ public:
         }
         return succeeds;
     }
+    bool isAvailable() const override { return available; }
 
     bool succeeds = true;
+    // False: a session that lets no application post keys.
+    bool available = true;
     std::function<void()> onPaste;
     std::vector<PasteShortcut> posted;
 };

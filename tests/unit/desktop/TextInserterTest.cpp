@@ -139,7 +139,8 @@ TEST_F(TextInserterTest, ASecondPasteWithinTheDelayStillRestoresTheUsersClipboar
 TEST_F(TextInserterTest, TerminalEmulatorsGetControlShiftV)
 {
     for (const char *terminal : {"XTerm", "URxvt", "Gnome-terminal", "konsole", "kitty",
-             "Alacritty", "foot", "Xfce4-terminal", "Tilix", "org.wezfurlong.wezterm"}) {
+             "Alacritty", "foot", "Xfce4-terminal", "Tilix", "org.wezfurlong.wezterm",
+             "org.gnome.Terminal", "org.kde.konsole", "footclient"}) {
         EXPECT_TRUE(isTerminalEmulator(QString::fromLatin1(terminal))) << terminal;
     }
     EXPECT_FALSE(isTerminalEmulator(QStringLiteral("firefox")));
@@ -200,6 +201,27 @@ TEST_F(TextInserterTest, AReadOnlyFocusFallsBackToPaste)
     EXPECT_TRUE(m_inserter.insert(QStringLiteral("text"), InsertionMethod::axDirect));
     EXPECT_EQ(label->text, QStringLiteral("read only"));
     EXPECT_EQ(m_keys->posted.size(), 1u);
+}
+
+TEST_F(TextInserterTest, WithoutKeystrokesEvenPasteInsertionWritesThroughAccessibility)
+{
+    m_keys->available = false;
+    m_pasteboard->preload({item({{"text/plain", "the user's"}})});
+    const auto before = m_pasteboard->contents;
+    auto field = std::make_shared<FakeAccessibleElement>(QStringLiteral("field"));
+    field->text = QString();
+    field->writable = {QStringLiteral("AXSelectedText")};
+    m_accessibility->focusSystemWide(field);
+
+    EXPECT_TRUE(m_inserter.insert(QStringLiteral("typed in"), InsertionMethod::paste));
+    EXPECT_EQ(field->text, QStringLiteral("typed in"));
+    EXPECT_TRUE(m_keys->posted.empty());
+    EXPECT_EQ(m_pasteboard->contents, before);
+    EXPECT_FALSE(m_inserter.isRestorePending());
+
+    m_accessibility->focusSystemWide(std::make_shared<FakeAccessibleElement>());
+    EXPECT_FALSE(m_inserter.insert(QStringLiteral("nowhere"), InsertionMethod::paste));
+    EXPECT_TRUE(m_keys->posted.empty());
 }
 
 TEST_F(TextInserterTest, WhenBothWaysFailInsertionFails)
