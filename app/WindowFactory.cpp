@@ -30,9 +30,10 @@ Permissions::Kind kindOf(Permission permission)
 } // namespace
 
 std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
-    SayvoCoordinator &coordinator, EngineSupervisor &, Permissions &permissions)
+    SayvoCoordinator &coordinator, EngineSupervisor &, Permissions &permissions,
+    const std::vector<DesktopCapabilityStatus> &desktopCapabilities)
 {
-    return std::make_unique<SettingsWindow>(
+    auto window = std::make_unique<SettingsWindow>(
         settings, usageStats, coordinator,
         [&permissions] {
             return PermissionSnapshot {permissions.isGranted(Permissions::Kind::microphone),
@@ -41,6 +42,8 @@ std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsS
         },
         [&permissions](Permission permission) { permissions.openSettings(kindOf(permission)); },
         makeLoginItem(QCoreApplication::applicationFilePath()));
+    window->setDesktopCapabilities(desktopCapabilities);
+    return window;
 }
 
 std::unique_ptr<QWidget> makeSetupWindow(EngineSupervisor &engineSupervisor)

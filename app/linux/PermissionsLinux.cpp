@@ -124,11 +124,13 @@ void PermissionsLinux::openSettings(Kind kind)
         break;
     case Kind::inputMonitoring:
         title = QStringLiteral("Input Monitoring");
-        text = QStringLiteral("Sayvo watches its trigger key through the X server. On a Wayland "
-                              "session only X11 applications "
-                              "(XWayland) pass keys to it; there, choose \"Tray icon click "
-                              "(toggle)\" as the trigger in "
-                              "Settings → General.");
+        text = QStringLiteral(
+            "On X11 Sayvo watches its trigger key through the X server. On Wayland no "
+            "application may watch keys: bind the key in your compositor instead, for sway\n\n"
+            "    bindsym --no-repeat Control_R exec sayvo trigger press\n"
+            "    bindsym --release Control_R exec sayvo trigger release\n\n"
+            "or add a custom shortcut in the desktop's keyboard settings that runs "
+            "\"sayvo trigger toggle\" with Toggle as the trigger mode.");
         break;
     }
     auto *dialog = new QMessageBox(QMessageBox::Information, title, text);

@@ -185,7 +185,7 @@ QStringList DesktopPlan::logLines() const
     QStringList lines;
     for (const DesktopCapabilityStatus &status : capabilities) {
         lines << QStringLiteral("desktop (%1 session): %2: %3")
-                     .arg(sessionName(session), title(status.capability).toLower(),
+                     .arg(sessionName(session), displayName(status.capability).toLower(),
                          adapterName(status.capability, status.adapter));
     }
     if (!canShowPanelWithoutFocus) {
@@ -196,7 +196,7 @@ QStringList DesktopPlan::logLines() const
     return lines;
 }
 
-QString title(DesktopCapability capability)
+QString displayName(DesktopCapability capability)
 {
     switch (capability) {
     case DesktopCapability::trigger:

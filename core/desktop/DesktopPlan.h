@@ -65,6 +65,6 @@ struct DesktopPlan
     QStringList logLines() const;
 };
 
-QString title(DesktopCapability capability);
+QString displayName(DesktopCapability capability);
 
 } // namespace sayvo

@@ -96,7 +96,7 @@ TEST(DesktopPlanTest, EveryMissingProtocolIsUnavailableWithOneLineOfAdvice)
         {DesktopCapability::keystrokes, DesktopCapability::clipboard,
             DesktopCapability::focusedWindow}) {
         const DesktopCapabilityStatus &entry = status(plan, capability);
-        EXPECT_FALSE(entry.isAvailable()) << title(capability).toStdString();
+        EXPECT_FALSE(entry.isAvailable()) << displayName(capability).toStdString();
         EXPECT_FALSE(entry.works.isEmpty());
         EXPECT_FALSE(entry.action.isEmpty());
     }

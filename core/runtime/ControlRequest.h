@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QByteArray>
+#include <QByteArrayView>
+#include <QString>
+
+#include <optional>
+
+namespace sayvo {
+
+// What another process of the same user asks of the running Sayvo over its instance channel:
+// the trigger key's press and release from a compositor key binding (`sayvo trigger`), and a
+// second launch's request to show the settings window.
+enum class ControlRequest {
+    triggerPress,
+    triggerRelease,
+    triggerToggle,
+    showSettings,
+};
+
+// The running Sayvo's answer.
+enum class ControlReply {
+    done,
+    // Asked by a process of another user.
+    refused,
+    // Not a request this version knows.
+    unknown,
+};
+
+// One request per connection, one line each way ("trigger press\n", "ok\n").
+QByteArray encode(ControlRequest request);
+QByteArray encode(ControlReply reply);
+// `bytes` is what arrived up to and including the first newline; absent when it names no
+// request.
+std::optional<ControlRequest> decodeControlRequest(QByteArrayView bytes);
+std::optional<ControlReply> decodeControlReply(QByteArrayView bytes);
+
+// The request of `sayvo trigger <verb>`: press, release or toggle.
+std::optional<ControlRequest> triggerRequest(const QString &verb);
+
+} // namespace sayvo

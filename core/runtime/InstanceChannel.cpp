@@ -1,0 +1,207 @@
+#include "runtime/InstanceChannel.h"
+
+#include "runtime/PeerCredentials.h"
+
+#include <QDeadlineTimer>
+#include <QFile>
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QTimer>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace sayvo {
+
+namespace {
+
+const char *const kLockName = "/instance.lock";
+const char *const kSocketName = "/control";
+
+QString systemError()
+{
+    return QString::fromLocal8Bit(std::strerror(errno));
+}
+
+} // namespace
+
+InstanceChannel::InstanceChannel(QString directory, QObject *parent)
+    : QObject(parent), m_directory(std::move(directory))
+{ }
+
+InstanceChannel::~InstanceChannel()
+{
+    stopListening();
+    if (m_lock >= 0) {
+        ::close(m_lock);
+    }
+}
+
+void InstanceChannel::stopListening()
+{
+    m_server.reset();
+}
+
+QString InstanceChannel::defaultDirectory()
+{
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (runtime.startsWith(QLatin1Char('/'))) {
+        return runtime + QStringLiteral("/sayvo");
+    }
+    return QStringLiteral("/tmp/sayvo-%1").arg(::geteuid());
+}
+
+QString InstanceChannel::socketPath(const QString &directory)
+{
+    return directory + QLatin1String(kSocketName);
+}
+
+InstanceChannel::Claim InstanceChannel::claim()
+{
+    const QByteArray path = QFile::encodeName(m_directory);
+    if (::mkdir(path.constData(), 0700) != 0 && errno != EEXIST) {
+        m_failure = m_directory + QStringLiteral(" could not be made: ") + systemError();
+        return Claim::unavailable;
+    }
+    // Never follow a link another user may have planted under /tmp.
+    struct stat info {};
+    if (::lstat(path.constData(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+        m_failure = m_directory + QStringLiteral(" is not a directory");
+        return Claim::unavailable;
+    }
+    if (info.st_uid != ::geteuid()) {
+        m_failure = m_directory + QStringLiteral(" belongs to another user");
+        return Claim::unavailable;
+    }
+    if ((info.st_mode & 077) != 0 && ::chmod(path.constData(), 0700) != 0) {
+        m_failure = m_directory + QStringLiteral(" could not be made private: ") + systemError();
+        return Claim::unavailable;
+    }
+    const QByteArray lockPath = path + kLockName;
+    // Close-on-exec: a child (the engine) must not keep the lock after Sayvo is gone.
+    m_lock = ::open(lockPath.constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (m_lock < 0) {
+        m_failure = QStringLiteral("the instance lock could not be opened: ") + systemError();
+        return Claim::unavailable;
+    }
+    if (::flock(m_lock, LOCK_EX | LOCK_NB) != 0) {
+        const bool held = errno == EWOULDBLOCK;
+        m_failure = held ? QString() : QStringLiteral("the instance lock failed: ") + systemError();
+        ::close(m_lock);
+        m_lock = -1;
+        return held ? Claim::taken : Claim::unavailable;
+    }
+    return Claim::first;
+}
+
+bool InstanceChannel::listen()
+{
+    const QString path = socketPath(m_directory);
+    // The lock is ours, so a socket already there was left by a crash.
+    QLocalServer::removeServer(path);
+    m_server = std::make_unique<QLocalServer>();
+    if (!m_server->listen(path)) {
+        m_failure = QStringLiteral("the instance socket could not be made: ") + m_server->errorString();
+        m_server.reset();
+        return false;
+    }
+    connect(m_server.get(), &QLocalServer::newConnection, this, &InstanceChannel::accept);
+    return true;
+}
+
+void InstanceChannel::accept()
+{
+    while (QLocalSocket *socket = m_server->nextPendingConnection()) {
+        connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
+        QTimer::singleShot(kRequestTimeoutMs, socket, [socket] { socket->abort(); });
+        const std::optional<uid_t> peer = peerUserId(int(socket->socketDescriptor()));
+        if (!peer || *peer != ::geteuid()) {
+            socket->write(encode(ControlReply::refused));
+            socket->disconnectFromServer();
+            continue;
+        }
+        connect(socket, &QLocalSocket::readyRead, this, [this, socket] { answer(socket); });
+        answer(socket);
+    }
+}
+
+void InstanceChannel::answer(QLocalSocket *socket)
+{
+    if (!socket->canReadLine()) {
+        if (socket->bytesAvailable() > kMaxRequestBytes) {
+            socket->abort();
+        }
+        return;
+    }
+    const QByteArray line = socket->readLine(kMaxRequestBytes + 1);
+    const std::optional<ControlRequest> request = decodeControlRequest(line);
+    if (request && m_handler) {
+        m_handler(*request);
+    }
+    socket->write(encode(request ? ControlReply::done : ControlReply::unknown));
+    socket->disconnectFromServer();
+}
+
+ControlDelivery sendControlRequest(ControlRequest request, const QString &directory, int timeoutMs)
+{
+    const QDeadlineTimer deadline(timeoutMs);
+    const QByteArray path = QFile::encodeName(InstanceChannel::socketPath(directory));
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    if (size_t(path.size()) >= sizeof address.sun_path) {
+        return ControlDelivery::notRunning;
+    }
+    std::memcpy(address.sun_path, path.constData(), size_t(path.size()));
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0) {
+        return ControlDelivery::notRunning;
+    }
+    struct Closer
+    {
+        int fd;
+        ~Closer() { ::close(fd); }
+    } closer {fd};
+    // No socket, or one nobody listens on (left by a crash), or a directory we may not enter.
+    if (::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+        return errno == EAGAIN ? ControlDelivery::notAnswering : ControlDelivery::notRunning;
+    }
+    const QByteArray line = encode(request);
+    if (::send(fd, line.constData(), size_t(line.size()), MSG_NOSIGNAL) != line.size()) {
+        return ControlDelivery::notRunning;
+    }
+    QByteArray answer;
+    while (!answer.endsWith('\n') && answer.size() <= InstanceChannel::kMaxRequestBytes) {
+        const qint64 remaining = deadline.remainingTime();
+        if (remaining <= 0) {
+            return ControlDelivery::notAnswering;
+        }
+        pollfd descriptor {fd, POLLIN, 0};
+        if (::poll(&descriptor, 1, int(remaining)) <= 0) {
+            continue;
+        }
+        char buffer[64];
+        const ssize_t count = ::recv(fd, buffer, sizeof buffer, 0);
+        if (count == 0) {
+            break;
+        }
+        if (count > 0) {
+            answer.append(buffer, count);
+        } else if (errno != EAGAIN && errno != EINTR) {
+            break;
+        }
+    }
+    if (answer.isEmpty()) {
+        return ControlDelivery::notAnswering;
+    }
+    return decodeControlReply(answer) == ControlReply::done ? ControlDelivery::delivered
+                                                            : ControlDelivery::refused;
+}
+
+} // namespace sayvo
