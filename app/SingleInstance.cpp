@@ -32,8 +32,9 @@ std::optional<int> SingleInstance::handOffIfRunning()
         case InstanceChannel::Claim::taken:
             break;
         }
-        const ControlDelivery delivery = sendControlRequest(ControlRequest::showSettings,
-            InstanceChannel::defaultDirectory(), int(std::max<qint64>(deadline.remainingTime(), 1)));
+        const ControlDelivery delivery
+            = sendControlRequest(ControlRequest::showSettings, InstanceChannel::defaultDirectory(),
+                int(std::max<qint64>(deadline.remainingTime(), 1)));
         if (delivery == ControlDelivery::delivered) {
             std::fputs("Sayvo is already running; its settings window is in front.\n", stdout);
             return 0;
@@ -52,14 +53,16 @@ void SingleInstance::serve(AppDelegate &delegate)
         return;
     }
     // Requests stop with the event loop; the lock stays until the process ends.
-    QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit,
-        &m_channel, &InstanceChannel::stopListening);
+    QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, &m_channel,
+        &InstanceChannel::stopListening);
     if (!m_channel.listen()) {
         Logging::shared().error(
             QStringLiteral("sayvo trigger cannot reach this instance: ") + m_channel.failure());
         return;
     }
     m_channel.setHandler([&delegate](ControlRequest request) {
+        Logging::shared().debug(
+            QStringLiteral("control: ") + QString::fromLatin1(encode(request).trimmed()));
         HotkeyManager *hotkey = delegate.hotkeyManager();
         switch (request) {
         case ControlRequest::triggerPress:

@@ -4,6 +4,7 @@
 
 #include <QDeadlineTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QTimer>
@@ -51,8 +52,10 @@ void InstanceChannel::stopListening()
 
 QString InstanceChannel::defaultDirectory()
 {
+    // The session manager makes the runtime directory; one that is named but missing is not
+    // made here.
     const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    if (runtime.startsWith(QLatin1Char('/'))) {
+    if (runtime.startsWith(QLatin1Char('/')) && QFileInfo(runtime).isDir()) {
         return runtime + QStringLiteral("/sayvo");
     }
     return QStringLiteral("/tmp/sayvo-%1").arg(::geteuid());
@@ -71,7 +74,9 @@ InstanceChannel::Claim InstanceChannel::claim()
         return Claim::unavailable;
     }
     // Never follow a link another user may have planted under /tmp.
-    struct stat info {};
+    struct stat info
+    {
+    };
     if (::lstat(path.constData(), &info) != 0 || !S_ISDIR(info.st_mode)) {
         m_failure = m_directory + QStringLiteral(" is not a directory");
         return Claim::unavailable;
@@ -108,7 +113,8 @@ bool InstanceChannel::listen()
     QLocalServer::removeServer(path);
     m_server = std::make_unique<QLocalServer>();
     if (!m_server->listen(path)) {
-        m_failure = QStringLiteral("the instance socket could not be made: ") + m_server->errorString();
+        m_failure
+            = QStringLiteral("the instance socket could not be made: ") + m_server->errorString();
         m_server.reset();
         return false;
     }

@@ -14,11 +14,11 @@ class QLocalSocket;
 namespace sayvo {
 
 // The per-user channel of the running Sayvo: a directory only this user may enter (the
-// session's $XDG_RUNTIME_DIR/sayvo, or /tmp/sayvo-<uid> without one) holding a lock file and
-// a Unix socket. The running instance holds the lock for its whole life, so the kernel drops
-// it with the process and a crash leaves nothing that blocks the next launch; a socket left by
-// a crash is replaced by the next instance. Requests from a process of another user are
-// refused even if the directory's permissions were loosened. Main thread only.
+// session's $XDG_RUNTIME_DIR/sayvo, or /tmp/sayvo-<uid> where the session has none) holding a lock
+// file and a Unix socket. The running instance holds the lock for its whole life, so the kernel
+// drops it with the process and a crash leaves nothing that blocks the next launch; a socket left
+// by a crash is replaced by the next instance. Requests from a process of another user are refused
+// even if the directory's permissions were loosened. Main thread only.
 class InstanceChannel : public QObject
 {
     Q_OBJECT
@@ -76,7 +76,6 @@ enum class ControlDelivery {
 
 // Sends one request and waits at most timeoutMs for the answer. Needs no event loop and no
 // QCoreApplication, so a command can run it before (or without) building the application.
-ControlDelivery sendControlRequest(
-    ControlRequest request, const QString &directory, int timeoutMs);
+ControlDelivery sendControlRequest(ControlRequest request, const QString &directory, int timeoutMs);
 
 } // namespace sayvo
