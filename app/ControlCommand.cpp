@@ -1,8 +1,6 @@
 #include "app/ControlCommand.h"
 
-#include "runtime/InstanceChannel.h"
-
-#include <QString>
+#include "runtime/ControlClient.h"
 
 #include <cstdio>
 #include <cstring>
@@ -27,12 +25,12 @@ std::optional<int> runControlCommand(int argc, char **argv)
         return std::nullopt;
     }
     const std::optional<ControlRequest> request
-        = argc == 3 ? triggerRequest(QString::fromLocal8Bit(argv[2])) : std::nullopt;
+        = argc == 3 ? triggerRequest(argv[2]) : std::nullopt;
     if (!request) {
         std::fputs(kUsage, stderr);
         return 2;
     }
-    switch (sendControlRequest(*request, InstanceChannel::defaultDirectory(), kAnswerTimeoutMs)) {
+    switch (sendControlRequest(*request, instanceDirectory(), kAnswerTimeoutMs)) {
     case ControlDelivery::delivered:
         return 0;
     case ControlDelivery::notRunning:

@@ -33,7 +33,7 @@ std::optional<int> SingleInstance::handOffIfRunning()
             break;
         }
         const ControlDelivery delivery
-            = sendControlRequest(ControlRequest::showSettings, InstanceChannel::defaultDirectory(),
+            = sendControlRequest(ControlRequest::showSettings, m_channel.directory().toStdString(),
                 int(std::max<qint64>(deadline.remainingTime(), 1)));
         if (delivery == ControlDelivery::delivered) {
             std::fputs("Sayvo is already running; its settings window is in front.\n", stdout);
@@ -62,7 +62,7 @@ void SingleInstance::serve(AppDelegate &delegate)
     }
     m_channel.setHandler([&delegate](ControlRequest request) {
         Logging::shared().debug(
-            QStringLiteral("control: ") + QString::fromLatin1(encode(request).trimmed()));
+            QStringLiteral("control: ") + QString::fromStdString(encode(request)).trimmed());
         HotkeyManager *hotkey = delegate.hotkeyManager();
         switch (request) {
         case ControlRequest::triggerPress:

@@ -2,9 +2,7 @@
 
 #include "runtime/PeerCredentials.h"
 
-#include <QDeadlineTimer>
 #include <QFile>
-#include <QFileInfo>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QTimer>
@@ -12,11 +10,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/file.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace sayvo {
@@ -24,7 +19,6 @@ namespace sayvo {
 namespace {
 
 const char *const kLockName = "/instance.lock";
-const char *const kSocketName = "/control";
 
 QString systemError()
 {
@@ -48,22 +42,6 @@ InstanceChannel::~InstanceChannel()
 void InstanceChannel::stopListening()
 {
     m_server.reset();
-}
-
-QString InstanceChannel::defaultDirectory()
-{
-    // The session manager makes the runtime directory; one that is named but missing is not
-    // made here.
-    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    if (runtime.startsWith(QLatin1Char('/')) && QFileInfo(runtime).isDir()) {
-        return runtime + QStringLiteral("/sayvo");
-    }
-    return QStringLiteral("/tmp/sayvo-%1").arg(::geteuid());
-}
-
-QString InstanceChannel::socketPath(const QString &directory)
-{
-    return directory + QLatin1String(kSocketName);
 }
 
 InstanceChannel::Claim InstanceChannel::claim()
@@ -108,7 +86,7 @@ InstanceChannel::Claim InstanceChannel::claim()
 
 bool InstanceChannel::listen()
 {
-    const QString path = socketPath(m_directory);
+    const QString path = QString::fromStdString(instanceSocketPath(m_directory.toStdString()));
     // The lock is ours, so a socket already there was left by a crash.
     QLocalServer::removeServer(path);
     m_server = std::make_unique<QLocalServer>();
@@ -129,7 +107,7 @@ void InstanceChannel::accept()
         QTimer::singleShot(kRequestTimeoutMs, socket, [socket] { socket->abort(); });
         const std::optional<uid_t> peer = peerUserId(int(socket->socketDescriptor()));
         if (!peer || *peer != ::geteuid()) {
-            socket->write(encode(ControlReply::refused));
+            socket->write(QByteArray::fromStdString(encode(ControlReply::refused)));
             socket->disconnectFromServer();
             continue;
         }
@@ -147,67 +125,13 @@ void InstanceChannel::answer(QLocalSocket *socket)
         return;
     }
     const QByteArray line = socket->readLine(kMaxRequestBytes + 1);
-    const std::optional<ControlRequest> request = decodeControlRequest(line);
+    const std::optional<ControlRequest> request = decodeControlRequest(line.toStdString());
     if (request && m_handler) {
         m_handler(*request);
     }
-    socket->write(encode(request ? ControlReply::done : ControlReply::unknown));
+    socket->write(
+        QByteArray::fromStdString(encode(request ? ControlReply::done : ControlReply::unknown)));
     socket->disconnectFromServer();
-}
-
-ControlDelivery sendControlRequest(ControlRequest request, const QString &directory, int timeoutMs)
-{
-    const QDeadlineTimer deadline(timeoutMs);
-    const QByteArray path = QFile::encodeName(InstanceChannel::socketPath(directory));
-    sockaddr_un address {};
-    address.sun_family = AF_UNIX;
-    if (size_t(path.size()) >= sizeof address.sun_path) {
-        return ControlDelivery::notRunning;
-    }
-    std::memcpy(address.sun_path, path.constData(), size_t(path.size()));
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd < 0) {
-        return ControlDelivery::notRunning;
-    }
-    struct Closer
-    {
-        int fd;
-        ~Closer() { ::close(fd); }
-    } closer {fd};
-    // No socket, or one nobody listens on (left by a crash), or a directory we may not enter.
-    if (::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
-        return errno == EAGAIN ? ControlDelivery::notAnswering : ControlDelivery::notRunning;
-    }
-    const QByteArray line = encode(request);
-    if (::send(fd, line.constData(), size_t(line.size()), MSG_NOSIGNAL) != line.size()) {
-        return ControlDelivery::notRunning;
-    }
-    QByteArray answer;
-    while (!answer.endsWith('\n') && answer.size() <= InstanceChannel::kMaxRequestBytes) {
-        const qint64 remaining = deadline.remainingTime();
-        if (remaining <= 0) {
-            return ControlDelivery::notAnswering;
-        }
-        pollfd descriptor {fd, POLLIN, 0};
-        if (::poll(&descriptor, 1, int(remaining)) <= 0) {
-            continue;
-        }
-        char buffer[64];
-        const ssize_t count = ::recv(fd, buffer, sizeof buffer, 0);
-        if (count == 0) {
-            break;
-        }
-        if (count > 0) {
-            answer.append(buffer, count);
-        } else if (errno != EAGAIN && errno != EINTR) {
-            break;
-        }
-    }
-    if (answer.isEmpty()) {
-        return ControlDelivery::notAnswering;
-    }
-    return decodeControlReply(answer) == ControlReply::done ? ControlDelivery::delivered
-                                                            : ControlDelivery::refused;
 }
 
 } // namespace sayvo

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "runtime/ControlRequest.h"
+#include "protocol/ControlMessages.h"
+#include "runtime/ControlClient.h"
 
 #include <QObject>
 #include <QString>
@@ -13,12 +14,12 @@ class QLocalSocket;
 
 namespace sayvo {
 
-// The per-user channel of the running Sayvo: a directory only this user may enter (the
-// session's $XDG_RUNTIME_DIR/sayvo, or /tmp/sayvo-<uid> where the session has none) holding a lock
-// file and a Unix socket. The running instance holds the lock for its whole life, so the kernel
-// drops it with the process and a crash leaves nothing that blocks the next launch; a socket left
-// by a crash is replaced by the next instance. Requests from a process of another user are refused
-// even if the directory's permissions were loosened. Main thread only.
+// The server side of the running Sayvo's per-user channel: a directory only this user may
+// enter (instanceDirectory()) holding a lock file and a Unix socket. The running instance
+// holds the lock for its whole life, so the kernel drops it with the process and a crash
+// leaves nothing that blocks the next launch; a socket left by a crash is replaced by the next
+// instance. Requests from a process of another user are refused even if the directory's
+// permissions were loosened. Main thread only.
 class InstanceChannel : public QObject
 {
     Q_OBJECT
@@ -37,12 +38,11 @@ public:
     static constexpr int kRequestTimeoutMs = 2000;
     static constexpr int kMaxRequestBytes = 64;
 
-    explicit InstanceChannel(QString directory = defaultDirectory(), QObject *parent = nullptr);
+    explicit InstanceChannel(
+        QString directory = QString::fromStdString(instanceDirectory()), QObject *parent = nullptr);
     ~InstanceChannel() override;
 
-    static QString defaultDirectory();
-    static QString socketPath(const QString &directory);
-
+    const QString &directory() const { return m_directory; }
     Claim claim();
     // Accepts requests; false (see failure()) when the socket could not be made.
     bool listen();
@@ -62,20 +62,5 @@ private:
     std::unique_ptr<QLocalServer> m_server;
     std::function<void(ControlRequest)> m_handler;
 };
-
-// How a request to the running instance ended.
-enum class ControlDelivery {
-    delivered,
-    // No instance: no socket, or one left by a crash.
-    notRunning,
-    // Connected, but no answer within the time-out.
-    notAnswering,
-    // The instance refused or did not understand it.
-    refused,
-};
-
-// Sends one request and waits at most timeoutMs for the answer. Needs no event loop and no
-// QCoreApplication, so a command can run it before (or without) building the application.
-ControlDelivery sendControlRequest(ControlRequest request, const QString &directory, int timeoutMs);
 
 } // namespace sayvo

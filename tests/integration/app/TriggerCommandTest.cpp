@@ -125,8 +125,9 @@ TEST_F(TriggerCommandTest, WithoutARunningSayvoItSaysSoOnOneLineAndExitsOne)
 TEST_F(TriggerCommandTest, ASocketLeftByACrashIsNotRunningAndTheNextSayvoTakesItsPlace)
 {
     QDir().mkpath(directory());
-    bindSocket(InstanceChannel::socketPath(directory()), false);
-    ASSERT_TRUE(QFile::exists(InstanceChannel::socketPath(directory())));
+    bindSocket(QString::fromStdString(instanceSocketPath(directory().toStdString())), false);
+    ASSERT_TRUE(
+        QFile::exists(QString::fromStdString(instanceSocketPath(directory().toStdString()))));
     const Outcome stale = trigger({QStringLiteral("press")});
     EXPECT_EQ(stale.exitCode, 1);
     EXPECT_EQ(stale.standardError, "sayvo trigger: Sayvo is not running.\n");
@@ -140,7 +141,8 @@ TEST_F(TriggerCommandTest, ASocketLeftByACrashIsNotRunningAndTheNextSayvoTakesIt
 TEST_F(TriggerCommandTest, AnInstanceThatNeverAnswersEndsTheCommandWithinTwoSeconds)
 {
     QDir().mkpath(directory());
-    const int silent = bindSocket(InstanceChannel::socketPath(directory()), true);
+    const int silent
+        = bindSocket(QString::fromStdString(instanceSocketPath(directory().toStdString())), true);
     const Outcome outcome = trigger({QStringLiteral("release")});
     ::close(silent);
     EXPECT_EQ(outcome.exitCode, 1);
@@ -174,7 +176,9 @@ TEST_F(TriggerCommandTest, AnotherUsersCommandCannotReachThisInstance)
     // Even with every permission on the way opened, the instance refuses the other user.
     ::chmod(QFile::encodeName(m_runtime.path()).constData(), 0755);
     ::chmod(QFile::encodeName(directory()).constData(), 0777);
-    ::chmod(QFile::encodeName(InstanceChannel::socketPath(directory())).constData(), 0777);
+    ::chmod(QFile::encodeName(QString::fromStdString(instanceSocketPath(directory().toStdString())))
+                .constData(),
+        0777);
     const Outcome refused = trigger({QStringLiteral("press")}, true);
     EXPECT_EQ(refused.exitCode, 1);
     EXPECT_EQ(refused.standardError, "sayvo trigger: the running Sayvo refused the request.\n");
