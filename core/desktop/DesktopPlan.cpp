@@ -64,8 +64,7 @@ DesktopPlan waylandPlan(const DesktopSessionFacts &facts)
                        "trigger press\" and \"sayvo trigger release\"."),
         triggerBindingAdvice(facts.desktopName)});
     if (facts.virtualKeyboard) {
-        plan.capabilities.push_back({DesktopCapability::keystrokes,
-            DesktopAdapter::waylandProtocol,
+        plan.capabilities.push_back({DesktopCapability::keystrokes, DesktopAdapter::waylandProtocol,
             QStringLiteral("Pastes with Control-V (Control-Shift-V in terminals) through a virtual "
                            "keyboard."),
             {}});
@@ -88,9 +87,9 @@ DesktopPlan waylandPlan(const DesktopSessionFacts &facts)
             kX11Session});
     }
     if (facts.foreignToplevel) {
-        plan.capabilities.push_back({DesktopCapability::focusedWindow,
-            DesktopAdapter::waylandProtocol,
-            QStringLiteral("Knows the application and window title in front."), {}});
+        plan.capabilities.push_back(
+            {DesktopCapability::focusedWindow, DesktopAdapter::waylandProtocol,
+                QStringLiteral("Knows the application and window title in front."), {}});
     } else {
         plan.capabilities.push_back({DesktopCapability::focusedWindow, DesktopAdapter::none,
             QStringLiteral("This compositor does not say which window is in front: terminals get "
@@ -107,9 +106,9 @@ DesktopPlan noSessionPlan()
     for (const DesktopCapability capability :
         {DesktopCapability::trigger, DesktopCapability::keystrokes, DesktopCapability::clipboard,
             DesktopCapability::focusedWindow, DesktopCapability::accessibility}) {
-        plan.capabilities.push_back({capability, DesktopAdapter::none,
-            QStringLiteral("No graphical session was found."),
-            QStringLiteral("Start Sayvo from within your desktop session.")});
+        plan.capabilities.push_back(
+            {capability, DesktopAdapter::none, QStringLiteral("No graphical session was found."),
+                QStringLiteral("Start Sayvo from within your desktop session.")});
     }
     return plan;
 }

@@ -47,8 +47,8 @@ TEST(SessionKindTest, TheSessionsVariablesDecideNotAnAnsweringXDisplay)
     EXPECT_EQ(sessionKind(environment({{"DISPLAY", ":1"}})), SessionKind::x11);
     EXPECT_EQ(sessionKind(environment({{"XDG_SESSION_TYPE", "x11"}})), SessionKind::x11);
     EXPECT_EQ(sessionKind(environment({{"XDG_SESSION_TYPE", "tty"}})), SessionKind::none);
-    EXPECT_EQ(sessionKind(environment({{"WAYLAND_DISPLAY", ""}, {"DISPLAY", ""}})),
-        SessionKind::none);
+    EXPECT_EQ(
+        sessionKind(environment({{"WAYLAND_DISPLAY", ""}, {"DISPLAY", ""}})), SessionKind::none);
 }
 
 TEST(DesktopPlanTest, AnX11SessionKeepsEveryX11Adapter)
@@ -92,17 +92,16 @@ TEST(DesktopPlanTest, EveryMissingProtocolIsUnavailableWithOneLineOfAdvice)
     facts.desktopName = QStringLiteral("GNOME");
     const DesktopPlan plan = DesktopPlan::choose(facts);
     ASSERT_EQ(plan.capabilities.size(), 5u);
-    for (const DesktopCapability capability :
-        {DesktopCapability::keystrokes, DesktopCapability::clipboard,
-            DesktopCapability::focusedWindow}) {
+    for (const DesktopCapability capability : {DesktopCapability::keystrokes,
+             DesktopCapability::clipboard, DesktopCapability::focusedWindow}) {
         const DesktopCapabilityStatus &entry = status(plan, capability);
         EXPECT_FALSE(entry.isAvailable()) << displayName(capability).toStdString();
         EXPECT_FALSE(entry.works.isEmpty());
         EXPECT_FALSE(entry.action.isEmpty());
     }
     // Pasting gone, text still goes in through accessibility.
-    EXPECT_TRUE(status(plan, DesktopCapability::keystrokes).works.contains(
-        QStringLiteral("accessibility")));
+    EXPECT_TRUE(status(plan, DesktopCapability::keystrokes)
+                    .works.contains(QStringLiteral("accessibility")));
     EXPECT_EQ(plan.adapter(DesktopCapability::accessibility), DesktopAdapter::atspi);
     // A desktop with its own shortcut settings gets the toggle advice.
     EXPECT_EQ(plan.adapter(DesktopCapability::trigger), DesktopAdapter::triggerCommand);
