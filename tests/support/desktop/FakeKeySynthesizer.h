@@ -21,10 +21,13 @@ public:
         return succeeds;
     }
     bool isAvailable() const override { return available; }
+    bool isAnyKeyHeld() override { return keyHeld; }
 
     bool succeeds = true;
     // False: a session that lets no application post keys.
     bool available = true;
+    // A key still down, as the trigger often is when the transcript arrives.
+    bool keyHeld = false;
     std::function<void()> onPaste;
     std::vector<PasteShortcut> posted;
 };
