@@ -91,13 +91,21 @@ void AppDelegate::applicationDidFinishLaunching()
         = std::make_unique<SayvoCoordinator>(*m_engineClient, *m_audioCapture, *m_hotkeyManager,
             *m_contextHarvester, *m_textInserter, *m_settings, *m_usageStats, *m_audioHardware);
 
+    // Where the platform announces the window in front (Wayland), the coordinator hears of it
+    // as of an application's activation.
+    m_desktop.workspace->setOnActivation(
+        [] { NotificationCenter::defaultCenter().post(kDidActivateApplicationNotification); });
+
     // Every dictation state in the log: what the user saw, for bug reports.
     connect(m_coordinator.get(), &SayvoCoordinator::stateChanged, this, [](const AppState &state) {
         Logging::shared().debug(QStringLiteral("state: ") + describe(state));
     });
 
-    // 6. The heads-up display, whose level bars follow the microphone.
-    m_hudController = std::make_unique<HUDController>(*m_coordinator);
+    // 6. The heads-up display, whose level bars follow the microphone; not where it would take
+    // the keyboard focus from the field being dictated into.
+    if (m_desktop.plan.canShowPanelWithoutFocus) {
+        m_hudController = std::make_unique<HUDController>(*m_coordinator);
+    }
     QPointer<HUDController> hud(m_hudController.get());
     m_audioCapture->setOnRMS([hud](float rms) {
         if (hud) {
@@ -117,7 +125,7 @@ void AppDelegate::applicationDidFinishLaunching()
     m_menuBarController = std::make_unique<MenuBarController>(*m_coordinator, *m_engineSupervisor,
         m_settings->hotkeyTrigger(), call(&AppDelegate::showSettings),
         call(&AppDelegate::showSetup), call(&AppDelegate::showCalibration),
-        makeLoginItem(QCoreApplication::applicationFilePath()));
+        makeLoginItem(launchCommandPath()));
 
     // 8. Endpoint: the client moves first, then the supervisor; the current value comes at once.
     subscribe(m_settings.get(), &SettingsStore::endpointURL, &SettingsStore::endpointURLChanged,
@@ -289,8 +297,8 @@ void AppDelegate::bringToFront(QWidget *window)
 void AppDelegate::showSettings()
 {
     if (!m_settingsWindow) {
-        m_settingsWindow = makeSettingsWindow(
-            *m_settings, *m_usageStats, *m_coordinator, *m_engineSupervisor, *m_permissions);
+        m_settingsWindow = makeSettingsWindow(*m_settings, *m_usageStats, *m_coordinator,
+            *m_engineSupervisor, *m_permissions, m_desktop.plan.capabilities);
         prepareWindow(m_settingsWindow.get(), QStringLiteral("Settings"), true);
     }
     bringToFront(m_settingsWindow.get());

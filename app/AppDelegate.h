@@ -77,6 +77,7 @@ public:
     HUDController *hudController() const { return m_hudController.get(); }
     MenuBarController *menuBarController() const { return m_menuBarController.get(); }
     AudioCapture *audioCapture() const { return m_audioCapture.get(); }
+    HotkeyManager *hotkeyManager() const { return m_hotkeyManager.get(); }
     Permissions *permissions() const { return m_permissions.get(); }
     QWidget *settingsWindow() const { return m_settingsWindow.get(); }
     QWidget *setupWindow() const { return m_setupWindow.get(); }

@@ -1,5 +1,6 @@
 #include "app/WindowFactory.h"
 
+#include "app/ApplicationPlatform.h"
 #include "app/Permissions.h"
 #include "calibration/CalibrationController.h"
 #include "engineclient/EngineClient.h"
@@ -8,17 +9,18 @@
 #include "ui/LoginItem.h"
 #include "ui/SettingsWindow.h"
 
-#include <QCoreApplication>
-
 namespace sayvo {
 
 std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
-    SayvoCoordinator &coordinator, EngineSupervisor &, Permissions &permissions)
+    SayvoCoordinator &coordinator, EngineSupervisor &, Permissions &permissions,
+    const std::vector<DesktopCapabilityStatus> &desktopCapabilities)
 {
-    return std::make_unique<SettingsWindow>(
+    auto window = std::make_unique<SettingsWindow>(
         settings, usageStats, coordinator, [&permissions] { return permissions.snapshot(); },
         [&permissions](Permission permission) { permissions.openSettings(permission); },
-        makeLoginItem(QCoreApplication::applicationFilePath()));
+        makeLoginItem(launchCommandPath()));
+    window->setDesktopCapabilities(desktopCapabilities);
+    return window;
 }
 
 std::unique_ptr<QWidget> makeSetupWindow(EngineSupervisor &engineSupervisor)

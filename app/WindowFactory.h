@@ -1,6 +1,9 @@
 #pragma once
 
+#include "desktop/DesktopPlan.h"
+
 #include <memory>
+#include <vector>
 
 class QWidget;
 
@@ -15,7 +18,8 @@ class UsageStatsStore;
 
 // The content of the three auxiliary windows, built on first request.
 std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
-    SayvoCoordinator &coordinator, EngineSupervisor &engineSupervisor, Permissions &permissions);
+    SayvoCoordinator &coordinator, EngineSupervisor &engineSupervisor, Permissions &permissions,
+    const std::vector<DesktopCapabilityStatus> &desktopCapabilities);
 std::unique_ptr<QWidget> makeSetupWindow(EngineSupervisor &engineSupervisor);
 std::unique_ptr<QWidget> makeCalibrationWindow(
     SayvoCoordinator &coordinator, EngineClient &engineClient, SettingsStore &settings);

@@ -2,6 +2,7 @@
 
 #include "runtime/EngineFootprint.h"
 #include "ui/LoginItem.h"
+#include "desktop/DesktopPlan.h"
 #include "ui/PermissionSnapshot.h"
 
 #include <QList>
@@ -25,6 +26,7 @@ namespace sayvo {
 class DictionaryChipEditor;
 class FootprintSampler;
 class SayvoCoordinator;
+class DesktopCapabilityList;
 class SettingsPermissionRow;
 class SettingsRadioList;
 class SettingsSegmentedControl;
@@ -84,6 +86,9 @@ public:
 
     SettingsTab selectedTab() const;
     void selectTab(SettingsTab tab);
+    // What works in this desktop session, one line per capability, under the permissions.
+    void setDesktopCapabilities(const std::vector<DesktopCapabilityStatus> &statuses);
+    DesktopCapabilityList *desktopCapabilities() const { return m_desktopCapabilities; }
     FootprintSampler *sampler() const { return m_sampler.get(); }
 
 protected:
@@ -155,6 +160,7 @@ private:
     SettingsPermissionRow *m_microphonePermission = nullptr;
     SettingsPermissionRow *m_accessibilityPermission = nullptr;
     SettingsPermissionRow *m_inputMonitoringPermission = nullptr;
+    DesktopCapabilityList *m_desktopCapabilities = nullptr;
 };
 
 } // namespace sayvo

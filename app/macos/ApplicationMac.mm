@@ -5,6 +5,7 @@
 #import <AppKit/AppKit.h>
 #include <os/log.h>
 
+#include <QCoreApplication>
 #include <QString>
 
 #include <cstring>
@@ -56,6 +57,11 @@ bool prepareDesktopSession()
 void installSystemLog()
 {
     previousHandler = qInstallMessageHandler(writeToSystemLog);
+}
+
+QString launchCommandPath()
+{
+    return QCoreApplication::applicationFilePath();
 }
 
 void becomeAccessoryApplication()

@@ -59,6 +59,22 @@ void HotkeyManager::stop()
     m_isKeyDown = false;
 }
 
+void HotkeyManager::press()
+{
+    emitIfChanged(true);
+}
+
+void HotkeyManager::release()
+{
+    emitIfChanged(false);
+}
+
+void HotkeyManager::pressAndRelease()
+{
+    press();
+    release();
+}
+
 KeyEventDisposition HotkeyManager::handleEvent(const KeyEvent &event)
 {
     if (event.type == KeyEventType::tapDisabledByTimeout

@@ -45,6 +45,14 @@ public:
     // Removes the tap. A key still held gets no onEnd.
     void stop();
     bool isInstalled() const { return m_installed; }
+
+    // The trigger key going down and up as a compositor's key binding reports them (`sayvo
+    // trigger press` and `release`), under the same rules as the watched key: a press while
+    // the key is down already is ignored like auto-repeat. Works with or without the tap.
+    void press();
+    void release();
+    // One whole press and release (`sayvo trigger toggle`).
+    void pressAndRelease();
     bool isKeyDown() const { return m_isKeyDown; }
 
 private:

@@ -32,6 +32,16 @@ public:
     // chord is not mixed with a held modifier and (X11) does not go to the client that
     // grabbed a held trigger key. Platforms where neither can happen say false.
     virtual bool isAnyKeyHeld() { return false; }
+    // False where the session lets no application post keys; pasting is not tried then.
+    virtual bool isAvailable() const { return true; }
+};
+
+// The keystrokes of a session that offers no way to post them.
+class NoKeySynthesizer : public KeySynthesizer
+{
+public:
+    bool postPaste(PasteShortcut) override { return false; }
+    bool isAvailable() const override { return false; }
 };
 
 } // namespace sayvo

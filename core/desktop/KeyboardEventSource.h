@@ -73,4 +73,16 @@ public:
     virtual TriggerKeyCodes keyCodes() const = 0;
 };
 
+// A session whose keys no application may watch (Wayland): the trigger arrives from a key
+// binding of the compositor running `sayvo trigger`, handed to HotkeyManager directly. There
+// is nothing to install, so the hook never fails and is never retried.
+class NoKeyboardEventSource : public KeyboardEventSource
+{
+public:
+    bool install(const std::vector<int> &, Callback) override { return true; }
+    void uninstall() override { }
+    void reenable() override { }
+    TriggerKeyCodes keyCodes() const override { return {}; }
+};
+
 } // namespace sayvo

@@ -105,6 +105,11 @@ void TextInserter::insert(const QString &text, InsertionMethod method, Completio
         done(false);
         return;
     }
+    // Where the session lets no application post keys, accessibility is the only way in.
+    if (!m_keySynthesizer->isAvailable()) {
+        done(insertViaAX(text));
+        return;
+    }
     if (method == InsertionMethod::axDirect && insertViaAX(text)) {
         done(true);
         return;

@@ -3,6 +3,7 @@
 #include "app/AppDelegate.h"
 #include "support/audio/FakeAudioInputEngine.h"
 #include "support/desktop/FakeKeyboardEventSource.h"
+#include "support/desktop/FakeWorkspace.h"
 #include "support/runtime/FakeChildProcess.h"
 
 #include <QStringList>
@@ -41,10 +42,13 @@ struct FakeAppPlatform
     bool keyTapRefused = false;
     // Whether an engine already listens where the supervisor looks; false by default.
     std::function<bool(const QString &host, int port)> portProbe;
+    // What the desktop session offers, as the platform's factory would have chosen it.
+    DesktopPlan desktopPlan;
 
     FakePermissions *permissions = nullptr;
     FakeAudioInputEngine *audioEngine = nullptr;
     sayvo::testing::FakeKeyboardEventSource *keys = nullptr;
+    sayvo::testing::FakeWorkspace *workspace = nullptr;
     std::shared_ptr<FakeChildProcessLauncher::Log> launches;
 
     AppPlatform platform(std::function<RuntimeLocator()> runtimeLocator);

@@ -11,7 +11,9 @@
 #include "support/engine/TestEngine.h"
 #include "support/runtime/RuntimeSandbox.h"
 #include "support/store/FakePreferenceStore.h"
+#include "ui/DesktopCapabilityList.h"
 #include "ui/MenuBarController.h"
+#include "ui/SettingsWindow.h"
 
 #include <QAction>
 #include <QApplication>
@@ -333,4 +335,68 @@ TEST_F(AppDelegateTest, OnceReadyAndIdleNothingOfSayvosWakesTheMainThread)
     QTest::qWait(3000);
     qApp->removeEventFilter(&counter);
     EXPECT_TRUE(counter.seen.isEmpty()) << counter.seen.join(' ').toStdString();
+}
+
+TEST_F(AppDelegateTest, AWindowComingToTheFrontSendsTheEngineItsContext)
+{
+    launch();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            return delegate->coordinator()
+                ->connectionHealth()
+                .is<EngineConnectionHealth::Connected>();
+        },
+        5000));
+    const auto contexts = [&] {
+        const std::vector<QString> types = engine.textTypes();
+        return std::count(types.begin(), types.end(), QStringLiteral("context.update"));
+    };
+    const auto before = contexts();
+    fakes.workspace->activate(FrontApplication {QStringLiteral("org.gnome.TextEditor"),
+        QStringLiteral("org.gnome.TextEditor"), 0, QStringLiteral("Letter")});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return contexts() > before; }, 5000));
+    EXPECT_TRUE(engine.textFrames().back().contains("Letter"));
+}
+
+TEST_F(AppDelegateTest, NoHeadsUpDisplayWhereItWouldTakeTheFocus)
+{
+    fakes.desktopPlan.canShowPanelWithoutFocus = false;
+    launch();
+    EXPECT_EQ(delegate->hudController(), nullptr);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            return delegate->coordinator()
+                ->connectionHealth()
+                .is<EngineConnectionHealth::Connected>();
+        },
+        5000));
+    // Dictation goes on without it, levels and all.
+    delegate->coordinator()->handleTriggerDown();
+    fakes.audioEngine->playS16(QByteArray(3200, '\x10'), 1600);
+    delegate->coordinator()->handleTriggerUp();
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return delegate->coordinator()->state().is<AppState::Processing>(); }, 5000));
+}
+
+TEST_F(AppDelegateTest, TheSettingsWindowSaysWhatEachDesktopCapabilityCanDo)
+{
+    DesktopSessionFacts facts;
+    facts.kind = SessionKind::wayland;
+    facts.desktopName = QStringLiteral("sway");
+    facts.dataControl = true;
+    fakes.desktopPlan = DesktopPlan::choose(facts);
+    launch();
+    delegate->showSettings();
+    auto *settings = qobject_cast<SettingsWindow *>(delegate->settingsWindow());
+    ASSERT_TRUE(settings);
+    const QStringList lines = settings->desktopCapabilities()->lines();
+    ASSERT_EQ(lines.size(), 5) << lines.join('\n').toStdString();
+    EXPECT_TRUE(lines[0].startsWith(QStringLiteral("Trigger key: ")));
+    EXPECT_TRUE(lines[0].contains(
+        QStringLiteral("bindsym --release Control_R exec sayvo trigger release")));
+    EXPECT_TRUE(lines[1].startsWith(QStringLiteral("Pasting: unavailable.")));
+    EXPECT_TRUE(lines[2].startsWith(QStringLiteral("Clipboard: Puts the transcript")));
+    EXPECT_TRUE(lines[3].startsWith(QStringLiteral("Focused window: unavailable.")));
+    settings->selectTab(SettingsTab::permissions);
+    EXPECT_TRUE(settings->desktopCapabilities()->isVisibleTo(settings));
 }

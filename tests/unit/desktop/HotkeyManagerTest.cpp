@@ -250,6 +250,52 @@ TEST_F(HotkeyManagerTest, NoCallbackRunsAfterTheManagerIsGone)
     EXPECT_TRUE(reports().empty());
 }
 
+TEST_F(HotkeyManagerTest, ABindingsPressAndReleaseAreTheKeysDownAndUp)
+{
+    make(HotkeyTrigger::fnGlobe);
+    m_manager->press();
+    // A key binding that repeats, or a second press while down.
+    m_manager->press();
+    EXPECT_TRUE(m_manager->isKeyDown());
+    EXPECT_EQ(reports(), (Reports {"start"}));
+    m_manager->release();
+    m_manager->release();
+    EXPECT_EQ(reports(), (Reports {"start", "end"}));
+}
+
+TEST_F(HotkeyManagerTest, AToggleIsOneWholePressAndRelease)
+{
+    make(HotkeyTrigger::f5);
+    m_manager->pressAndRelease();
+    EXPECT_FALSE(m_manager->isKeyDown());
+    EXPECT_EQ(reports(), (Reports {"start", "end"}));
+    m_manager->pressAndRelease();
+    EXPECT_EQ(reports(), (Reports {"start", "end", "start", "end"}));
+}
+
+TEST_F(HotkeyManagerTest, TheBindingAndTheWatchedKeyShareOneKeyState)
+{
+    make(HotkeyTrigger::f5);
+    m_source->keyDown(kF5);
+    m_manager->press();
+    m_manager->release();
+    m_source->keyUp(kF5);
+    EXPECT_EQ(reports(), (Reports {"start", "end"}));
+}
+
+TEST_F(HotkeyManagerTest, ABindingWorksWithoutAnInstalledTap)
+{
+    auto source = std::make_unique<FakeKeyboardEventSource>();
+    source->failInstall = true;
+    HotkeyManager manager(HotkeyTrigger::fnGlobe, std::move(source));
+    int starts = 0;
+    manager.setOnStart([&starts] { ++starts; });
+    ASSERT_FALSE(manager.start().ok());
+    manager.press();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(starts, 1);
+}
+
 TEST_F(HotkeyManagerTest, MissingCallbacksAreFine)
 {
     auto source = std::make_unique<FakeKeyboardEventSource>();

@@ -382,6 +382,27 @@ TEST_F(TextInserterTest, AReadOnlyFocusFallsBackToPaste)
     EXPECT_EQ(m_keys->posted.size(), 1u);
 }
 
+TEST_F(TextInserterTest, WithoutKeystrokesEvenPasteInsertionWritesThroughAccessibility)
+{
+    m_keys->available = false;
+    m_pasteboard->preload({item({{"text/plain", "the user's"}})});
+    const auto before = m_pasteboard->contents;
+    auto field = std::make_shared<FakeAccessibleElement>(QStringLiteral("field"));
+    field->text = QString();
+    field->writable = {QStringLiteral("AXSelectedText")};
+    m_accessibility->focusSystemWide(field);
+
+    EXPECT_EQ(*insert(QStringLiteral("typed in"), InsertionMethod::paste), true);
+    EXPECT_EQ(field->text, QStringLiteral("typed in"));
+    EXPECT_TRUE(m_keys->posted.empty());
+    EXPECT_EQ(m_pasteboard->contents, before);
+    EXPECT_FALSE(m_inserter.isRestorePending());
+
+    m_accessibility->focusSystemWide(std::make_shared<FakeAccessibleElement>());
+    EXPECT_EQ(*insert(QStringLiteral("nowhere"), InsertionMethod::paste), false);
+    EXPECT_TRUE(m_keys->posted.empty());
+}
+
 TEST_F(TextInserterTest, WhenBothWaysFailInsertionFails)
 {
     m_keys->succeeds = false;
