@@ -1,4 +1,5 @@
 // Sayvo: push-to-talk dictation from the system tray or the menu bar.
+#include "app/AbruptExitGuard.h"
 #include "app/AppDelegate.h"
 #include "app/ApplicationPlatform.h"
 #include "app/ShutdownSignals.h"
@@ -28,5 +29,10 @@ int main(int argc, char **argv)
     // SIGTERM and SIGINT end the run like Quit does, so the engine is shut down too.
     sayvo::ShutdownSignals shutdownSignals(&app);
     delegate.applicationDidFinishLaunching();
+    // Qt ends the process itself when the X server goes away; the engine is stopped first.
+    sayvo::AbruptExitGuard abruptExit([&] {
+        delegate.terminateNow();
+        preferences->sync();
+    });
     return QApplication::exec();
 }

@@ -16,6 +16,9 @@ KeySynthesizerX11::~KeySynthesizerX11() = default;
 
 bool KeySynthesizerX11::ensureConnection()
 {
+    if (m_connection && m_connection->isLost()) {
+        return false;
+    }
     if (!m_connection) {
         m_connection = X11Connection::open();
         if (!m_connection) {
@@ -39,6 +42,10 @@ bool KeySynthesizerX11::isAnyKeyHeld()
     }
     char keys[32] = {};
     XQueryKeymap(m_connection->display(), keys);
+    // Xlib copies its reply buffer even when no reply came.
+    if (m_connection->isLost()) {
+        return false;
+    }
     return std::any_of(std::begin(keys), std::end(keys), [](char byte) { return byte != 0; });
 }
 

@@ -103,6 +103,15 @@ void DesktopSession::stop(QProcess *process)
     ::kill(-group, SIGKILL);
 }
 
+void DesktopSession::killXServer()
+{
+    if (!m_xServer || m_xServer->state() == QProcess::NotRunning) {
+        return;
+    }
+    ::kill(pid_t(m_xServer->processId()), SIGKILL);
+    m_xServer->waitForFinished(5000);
+}
+
 bool DesktopSession::waitUntil(const std::function<bool()> &condition, int timeoutMs)
 {
     QDeadlineTimer deadline(timeoutMs);
@@ -157,6 +166,7 @@ bool DesktopSession::startXServer()
             + QString::fromLocal8Bit(server->readAllStandardError());
         return false;
     }
+    m_xServer = server;
     m_display = QStringLiteral(":") + QString::fromLatin1(server->readLine().trimmed());
     m_environment.insert(QStringLiteral("DISPLAY"), m_display);
     qputenv("DISPLAY", m_display.toLocal8Bit());

@@ -50,6 +50,9 @@ public:
         const QStringList &arguments);
     // Stops one client started by start().
     void stop(QProcess *process);
+    // Kills the X server at once, as a crash of the display would end it; its clients see
+    // their connections break.
+    void killXServer();
 
 private:
     bool startXServer();
@@ -67,6 +70,7 @@ private:
     QByteArray m_previousDisplay;
     QByteArray m_previousBus;
     std::vector<std::unique_ptr<QProcess>> m_processes;
+    QProcess *m_xServer = nullptr;
 };
 
 } // namespace sayvo::testing

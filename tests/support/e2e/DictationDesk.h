@@ -43,6 +43,11 @@ public:
     bool quitSayvo(int timeoutMs = 15000);
     bool isSayvoRunning() const;
     qint64 sayvoPid() const;
+    // How the Sayvo process ended, once it has.
+    QProcess::ExitStatus sayvoExitStatus() const;
+    int sayvoExitCode() const;
+    // Sayvo's settings file, as it is on disk.
+    QString settingsFile() const;
 
     QStringList log();
     bool waitForLog(const QRegularExpression &pattern, int timeoutMs);
