@@ -2,7 +2,6 @@
 
 #include "desktop/x11/X11Connection.h"
 
-#include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
@@ -21,18 +20,8 @@ bool KeySynthesizerX11::ensureConnection()
     }
     if (!m_connection) {
         m_connection = X11Connection::open();
-        if (!m_connection) {
-            return false;
-        }
-        // A layout switched since the last paste moves keys; Xlib's copy of the key map is
-        // refreshed from the server's notification.
-        m_connection->setEventHandler([](XEvent &event) {
-            if (event.type == MappingNotify) {
-                XRefreshKeyboardMapping(&event.xmapping);
-            }
-        });
     }
-    return true;
+    return m_connection != nullptr;
 }
 
 bool KeySynthesizerX11::isAnyKeyHeld()
@@ -55,6 +44,8 @@ bool KeySynthesizerX11::postPaste(PasteShortcut shortcut)
         return false;
     }
     Display *display = m_connection->display();
+    // A layout switched since the last paste moves keys: reading the server's notifications
+    // marks Xlib's copy of the key map stale, and the lookups below fetch it afresh.
     XSync(display, False);
     m_connection->dispatchPending();
     int eventBase = 0;
