@@ -14,6 +14,13 @@ using ::testing::Not;
 
 namespace {
 
+// The way Qt ends the process when its display goes. Only a death test's child calls it,
+// where no other thread can be in exit() at the same time.
+void exitLikeQt(int status)
+{
+    std::exit(status); // NOLINT(concurrency-mt-unsafe)
+}
+
 void sayShutdown()
 {
     std::fputs("shutdown ran\n", stderr);
@@ -31,7 +38,7 @@ TEST_F(AbruptExitGuardTest, AnExitWhileTheAppRunsShutsItDownFirstAndFails)
     EXPECT_EXIT(
         {
             AbruptExitGuard guard(sayShutdown);
-            std::exit(0);
+            exitLikeQt(0);
         },
         ExitedWithCode(1), HasSubstr("shutdown ran"));
 }
@@ -43,7 +50,7 @@ TEST_F(AbruptExitGuardTest, AnExitAfterTheGuardIsGoneRunsNothing)
             {
                 AbruptExitGuard guard(sayShutdown);
             }
-            std::exit(0);
+            exitLikeQt(0);
         },
         ExitedWithCode(0), Not(HasSubstr("shutdown ran")));
 }
@@ -53,7 +60,7 @@ TEST_F(AbruptExitGuardTest, AnotherThreadsExitDoesNotRunTheShutdownBesideTheMain
     EXPECT_EXIT(
         {
             AbruptExitGuard guard(sayShutdown);
-            std::thread([] { std::exit(3); }).join();
+            std::thread([] { exitLikeQt(3); }).join();
         },
         ExitedWithCode(3), Not(HasSubstr("shutdown ran")));
 }
