@@ -108,6 +108,7 @@ private:
     void refreshUsage();
     void refreshFootprint(const std::optional<EngineFootprint> &footprint);
     void refreshPermissions();
+    void refreshRightAltNote();
     void applyLaunchAtLogin(bool enabled);
 
     SettingsStore &m_settings;
@@ -131,6 +132,7 @@ private:
     SettingsSwitch *m_launchAtLogin = nullptr;
 
     SettingsRadioList *m_hotkey = nullptr;
+    QLabel *m_rightAltNote = nullptr;
     SettingsSegmentedControl *m_mode = nullptr;
     SettingsRadioList *m_insertion = nullptr;
 

@@ -53,6 +53,7 @@ public:
     void stop();
     bool isInstalled() const { return m_installed; }
     bool isKeyDown() const { return m_isKeyDown; }
+    RightAltRole rightAltRole() const { return m_source->rightAltRole(); }
     void setChordWindowMs(int windowMs) { m_aloneTimer.setInterval(windowMs); }
 
 private:

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "audio/AudioInputDevice.h"
+#include "desktop/KeyboardEventSource.h"
 #include "engineclient/EngineClientDelegate.h"
 #include "protocol/InboundMessages.h"
 #include "session/AppState.h"
@@ -65,6 +66,8 @@ public:
 
     // The microphone is prepared and the trigger key is watched.
     bool inputReady() const;
+    // The Settings window warns when the Right Alt trigger is a key people type with.
+    RightAltRole rightAltRole() const;
     // Prepares whatever of the two is missing; returns the new inputReady().
     bool retryInputSetupIfNeeded();
 

@@ -12,6 +12,19 @@ namespace sayvo {
 
 namespace {
 
+RightAltRole roleForKeysym(KeySym keysym)
+{
+    switch (keysym) {
+    case XK_ISO_Level3_Shift:
+    case XK_Mode_switch:
+        return RightAltRole::altGr;
+    case XK_Multi_key:
+        return RightAltRole::compose;
+    default:
+        return RightAltRole::alt;
+    }
+}
+
 quint64 flagsForKeysym(KeySym keysym)
 {
     switch (keysym) {
@@ -150,6 +163,7 @@ bool KeyboardEventSourceX11::install(const std::vector<int> &swallowedKeyCodes, 
 void KeyboardEventSourceX11::readKeyMap()
 {
     m_modifierFlagsByKeyCode.clear();
+    m_rightAltRole = RightAltRole::alt;
     // Read from the server: Xlib's own copy is refreshed only when a lookup finds it stale.
     XkbDescPtr keyboard
         = XkbGetMap(m_connection->display(), XkbKeyTypesMask | XkbKeySymsMask, XkbUseCoreKbd);
@@ -161,6 +175,9 @@ void KeyboardEventSourceX11::readKeyMap()
             continue;
         }
         const KeySym keysym = XkbKeySymEntry(keyboard, keyCode, 0, 0);
+        if (keyCode == kRightAltKeyCode) {
+            m_rightAltRole = roleForKeysym(keysym);
+        }
         if (const quint64 flags = flagsForKeysym(keysym)) {
             m_modifierFlagsByKeyCode[keyCode] = flags;
         }

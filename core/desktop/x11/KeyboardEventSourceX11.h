@@ -30,6 +30,7 @@ public:
     void uninstall() override;
     void reenable() override;
     TriggerKeyCodes keyCodes() const override { return {kF5KeyCode, kRightAltKeyCode}; }
+    RightAltRole rightAltRole() const override { return m_rightAltRole; }
 
 private:
     bool selectRawEvents();
@@ -46,6 +47,7 @@ private:
     QSet<int> m_swallowed;
     QSet<int> m_pressed;
     std::map<int, quint64> m_modifierFlagsByKeyCode;
+    RightAltRole m_rightAltRole = RightAltRole::alt;
 };
 
 } // namespace sayvo

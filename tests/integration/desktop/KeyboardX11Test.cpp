@@ -176,6 +176,26 @@ TEST_F(KeyboardX11Test, TheTriggerFollowsRightCtrlToWhereANewLayoutPutsIt)
     EXPECT_TRUE(QTest::qWaitFor([this] { return m_ends == 1; }, 5000));
 }
 
+TEST_F(KeyboardX11Test, RightAltIsKnownAsAltGrOrComposeWhenTheLayoutMakesItSo)
+{
+    KeyboardEventSourceX11 source;
+    ASSERT_TRUE(source.install({}, [](const KeyEvent &) { return KeyEventDisposition::pass; }));
+    EXPECT_EQ(source.rightAltRole(), RightAltRole::alt);
+    const auto setOption = [this](const QString &option) {
+        int code = 0;
+        // -option with an empty value first clears the options set before.
+        m_session.run(QStringLiteral("setxkbmap"),
+            {QStringLiteral("-option"), QString(), QStringLiteral("-option"), option}, &code);
+        return code == 0;
+    };
+    ASSERT_TRUE(setOption(QStringLiteral("lv3:ralt_switch")));
+    EXPECT_TRUE(
+        QTest::qWaitFor([&] { return source.rightAltRole() == RightAltRole::altGr; }, 5000));
+    ASSERT_TRUE(setOption(QStringLiteral("compose:ralt")));
+    EXPECT_TRUE(
+        QTest::qWaitFor([&] { return source.rightAltRole() == RightAltRole::compose; }, 5000));
+}
+
 TEST_F(KeyboardX11Test, TheLeftKeysReportNothing)
 {
     makeManager(HotkeyTrigger::rightOption);

@@ -15,6 +15,7 @@ public:
     void uninstall() override;
     void reenable() override { ++reenableCount; }
     TriggerKeyCodes keyCodes() const override { return codes; }
+    RightAltRole rightAltRole() const override { return rightAlt; }
 
     // Plays one event; pass when nothing is installed.
     KeyEventDisposition deliver(const KeyEvent &event);
@@ -27,6 +28,7 @@ public:
     // The tap refuses to install while this is set.
     bool failInstall = false;
     TriggerKeyCodes codes {96, 61};
+    RightAltRole rightAlt = RightAltRole::alt;
     int installCount = 0;
     int uninstallCount = 0;
     int reenableCount = 0;
