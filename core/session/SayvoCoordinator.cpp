@@ -14,6 +14,8 @@
 #include <QSet>
 #include <QUuid>
 
+#include <utility>
+
 namespace sayvo {
 
 namespace {
@@ -175,6 +177,11 @@ void SayvoCoordinator::reconnectClient()
     m_engineClient.connect();
 }
 
+HotkeyTrigger SayvoCoordinator::activeTrigger() const
+{
+    return m_hotkeyManager.trigger();
+}
+
 bool SayvoCoordinator::inputReady() const
 {
     return m_audioCapture.isPrepared() && m_hotkeyManager.isInstalled();
@@ -234,14 +241,39 @@ void SayvoCoordinator::toggleDictation()
     }
 }
 
-void SayvoCoordinator::beginCalibrationUtterance()
+Status<SayvoCoordinator::CalibrationStartError> SayvoCoordinator::beginCalibrationUtterance(
+    CalibrationSink sink)
 {
+    if (!m_state.is<AppState::Idle>()) {
+        return CalibrationStartError::busy;
+    }
     beginUtterance();
+    if (!m_currentUtteranceId) {
+        return CalibrationStartError::engineUnavailable;
+    }
+    m_calibrationSink = std::move(sink);
+    return {};
 }
 
 void SayvoCoordinator::endCalibrationUtterance()
 {
+    if (m_calibrationSink) {
+        endUtterance();
+    }
+}
+
+void SayvoCoordinator::cancelCalibrationUtterance()
+{
+    if (!m_calibrationSink) {
+        return;
+    }
+    m_calibrationSink.reset();
+    // The engine is told the utterance is over so it frees its decoder; whatever it answers
+    // carries an identifier nobody waits for any more.
     endUtterance();
+    m_currentUtteranceId.reset();
+    m_returnToIdleTimer.stop();
+    setState(AppState::idle());
 }
 
 void SayvoCoordinator::beginUtterance()
@@ -346,6 +378,10 @@ void SayvoCoordinator::failUtterance(const QString &message)
     m_audioCapture.stopForwarding(false);
     setState(AppState::error(message));
     scheduleReturnToIdle(m_displayDurations.errorSeconds);
+    std::optional<CalibrationSink> sink = std::exchange(m_calibrationSink, std::nullopt);
+    if (sink && sink->onFailure) {
+        sink->onFailure(message);
+    }
 }
 
 void SayvoCoordinator::scheduleReturnToIdle(double seconds)
@@ -397,9 +433,11 @@ void SayvoCoordinator::engineClientDidReceiveFinal(EngineClient &, const FinalMe
     if (message.stats) {
         m_usageStats.record(*message.stats);
     }
-    if (m_calibrationSink) {
-        m_calibrationSink(message);
+    if (std::optional<CalibrationSink> sink = std::exchange(m_calibrationSink, std::nullopt)) {
         setState(AppState::idle());
+        if (sink->onFinal) {
+            sink->onFinal(message);
+        }
         return;
     }
     const QString formatted = text(message.formattedText);
