@@ -200,6 +200,13 @@ void AppDelegate::applicationWillTerminate()
     }
 }
 
+void AppDelegate::terminateNow()
+{
+    applicationWillTerminate();
+    // The supervisor's launcher stops its children and waits for them when it goes.
+    m_engineSupervisor.reset();
+}
+
 void AppDelegate::startInputSetupPollIfNeeded()
 {
     if (m_coordinator->inputReady()) {

@@ -62,6 +62,9 @@ public:
 
     void applicationDidFinishLaunching();
     void applicationWillTerminate();
+    // The quit steps for an end that bypasses the event loop: returns once the engine has
+    // stopped. Nothing but the process's end may follow.
+    void terminateNow();
 
     void showSettings();
     void showSetup();

@@ -1,4 +1,5 @@
 // Sayvo: push-to-talk dictation from the system tray or the menu bar.
+#include "app/AbruptExitGuard.h"
 #include "app/AppDelegate.h"
 #include "app/ApplicationPlatform.h"
 #include "app/CommandLine.h"
@@ -49,5 +50,11 @@ int main(int argc, char **argv)
     sayvo::ShutdownSignals shutdownSignals(&app);
     delegate.applicationDidFinishLaunching();
     instance.serve(delegate);
+    // Qt ends the process itself when the display server goes away; the engine is stopped
+    // first.
+    sayvo::AbruptExitGuard abruptExit([&] {
+        delegate.terminateNow();
+        preferences->sync();
+    });
     return QApplication::exec();
 }

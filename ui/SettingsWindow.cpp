@@ -461,6 +461,8 @@ QWidget *SettingsWindow::buildTrigger()
     m_hotkey = new SettingsRadioList(hotkeyOptions(), page.content);
     m_hotkey->setObjectName(QStringLiteral("hotkeyChoice"));
     hotkey->addWidget(m_hotkey);
+    m_rightAltNote = hotkey->addCaption(QString());
+    m_rightAltNote->setObjectName(QStringLiteral("rightAltNote"));
     page.layout->addWidget(hotkey);
     connect(m_hotkey, &SettingsRadioList::selected, this, [this](int index) {
         m_settings.setHotkeyTrigger(kAllHotkeyTriggers[static_cast<std::size_t>(index)]);
@@ -477,6 +479,7 @@ QWidget *SettingsWindow::buildTrigger()
                                "stays %1.")
                     .arg(displayName(active)));
             m_triggerNote->setVisible(trigger != active);
+            refreshRightAltNote();
         });
 
     auto *mode = new SettingsFieldGroup(QStringLiteral("Mode"), page.content);
@@ -495,6 +498,29 @@ QWidget *SettingsWindow::buildTrigger()
 
     page.layout->addStretch();
     return page.scroll;
+}
+
+void SettingsWindow::refreshRightAltNote()
+{
+    QString note;
+    if (m_settings.hotkeyTrigger() == HotkeyTrigger::rightOption) {
+        switch (m_coordinator.rightAltRole()) {
+        case RightAltRole::alt:
+            break;
+        case RightAltRole::altGr:
+            note = QStringLiteral("On your keyboard layout Right Alt is AltGr: every character "
+                                  "typed with AltGr also starts dictation. If you type with "
+                                  "AltGr, choose another key.");
+            break;
+        case RightAltRole::compose:
+            note = QStringLiteral("On your keyboard layout Right Alt is the Compose key: "
+                                  "composing a character also starts dictation. If you use "
+                                  "Compose, choose another key.");
+            break;
+        }
+    }
+    m_rightAltNote->setText(note);
+    m_rightAltNote->setVisible(!note.isEmpty());
 }
 
 QWidget *SettingsWindow::buildInsertion()
@@ -815,6 +841,8 @@ void SettingsWindow::showEvent(QShowEvent *event)
         m_endpoint->setText(m_settings.endpointURL().toString());
         showEndpointError(false);
         refreshPermissions();
+        // The layout may have changed since the window was last open.
+        refreshRightAltNote();
         if (m_loginItem && m_loginItem->isEnabled() != m_settings.launchAtLogin()) {
             m_settings.setLaunchAtLogin(m_loginItem->isEnabled());
         }

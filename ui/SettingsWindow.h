@@ -113,6 +113,7 @@ private:
     void refreshUsage();
     void refreshFootprint(const std::optional<EngineFootprint> &footprint);
     void refreshPermissions();
+    void refreshRightAltNote();
     void applyLaunchAtLogin(bool enabled);
 
     SettingsStore &m_settings;
@@ -137,6 +138,7 @@ private:
 
     SettingsRadioList *m_hotkey = nullptr;
     QLabel *m_triggerNote = nullptr;
+    QLabel *m_rightAltNote = nullptr;
     SettingsSegmentedControl *m_mode = nullptr;
     SettingsRadioList *m_insertion = nullptr;
 

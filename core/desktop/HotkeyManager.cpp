@@ -19,7 +19,11 @@ QString describe(HotkeyError error)
 HotkeyManager::HotkeyManager(
     HotkeyTrigger trigger, std::unique_ptr<KeyboardEventSource> source, QObject *parent)
     : QObject(parent), m_trigger(trigger), m_source(std::move(source))
-{ }
+{
+    m_aloneTimer.setSingleShot(true);
+    m_aloneTimer.setInterval(kChordWindowMs);
+    connect(&m_aloneTimer, &QTimer::timeout, this, [this] { emitIfChanged(true); });
+}
 
 HotkeyManager::~HotkeyManager()
 {
@@ -57,6 +61,8 @@ void HotkeyManager::stop()
         m_installed = false;
     }
     m_isKeyDown = false;
+    m_aloneTimer.stop();
+    m_chorded = false;
 }
 
 void HotkeyManager::press()
@@ -85,9 +91,7 @@ KeyEventDisposition HotkeyManager::handleEvent(const KeyEvent &event)
     const TriggerKeyCodes codes = m_source->keyCodes();
     switch (m_trigger) {
     case HotkeyTrigger::fnGlobe:
-        if (event.type == KeyEventType::flagsChanged) {
-            emitIfChanged((event.flags & KeyFlags::kSecondaryFunction) != 0);
-        }
+        handleSecondaryFunction(event);
         return KeyEventDisposition::pass;
     case HotkeyTrigger::rightOption:
         if (event.type == KeyEventType::flagsChanged && event.keyCode == codes.rightOption) {
@@ -109,6 +113,34 @@ KeyEventDisposition HotkeyManager::handleEvent(const KeyEvent &event)
         return KeyEventDisposition::pass;
     }
     return KeyEventDisposition::pass;
+}
+
+void HotkeyManager::handleSecondaryFunction(const KeyEvent &event)
+{
+    if (event.type == KeyEventType::keyDown) {
+        if (m_aloneTimer.isActive()) {
+            m_aloneTimer.stop();
+            m_chorded = true;
+        }
+        return;
+    }
+    if (event.type != KeyEventType::flagsChanged) {
+        return;
+    }
+    if ((event.flags & KeyFlags::kSecondaryFunction) != 0) {
+        // Other modifiers changing meanwhile neither restart the window nor end the press.
+        if (!m_isKeyDown && !m_chorded && !m_aloneTimer.isActive()) {
+            m_aloneTimer.start();
+        }
+        return;
+    }
+    // A tap shorter than the window is still a press of its own (a toggle, a short hold).
+    if (m_aloneTimer.isActive()) {
+        m_aloneTimer.stop();
+        emitIfChanged(true);
+    }
+    m_chorded = false;
+    emitIfChanged(false);
 }
 
 void HotkeyManager::emitIfChanged(bool down)

@@ -6,6 +6,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 #include <functional>
 #include <memory>
@@ -23,11 +24,21 @@ QString describe(HotkeyError error);
 // Turns presses and releases of the one trigger key into onStart / onEnd. Main thread only;
 // the callbacks are always posted to the main thread's event queue, never run inside the
 // keyboard callback. Owns its event source.
+//
+// The Fn/Globe role is played by a modifier people also use in shortcuts (Right Ctrl on a PC
+// keyboard), so it counts only when pressed alone: its press is reported once it has been held
+// for the chord window with no other key going down, or at once when it is released sooner. A
+// key pressed within the window makes the press part of a shortcut, and nothing is reported
+// until the trigger is released and pressed again.
 class HotkeyManager : public QObject
 {
     Q_OBJECT
 
 public:
+    // Long enough for the second key of a shortcut typed briskly, short enough not to clip
+    // the first word of a dictation.
+    static constexpr int kChordWindowMs = 200;
+
     HotkeyManager(HotkeyTrigger trigger, std::unique_ptr<KeyboardEventSource> source,
         QObject *parent = nullptr);
     ~HotkeyManager() override;
@@ -54,9 +65,12 @@ public:
     // One whole press and release (`sayvo trigger toggle`).
     void pressAndRelease();
     bool isKeyDown() const { return m_isKeyDown; }
+    RightAltRole rightAltRole() const { return m_source->rightAltRole(); }
+    void setChordWindowMs(int windowMs) { m_aloneTimer.setInterval(windowMs); }
 
 private:
     KeyEventDisposition handleEvent(const KeyEvent &event);
+    void handleSecondaryFunction(const KeyEvent &event);
     void emitIfChanged(bool down);
 
     HotkeyTrigger m_trigger;
@@ -65,6 +79,10 @@ private:
     std::function<void()> m_onEnd;
     bool m_installed = false;
     bool m_isKeyDown = false;
+    // Runs while the Fn/Globe key is held and might still become part of a shortcut.
+    QTimer m_aloneTimer;
+    // The Fn/Globe key went down as part of a shortcut; nothing is reported until it is up.
+    bool m_chorded = false;
 };
 
 } // namespace sayvo

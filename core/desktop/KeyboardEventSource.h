@@ -50,6 +50,14 @@ struct TriggerKeyCodes
     int rightOption = 0;
 };
 
+// What the key at the Right Alt place does in the current keyboard layout.
+enum class RightAltRole {
+    alt,
+    // AltGr: the key people hold to type the layout's third-level characters.
+    altGr,
+    compose,
+};
+
 // A system-wide keyboard hook. Events are delivered on the main thread, one callback at a
 // time; the callback's answer swallows the event where the platform can drop single events.
 // Where it can only withhold whole keys (X11 key grabs), the keys in swallowedKeyCodes never
@@ -71,6 +79,9 @@ public:
     // (macOS), a hook made without it is created all the same but never sees a key.
     virtual bool isPermitted() const { return true; }
     virtual TriggerKeyCodes keyCodes() const = 0;
+    // As the layout has it while the hook is installed; keyboards without layouts of their
+    // own have a plain Alt key there.
+    virtual RightAltRole rightAltRole() const { return RightAltRole::alt; }
 };
 
 // A session whose keys no application may watch (Wayland): the trigger arrives from a key

@@ -201,6 +201,11 @@ bool SayvoCoordinator::inputReady() const
     return m_audioCapture.isPrepared() && m_hotkeyManager.isInstalled();
 }
 
+RightAltRole SayvoCoordinator::rightAltRole() const
+{
+    return m_hotkeyManager.rightAltRole();
+}
+
 bool SayvoCoordinator::retryInputSetupIfNeeded()
 {
     if (!m_audioCapture.isPrepared()) {

@@ -2,6 +2,7 @@
 
 #include "audio/AudioInputDevice.h"
 #include "base/Expected.h"
+#include "desktop/KeyboardEventSource.h"
 #include "engineclient/EngineClientDelegate.h"
 #include "protocol/InboundMessages.h"
 #include "session/AppState.h"
@@ -82,6 +83,8 @@ public:
 
     // The microphone is prepared and the trigger key is watched.
     bool inputReady() const;
+    // The Settings window warns when the Right Alt trigger is a key people type with.
+    RightAltRole rightAltRole() const;
     // The key watched now: the one chosen when Sayvo started.
     HotkeyTrigger activeTrigger() const;
     // Prepares whatever of the two is missing; returns the new inputReady().

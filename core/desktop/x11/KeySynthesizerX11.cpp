@@ -2,7 +2,6 @@
 
 #include "desktop/x11/X11Connection.h"
 
-#include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
@@ -16,20 +15,13 @@ KeySynthesizerX11::~KeySynthesizerX11() = default;
 
 bool KeySynthesizerX11::ensureConnection()
 {
+    if (m_connection && m_connection->isLost()) {
+        return false;
+    }
     if (!m_connection) {
         m_connection = X11Connection::open();
-        if (!m_connection) {
-            return false;
-        }
-        // A layout switched since the last paste moves keys; Xlib's copy of the key map is
-        // refreshed from the server's notification.
-        m_connection->setEventHandler([](XEvent &event) {
-            if (event.type == MappingNotify) {
-                XRefreshKeyboardMapping(&event.xmapping);
-            }
-        });
     }
-    return true;
+    return m_connection != nullptr;
 }
 
 bool KeySynthesizerX11::isAnyKeyHeld()
@@ -39,6 +31,10 @@ bool KeySynthesizerX11::isAnyKeyHeld()
     }
     char keys[32] = {};
     XQueryKeymap(m_connection->display(), keys);
+    // Xlib copies its reply buffer even when no reply came.
+    if (m_connection->isLost()) {
+        return false;
+    }
     return std::any_of(std::begin(keys), std::end(keys), [](char byte) { return byte != 0; });
 }
 
@@ -48,6 +44,8 @@ bool KeySynthesizerX11::postPaste(PasteShortcut shortcut)
         return false;
     }
     Display *display = m_connection->display();
+    // A layout switched since the last paste moves keys: reading the server's notifications
+    // marks Xlib's copy of the key map stale, and the lookups below fetch it afresh.
     XSync(display, False);
     m_connection->dispatchPending();
     int eventBase = 0;

@@ -9,7 +9,7 @@ namespace sayvo {
 class X11Connection;
 
 // Posts the paste chords with the XTest extension. Keys are looked up from their keysyms at
-// each paste, with the key map refreshed when the layout changes, so the chord lands on the
+// each paste, with Xlib's key map refreshed when the layout changes, so the chord lands on the
 // right keys on any layout. Main thread only.
 class KeySynthesizerX11 : public KeySynthesizer
 {

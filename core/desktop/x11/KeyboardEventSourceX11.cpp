@@ -12,6 +12,19 @@ namespace sayvo {
 
 namespace {
 
+RightAltRole roleForKeysym(KeySym keysym)
+{
+    switch (keysym) {
+    case XK_ISO_Level3_Shift:
+    case XK_Mode_switch:
+        return RightAltRole::altGr;
+    case XK_Multi_key:
+        return RightAltRole::compose;
+    default:
+        return RightAltRole::alt;
+    }
+}
+
 quint64 flagsForKeysym(KeySym keysym)
 {
     switch (keysym) {
@@ -102,6 +115,15 @@ bool KeyboardEventSourceX11::install(const std::vector<int> &swallowedKeyCodes, 
     // Without this a held key reads as release-press pairs, which would end a hold early.
     Bool detectable = False;
     XkbSetDetectableAutoRepeat(display, True, &detectable);
+    // An XKB client gets no core MappingNotify for a new layout, only these.
+    int xkbOpcode = 0;
+    int xkbError = 0;
+    int xkbMajor = XkbMajorVersion;
+    int xkbMinor = XkbMinorVersion;
+    if (XkbQueryExtension(display, &xkbOpcode, &m_xkbEventBase, &xkbError, &xkbMajor, &xkbMinor)) {
+        constexpr unsigned long kLayoutEvents = XkbNewKeyboardNotifyMask | XkbMapNotifyMask;
+        XkbSelectEvents(display, XkbUseCoreKbd, kLayoutEvents, kLayoutEvents);
+    }
 
     m_connection->clearError();
     m_swallowed.clear();
@@ -117,19 +139,18 @@ bool KeyboardEventSourceX11::install(const std::vector<int> &swallowedKeyCodes, 
         return false;
     }
 
-    m_modifierFlagsByKeyCode.clear();
-    int minKeyCode = 0;
-    int maxKeyCode = 0;
-    XDisplayKeycodes(display, &minKeyCode, &maxKeyCode);
-    for (int keyCode = minKeyCode; keyCode <= maxKeyCode; ++keyCode) {
-        const KeySym keysym = XkbKeycodeToKeysym(display, KeyCode(keyCode), 0, 0);
-        if (const quint64 flags = flagsForKeysym(keysym)) {
-            m_modifierFlagsByKeyCode[keyCode] = flags;
-        }
-    }
+    readKeyMap();
     m_pressed.clear();
     m_callback = std::move(callback);
     m_connection->setEventHandler([this](XEvent &event) {
+        // Another layout (setxkbmap, a layout switch in the desktop) moves the modifiers.
+        if (event.type == m_xkbEventBase) {
+            const int type = reinterpret_cast<const XkbAnyEvent &>(event).xkb_type;
+            if (type == XkbNewKeyboardNotify || type == XkbMapNotify) {
+                readKeyMap();
+            }
+            return;
+        }
         const auto change = keyChange(m_connection->display(), m_xinputOpcode, event);
         // A grabbed key is reported once, from the grab's events.
         if (change && (change->grabbed || !m_swallowed.contains(change->keyCode))) {
@@ -137,6 +158,31 @@ bool KeyboardEventSourceX11::install(const std::vector<int> &swallowedKeyCodes, 
         }
     });
     return true;
+}
+
+void KeyboardEventSourceX11::readKeyMap()
+{
+    m_modifierFlagsByKeyCode.clear();
+    m_rightAltRole = RightAltRole::alt;
+    // Read from the server: Xlib's own copy is refreshed only when a lookup finds it stale.
+    XkbDescPtr keyboard
+        = XkbGetMap(m_connection->display(), XkbKeyTypesMask | XkbKeySymsMask, XkbUseCoreKbd);
+    if (!keyboard) {
+        return;
+    }
+    for (int keyCode = keyboard->min_key_code; keyCode <= keyboard->max_key_code; ++keyCode) {
+        if (XkbKeyNumGroups(keyboard, keyCode) == 0) {
+            continue;
+        }
+        const KeySym keysym = XkbKeySymEntry(keyboard, keyCode, 0, 0);
+        if (keyCode == kRightAltKeyCode) {
+            m_rightAltRole = roleForKeysym(keysym);
+        }
+        if (const quint64 flags = flagsForKeysym(keysym)) {
+            m_modifierFlagsByKeyCode[keyCode] = flags;
+        }
+    }
+    XkbFreeKeyboard(keyboard, 0, True);
 }
 
 bool KeyboardEventSourceX11::selectRawEvents()

@@ -30,18 +30,24 @@ public:
     void uninstall() override;
     void reenable() override;
     TriggerKeyCodes keyCodes() const override { return {kF5KeyCode, kRightAltKeyCode}; }
+    RightAltRole rightAltRole() const override { return m_rightAltRole; }
 
 private:
     bool selectRawEvents();
+    // Which keys are modifiers, from the layout as it is now.
+    void readKeyMap();
     void handleKey(int keyCode, bool pressed);
     quint64 modifierFlags() const;
 
     std::unique_ptr<X11Connection> m_connection;
     Callback m_callback;
     int m_xinputOpcode = 0;
+    // The first XKB event code, or -1 without XKB.
+    int m_xkbEventBase = -1;
     QSet<int> m_swallowed;
     QSet<int> m_pressed;
     std::map<int, quint64> m_modifierFlagsByKeyCode;
+    RightAltRole m_rightAltRole = RightAltRole::alt;
 };
 
 } // namespace sayvo

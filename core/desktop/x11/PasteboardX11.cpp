@@ -34,8 +34,9 @@ PasteboardX11::~PasteboardX11()
 
 bool PasteboardX11::ensureConnection()
 {
+    // What this client still holds of a lost display is no clipboard any more.
     if (m_connection) {
-        return true;
+        return !m_connection->isLost();
     }
     auto connection = X11Connection::open();
     if (!connection) {
@@ -289,6 +290,9 @@ bool PasteboardX11::writeItems(const std::vector<PasteboardItem> &items)
         }
     }
     if (offered.empty()) {
+        if (!ensureConnection()) {
+            return false;
+        }
         clearContents();
         return true;
     }

@@ -20,6 +20,17 @@ std::map<Display *, int> &lastErrors()
 }
 
 XErrorHandler g_previousHandler = nullptr;
+XIOErrorHandler g_previousIOHandler = nullptr;
+
+std::map<Display *, X11Connection *> &connections()
+{
+    static std::map<Display *, X11Connection *> open;
+    return open;
+}
+
+// Xlib calls this after the I/O error handler; returning, instead of exiting as its default
+// does, leaves the connection marked broken and every later call on it a no-op.
+void keepRunning(Display *, void *) { }
 
 int recordError(Display *display, XErrorEvent *error)
 {
@@ -39,18 +50,44 @@ std::unique_ptr<X11Connection> X11Connection::open()
     if (!display) {
         return nullptr;
     }
+    // Installed when the first connection opens, after Qt's (whose I/O error handler ends the
+    // process): ours sees every display first and passes the others on.
     static const bool installed = [] {
         g_previousHandler = XSetErrorHandler(recordError);
+        g_previousIOHandler = XSetIOErrorHandler(&X11Connection::handleIOError);
         return true;
     }();
     Q_UNUSED(installed);
+    XSetIOErrorExitHandler(display, keepRunning, nullptr);
     return std::unique_ptr<X11Connection>(new X11Connection(display));
+}
+
+int X11Connection::handleIOError(Display *display)
+{
+    if (const auto found = connections().find(display); found != connections().end()) {
+        found->second->markLost();
+        return 0;
+    }
+    return g_previousIOHandler ? g_previousIOHandler(display) : 0;
+}
+
+void X11Connection::markLost()
+{
+    if (m_lost) {
+        return;
+    }
+    m_lost = true;
+    // A closed socket stays readable: the notifier would fire without end.
+    if (m_notifier) {
+        m_notifier->setEnabled(false);
+    }
 }
 
 X11Connection::X11Connection(Display *display)
     : m_display(display), m_root(DefaultRootWindow(display))
 {
     lastErrors()[m_display] = Success;
+    connections()[m_display] = this;
     m_notifier
         = std::make_unique<QSocketNotifier>(ConnectionNumber(m_display), QSocketNotifier::Read);
     connect(m_notifier.get(), &QSocketNotifier::activated, this, [this] {
@@ -66,6 +103,7 @@ X11Connection::~X11Connection()
     // display among ours, or the previous handler (Xlib's, which exits) gets them.
     XCloseDisplay(m_display);
     lastErrors().erase(m_display);
+    connections().erase(m_display);
 }
 
 Atom X11Connection::atom(const char *name) const
@@ -119,7 +157,7 @@ bool X11Connection::waitForEvent(
 {
     QDeadlineTimer deadline(timeoutMs);
     for (;;) {
-        while (XPending(m_display) > 0) {
+        while (!m_lost && XPending(m_display) > 0) {
             XNextEvent(m_display, &event);
             if (matches(event)) {
                 scheduleDispatch();
@@ -130,7 +168,7 @@ bool X11Connection::waitForEvent(
             }
         }
         const qint64 remaining = deadline.remainingTime();
-        if (remaining <= 0) {
+        if (remaining <= 0 || m_lost) {
             return false;
         }
         pollfd descriptor {ConnectionNumber(m_display), POLLIN, 0};

@@ -15,6 +15,10 @@ namespace sayvo {
 // One private Xlib connection of an adapter, with its events dispatched on the main thread.
 // Main thread only. Xlib reads events into its own queue during round trips, where the socket
 // notifier cannot see them, so every round trip is followed by a queued look at that queue.
+//
+// When the X server goes away the connection is lost, not fatal: Xlib's default is to end the
+// process, which would skip Sayvo's own shutdown. A lost connection reads no more events and
+// every request on it fails at once.
 class X11Connection : public QObject
 {
     Q_OBJECT
@@ -26,6 +30,8 @@ public:
 
     Display *display() const { return m_display; }
     Window root() const { return m_root; }
+    // The X server closed the connection or stopped answering on it.
+    bool isLost() const { return m_lost; }
     Atom atom(const char *name) const;
 
     void setEventHandler(std::function<void(XEvent &)> handler);
@@ -58,12 +64,15 @@ public:
 private:
     explicit X11Connection(Display *display);
     void scheduleDispatch();
+    void markLost();
+    static int handleIOError(Display *display);
 
     Display *m_display = nullptr;
     Window m_root = None;
     std::unique_ptr<QSocketNotifier> m_notifier;
     std::function<void(XEvent &)> m_handler;
     bool m_dispatchScheduled = false;
+    bool m_lost = false;
 };
 
 } // namespace sayvo

@@ -22,10 +22,11 @@ protected:
         ASSERT_TRUE(m_editor->isReady());
     }
 
-    void makeManager(HotkeyTrigger trigger)
+    void makeManager(HotkeyTrigger trigger, int chordWindowMs = HotkeyManager::kChordWindowMs)
     {
         m_manager
             = std::make_unique<HotkeyManager>(trigger, std::make_unique<KeyboardEventSourceX11>());
+        m_manager->setChordWindowMs(chordWindowMs);
         m_manager->setOnStart([this] { ++m_starts; });
         m_manager->setOnEnd([this] { ++m_ends; });
         ASSERT_TRUE(m_manager->start().ok());
@@ -137,6 +138,62 @@ TEST_F(KeyboardX11Test, RightCtrlReportsDownAndUpAndIsNotSwallowed)
     settle();
     EXPECT_EQ(m_starts, 1);
     EXPECT_TRUE(m_editor->keys().contains(QStringLiteral("press:Control_R")));
+}
+
+TEST_F(KeyboardX11Test, RightCtrlInAShortcutStartsNothingAndTheShortcutReachesTheApplication)
+{
+    // A window no stall of a loaded machine reaches: only the key decides.
+    makeManager(HotkeyTrigger::fnGlobe, 60000);
+    xdotool({QStringLiteral("keydown"), QStringLiteral("Control_R"), QStringLiteral("keydown"),
+        QStringLiteral("c"), QStringLiteral("keyup"), QStringLiteral("c"), QStringLiteral("keyup"),
+        QStringLiteral("Control_R")});
+    settle();
+    EXPECT_EQ(m_starts, 0);
+    EXPECT_EQ(m_ends, 0);
+    const QStringList keys = m_editor->keys();
+    EXPECT_TRUE(keys.contains(QStringLiteral("press:Control_R"))
+        && keys.contains(QStringLiteral("press:c")))
+        << keys.join(' ').toStdString();
+
+    tap(QStringLiteral("Control_R"));
+    EXPECT_TRUE(QTest::qWaitFor([this] { return m_starts == 1 && m_ends == 1; }, 5000));
+}
+
+TEST_F(KeyboardX11Test, TheTriggerFollowsRightCtrlToWhereANewLayoutPutsIt)
+{
+    makeManager(HotkeyTrigger::fnGlobe);
+    int code = 0;
+    m_session.run(QStringLiteral("setxkbmap"),
+        {QStringLiteral("-option"), QStringLiteral("ctrl:swap_rwin_rctl")}, &code);
+    ASSERT_EQ(code, 0);
+
+    // The key that was Right Ctrl is now the right Super key.
+    tap(QStringLiteral("Super_R"));
+    EXPECT_EQ(m_starts, 0);
+    xdotool({QStringLiteral("keydown"), QStringLiteral("Control_R")});
+    EXPECT_TRUE(QTest::qWaitFor([this] { return m_starts == 1; }, 5000));
+    xdotool({QStringLiteral("keyup"), QStringLiteral("Control_R")});
+    EXPECT_TRUE(QTest::qWaitFor([this] { return m_ends == 1; }, 5000));
+}
+
+TEST_F(KeyboardX11Test, RightAltIsKnownAsAltGrOrComposeWhenTheLayoutMakesItSo)
+{
+    KeyboardEventSourceX11 source;
+    ASSERT_TRUE(source.install({}, [](const KeyEvent &) { return KeyEventDisposition::pass; }));
+    EXPECT_EQ(source.rightAltRole(), RightAltRole::alt);
+    const auto setOption = [this](const QString &option) {
+        int code = 0;
+        // -option with an empty value first clears the options set before.
+        m_session.run(QStringLiteral("setxkbmap"),
+            {QStringLiteral("-option"), QString(), QStringLiteral("-option"), option}, &code);
+        return code == 0;
+    };
+    ASSERT_TRUE(setOption(QStringLiteral("lv3:ralt_switch")));
+    EXPECT_TRUE(
+        QTest::qWaitFor([&] { return source.rightAltRole() == RightAltRole::altGr; }, 5000));
+    ASSERT_TRUE(setOption(QStringLiteral("compose:ralt")));
+    EXPECT_TRUE(
+        QTest::qWaitFor([&] { return source.rightAltRole() == RightAltRole::compose; }, 5000));
 }
 
 TEST_F(KeyboardX11Test, TheLeftKeysReportNothing)

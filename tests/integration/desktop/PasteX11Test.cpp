@@ -305,6 +305,25 @@ TEST_F(PasteX11Test, PasteFindsTheVKeyWhereverTheLayoutPutsIt)
     EXPECT_TRUE(m_editor->waitForText(QStringLiteral("moved key")));
 }
 
+TEST_F(PasteX11Test, PasteFindsTheVKeyAfterASwitchToAnotherLayout)
+{
+    KeySynthesizerX11 keys;
+    ASSERT_TRUE(keys.postPaste(PasteShortcut::standard));
+    int code = 0;
+    // Dvorak puts V where QWERTY has the full stop, and K where QWERTY has V.
+    m_session.run(QStringLiteral("setxkbmap"),
+        {QStringLiteral("us"), QStringLiteral("-variant"), QStringLiteral("dvorak")}, &code);
+    ASSERT_EQ(code, 0);
+    // Let the editor take in the new layout.
+    QTest::qWait(200);
+
+    m_editor->setText(QStringLiteral("unchanged"), 0, 9);
+    PasteboardX11 pasteboard;
+    ASSERT_TRUE(pasteboard.setConcealedString(QStringLiteral("switched layout")));
+    ASSERT_TRUE(keys.postPaste(PasteShortcut::standard));
+    EXPECT_TRUE(m_editor->waitForText(QStringLiteral("switched layout")));
+}
+
 TEST(DesktopServicesLinuxTest, TheFactoryGivesWorkingX11AndAtSpiAdapters)
 {
     DesktopSession session;

@@ -122,6 +122,15 @@ void DesktopSession::stop(QProcess *process)
     ::kill(-group, SIGKILL);
 }
 
+void DesktopSession::killXServer()
+{
+    if (!m_xServer || m_xServer->state() == QProcess::NotRunning) {
+        return;
+    }
+    ::kill(pid_t(m_xServer->processId()), SIGKILL);
+    m_xServer->waitForFinished(5000);
+}
+
 bool DesktopSession::waitUntil(const std::function<bool()> &condition, int timeoutMs)
 {
     QDeadlineTimer deadline(timeoutMs);
@@ -176,6 +185,7 @@ bool DesktopSession::startXServer()
             + QString::fromLocal8Bit(server->readAllStandardError());
         return false;
     }
+    m_xServer = server;
     m_display = QStringLiteral(":") + QString::fromLatin1(server->readLine().trimmed());
     m_environment.insert(QStringLiteral("DISPLAY"), m_display);
     m_environment.insert(QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("x11"));

@@ -67,6 +67,9 @@ public:
     bool sway(const QString &command);
     // Stops the compositor alone, as a crash or a logout would.
     void stopCompositor();
+    // Kills the X server at once, as a crash of the display would end it; its clients see
+    // their connections break.
+    void killXServer();
 
 private:
     bool startXServer();
@@ -90,6 +93,7 @@ private:
     QString m_xwaylandDisplay;
     QProcess *m_compositor = nullptr;
     std::vector<std::unique_ptr<QProcess>> m_processes;
+    QProcess *m_xServer = nullptr;
 };
 
 } // namespace sayvo::testing

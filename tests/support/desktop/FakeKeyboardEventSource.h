@@ -16,6 +16,7 @@ public:
     void reenable() override { ++reenableCount; }
     bool isPermitted() const override { return permitted; }
     TriggerKeyCodes keyCodes() const override { return codes; }
+    RightAltRole rightAltRole() const override { return rightAlt; }
 
     // Plays one event; pass when nothing is installed.
     KeyEventDisposition deliver(const KeyEvent &event);
@@ -30,6 +31,7 @@ public:
     // false: the user has not let the process watch the keyboard.
     bool permitted = true;
     TriggerKeyCodes codes {96, 61};
+    RightAltRole rightAlt = RightAltRole::alt;
     int installCount = 0;
     int uninstallCount = 0;
     int reenableCount = 0;

@@ -147,11 +147,15 @@ bool DictationDesk::prepareRuntime()
     return true;
 }
 
+QString DictationDesk::settingsFile() const
+{
+    return m_home.filePath(QStringLiteral("config/SayvoApp/Sayvo.conf"));
+}
+
 void DictationDesk::writeSettings()
 {
-    const QString configHome = m_home.filePath(QStringLiteral("config"));
-    QDir().mkpath(configHome + QStringLiteral("/SayvoApp"));
-    QSettings file(configHome + QStringLiteral("/SayvoApp/Sayvo.conf"), QSettings::IniFormat);
+    QDir().mkpath(QFileInfo(settingsFile()).absolutePath());
+    QSettings file(settingsFile(), QSettings::IniFormat);
     file.setValue(
         QStringLiteral("sayvo.endpointURL"), QStringLiteral("ws://127.0.0.1:%1").arg(m_port));
     file.setValue(QStringLiteral("sayvo.hotkeyTrigger"), QStringLiteral("f5"));
@@ -236,6 +240,16 @@ bool DictationDesk::crashed() const
 qint64 DictationDesk::sayvoPid() const
 {
     return m_sayvo ? m_sayvo->processId() : 0;
+}
+
+QProcess::ExitStatus DictationDesk::sayvoExitStatus() const
+{
+    return m_sayvo ? m_sayvo->exitStatus() : QProcess::NormalExit;
+}
+
+int DictationDesk::sayvoExitCode() const
+{
+    return m_sayvo ? m_sayvo->exitCode() : 0;
 }
 
 void DictationDesk::readOutput()

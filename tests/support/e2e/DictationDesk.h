@@ -64,6 +64,11 @@ public:
     // Sayvo ended by a signal (a crash or an abort) rather than by exiting.
     bool crashed() const;
     qint64 sayvoPid() const;
+    // How the Sayvo process ended, once it has.
+    QProcess::ExitStatus sayvoExitStatus() const;
+    int sayvoExitCode() const;
+    // Sayvo's settings file, as it is on disk.
+    QString settingsFile() const;
 
     QStringList log();
     bool waitForLog(const QRegularExpression &pattern, int timeoutMs);

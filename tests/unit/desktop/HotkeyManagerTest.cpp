@@ -16,15 +16,19 @@ constexpr int kRightOption = 61;
 constexpr int kLeftOption = 58;
 constexpr int kShift = 56;
 constexpr int kFn = 63;
+constexpr int kC = 8;
+// Longer than any stall of a loaded machine between two events the test plays at once.
+constexpr int kLongWindowMs = 60000;
 
 class HotkeyManagerTest : public ::testing::Test
 {
 protected:
-    void make(HotkeyTrigger trigger)
+    void make(HotkeyTrigger trigger, int chordWindowMs = HotkeyManager::kChordWindowMs)
     {
         auto source = std::make_unique<FakeKeyboardEventSource>();
         m_source = source.get();
         m_manager = std::make_unique<HotkeyManager>(trigger, std::move(source));
+        m_manager->setChordWindowMs(chordWindowMs);
         m_manager->setOnStart([this] { m_reports.push_back("start"); });
         m_manager->setOnEnd([this] { m_reports.push_back("end"); });
         ASSERT_TRUE(m_manager->start().ok());
@@ -35,6 +39,12 @@ protected:
     {
         QCoreApplication::processEvents();
         return m_reports;
+    }
+
+    // Waits until the reports are these, or a generous cap passed.
+    bool waitForReports(const std::vector<std::string> &expected)
+    {
+        return QTest::qWaitFor([&] { return reports() == expected; }, 5000);
     }
 
     FakeKeyboardEventSource *m_source = nullptr;
@@ -118,9 +128,73 @@ TEST_F(HotkeyManagerTest, FnStaysDownWhileOtherModifiersChange)
     EXPECT_EQ(m_source->flagsChanged(kShift, KeyFlags::kSecondaryFunction | KeyFlags::kShift),
         KeyEventDisposition::pass);
     m_source->flagsChanged(kShift, KeyFlags::kSecondaryFunction);
-    EXPECT_EQ(reports(), (Reports {"start"}));
+    EXPECT_TRUE(waitForReports({"start"}));
     m_source->flagsChanged(kFn, 0);
     EXPECT_EQ(reports(), (Reports {"start", "end"}));
+}
+
+TEST_F(HotkeyManagerTest, FnHeldAloneIsReportedOnlyOnceTheChordWindowPassed)
+{
+    make(HotkeyTrigger::fnGlobe, 100);
+    m_source->flagsChanged(kFn, KeyFlags::kSecondaryFunction);
+    EXPECT_TRUE(reports().empty());
+    EXPECT_FALSE(m_manager->isKeyDown());
+    EXPECT_TRUE(waitForReports({"start"}));
+    // A key pressed once dictation runs is typed, not a shortcut that takes it back.
+    m_source->keyDown(kC, false, KeyFlags::kSecondaryFunction);
+    m_source->keyUp(kC, KeyFlags::kSecondaryFunction);
+    m_source->flagsChanged(kFn, 0);
+    EXPECT_EQ(reports(), (Reports {"start", "end"}));
+}
+
+TEST_F(HotkeyManagerTest, FnWithAnotherKeyIsAShortcutAndReportsNothing)
+{
+    make(HotkeyTrigger::fnGlobe, kLongWindowMs);
+    m_source->flagsChanged(kFn, KeyFlags::kSecondaryFunction);
+    EXPECT_EQ(
+        m_source->keyDown(kC, false, KeyFlags::kSecondaryFunction), KeyEventDisposition::pass);
+    m_source->keyDown(kC, true, KeyFlags::kSecondaryFunction);
+    m_source->keyUp(kC, KeyFlags::kSecondaryFunction);
+    m_source->flagsChanged(kFn, 0);
+    EXPECT_TRUE(reports().empty());
+    EXPECT_FALSE(m_manager->isKeyDown());
+
+    // The next press alone is the trigger again.
+    m_source->flagsChanged(kFn, KeyFlags::kSecondaryFunction);
+    m_source->flagsChanged(kFn, 0);
+    EXPECT_EQ(reports(), (Reports {"start", "end"}));
+}
+
+TEST_F(HotkeyManagerTest, AShortcutStaysOneEvenWhenHeldPastTheWindow)
+{
+    make(HotkeyTrigger::fnGlobe, 50);
+    m_source->flagsChanged(kFn, KeyFlags::kSecondaryFunction);
+    m_source->keyDown(kC, false, KeyFlags::kSecondaryFunction);
+    m_source->keyUp(kC, KeyFlags::kSecondaryFunction);
+    m_source->flagsChanged(kShift, KeyFlags::kSecondaryFunction | KeyFlags::kShift);
+    m_source->flagsChanged(kShift, KeyFlags::kSecondaryFunction);
+    QTest::qWait(200);
+    EXPECT_TRUE(reports().empty());
+    m_source->flagsChanged(kFn, 0);
+    EXPECT_TRUE(reports().empty());
+}
+
+TEST_F(HotkeyManagerTest, AnFnTapShorterThanTheWindowIsStillAPress)
+{
+    make(HotkeyTrigger::fnGlobe, kLongWindowMs);
+    m_source->flagsChanged(kFn, KeyFlags::kSecondaryFunction);
+    m_source->flagsChanged(kFn, 0);
+    EXPECT_EQ(reports(), (Reports {"start", "end"}));
+}
+
+TEST_F(HotkeyManagerTest, StoppingWhileFnWaitsForItsWindowReportsNothingLater)
+{
+    make(HotkeyTrigger::fnGlobe, 50);
+    m_source->flagsChanged(kFn, KeyFlags::kSecondaryFunction);
+    m_manager->stop();
+    QTest::qWait(200);
+    EXPECT_TRUE(reports().empty());
+    EXPECT_FALSE(m_manager->isKeyDown());
 }
 
 TEST_F(HotkeyManagerTest, FnIgnoresKeyDownAndUpEvents)
@@ -136,6 +210,7 @@ TEST_F(HotkeyManagerTest, RepeatedIdenticalStatesAreReportedOnce)
 {
     make(HotkeyTrigger::fnGlobe);
     m_source->flagsChanged(kFn, KeyFlags::kSecondaryFunction);
+    EXPECT_TRUE(waitForReports({"start"}));
     m_source->flagsChanged(kFn, KeyFlags::kSecondaryFunction);
     m_source->flagsChanged(kFn, 0);
     m_source->flagsChanged(kFn, 0);

@@ -348,6 +348,32 @@ TEST_F(SettingsWindowTest, TriggerAndModeChoicesAreStoredAtOnce)
     EXPECT_TRUE(hotkey->button(3)->isChecked());
 }
 
+TEST_F(SettingsWindowTest, RightAltAsTriggerSaysSoWhenTheLayoutTypesWithIt)
+{
+    h.keys->rightAlt = RightAltRole::altGr;
+    show();
+    open(SettingsTab::trigger);
+    auto *note = child<QLabel>(*window, "rightAltNote");
+    EXPECT_FALSE(note->isVisible());
+    clickRadio(child<SettingsRadioList>(*window, "hotkeyChoice")->button(2));
+    ASSERT_EQ(h.settings->hotkeyTrigger(), HotkeyTrigger::rightOption);
+    EXPECT_TRUE(note->isVisible());
+    EXPECT_TRUE(note->text().contains(QStringLiteral("Right Alt is AltGr")))
+        << note->text().toStdString();
+
+    // A layout whose Right Alt composes, as the window finds it when opened again.
+    window->hide();
+    h.keys->rightAlt = RightAltRole::compose;
+    show();
+    EXPECT_TRUE(note->text().contains(QStringLiteral("Right Alt is the Compose key")))
+        << note->text().toStdString();
+
+    window->hide();
+    h.keys->rightAlt = RightAltRole::alt;
+    show();
+    EXPECT_FALSE(note->isVisible());
+}
+
 TEST_F(SettingsWindowTest, TheInsertionMethodsShowTheirDescriptionsAndAreStored)
 {
     show();
