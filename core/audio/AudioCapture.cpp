@@ -2,6 +2,7 @@
 
 #include "audio/AudioDevices.h"
 #include "audio/PCMConverter.h"
+#include "base/LatencyTrace.h"
 #include "base/Logging.h"
 
 #include <algorithm>
@@ -138,6 +139,7 @@ void AudioCapture::handleBuffer(const AudioBufferView &buffer)
     m_queue->async([this, rms, byteCount] {
         if (!m_didSignalLive) {
             m_didSignalLive = true;
+            markLatency("microphone-open");
             if (m_onCaptureLive) {
                 m_onCaptureLive();
             }

@@ -2,6 +2,7 @@
 
 #include "audio/AudioCapture.h"
 #include "audio/AudioDeviceObserver.h"
+#include "base/LatencyTrace.h"
 #include "base/Logging.h"
 #include "desktop/ContextHarvester.h"
 #include "desktop/HotkeyManager.h"
@@ -333,6 +334,7 @@ void SayvoCoordinator::consume(OutboundEvent event, const std::function<void()> 
     }
     const auto &end = std::get<OutboundEvent::End>(event.value);
     m_engineClient.endUtterance(end.id, [weak, done](const std::optional<SendFailure> &failure) {
+        markLatency("end-sent");
         if (weak && failure) {
             Logging::shared().error(
                 QStringLiteral("utterance.end failed: ") + failure->description);
@@ -421,6 +423,7 @@ void SayvoCoordinator::engineClientDidReceiveFinal(EngineClient &, const FinalMe
     } else {
         inserted = m_textInserter.insertViaPaste(formatted);
     }
+    markLatency("text-inserted");
     if (inserted) {
         setState(AppState::success(formatted, !message.guardrail.applied));
         scheduleReturnToIdle(m_displayDurations.successSeconds);

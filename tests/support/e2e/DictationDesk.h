@@ -61,6 +61,7 @@ public:
 
     bool screenshot(const QString &path);
 
+    PipeMicrophone &microphone() { return *m_microphone; }
     testing::TestEditor &editor() { return *m_editor; }
     testing::DesktopSession &desktop() { return *m_desktop; }
     quint16 enginePort() const { return m_port; }
