@@ -18,6 +18,6 @@ std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsS
     SayvoCoordinator &coordinator, EngineSupervisor &engineSupervisor, Permissions &permissions);
 std::unique_ptr<QWidget> makeSetupWindow(EngineSupervisor &engineSupervisor);
 std::unique_ptr<QWidget> makeCalibrationWindow(
-    SayvoCoordinator &coordinator, EngineClient &engineClient);
+    SayvoCoordinator &coordinator, EngineClient &engineClient, SettingsStore &settings);
 
 } // namespace sayvo

@@ -11,7 +11,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QPointer>
-#include <QUuid>
+#include <QTemporaryFile>
 
 namespace sayvo {
 
@@ -38,6 +38,32 @@ std::optional<ProvisioningStep::Status> stepStatus(const QString &token)
         return ProvisioningStep::Status::Failed;
     }
     return std::nullopt;
+}
+
+// A copy of `file` that only this user can read, created anew in the temporary folder. Qt
+// names no temporary folder when TMPDIR points at none (relative paths would then land in the
+// working folder), so /tmp stands in.
+std::optional<QString> temporaryCopyOf(const QString &file)
+{
+    QString folder = QDir::tempPath();
+    if (folder.isEmpty() || !QDir::isAbsolutePath(folder)) {
+        folder = QStringLiteral("/tmp");
+    }
+    QFile original(file);
+    if (!original.open(QIODevice::ReadOnly)) {
+        return std::nullopt;
+    }
+    QTemporaryFile copy(folder + QStringLiteral("/sayvo-uninstall-XXXXXX.sh"));
+    copy.setAutoRemove(false);
+    if (!copy.open()) {
+        return std::nullopt;
+    }
+    const QByteArray contents = original.readAll();
+    if (copy.write(contents) != contents.size() || !copy.flush()) {
+        copy.remove();
+        return std::nullopt;
+    }
+    return copy.fileName();
 }
 
 } // namespace
@@ -173,18 +199,15 @@ bool EngineSupervisor::performUninstall(bool removeSharedModels)
         return false;
     }
     // Run from a copy: the script removes the payload it ships in.
-    const QString copy
-        = QDir(QDir::tempPath())
-              .filePath(QStringLiteral("sayvo-uninstall-")
-                  + QUuid::createUuid().toString(QUuid::WithoutBraces) + QStringLiteral(".sh"));
-    if (!QFile::copy(script, copy)) {
+    const std::optional<QString> copy = temporaryCopyOf(script);
+    if (!copy) {
         return false;
     }
     shutdown();
 
     ProcessLaunch launch;
     launch.program = QStringLiteral("/bin/bash");
-    launch.arguments = {copy, QStringLiteral("--yes"), QStringLiteral("--wait-pid"),
+    launch.arguments = {*copy, QStringLiteral("--yes"), QStringLiteral("--wait-pid"),
         QString::number(m_applicationPid), QStringLiteral("--install-root"),
         m_locator.installRoot(), QStringLiteral("--app"), m_applicationPath,
         QStringLiteral("--payload"), m_locator.payloadDir()};

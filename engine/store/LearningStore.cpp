@@ -6,11 +6,11 @@
 #include <cctype>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <optional>
 #include <sstream>
+#include <system_error>
 #include <unistd.h>
 #include <unordered_map>
 
@@ -204,7 +204,7 @@ std::optional<std::string> makePrivate(const std::string &path)
     }
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     if (fd < 0) {
-        return std::string(std::strerror(errno));
+        return std::error_code(errno, std::generic_category()).message();
     }
     ::close(fd);
     for (const std::string &file : {path, path + "-wal", path + "-shm"}) {

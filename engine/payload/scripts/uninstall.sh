@@ -3,7 +3,8 @@
 # preferences, its login item and the engine's learning store, and with --purge-shared the
 # shared model folder beside the runtime. Started by the application from a temporary copy
 # just before it quits, so it first waits for that process to end; it removes that copy too.
-# Ends by saying what it kept and why. Running it again removes nothing more and succeeds.
+# A payload or program the package manager installed is left to it. Ends by saying what it
+# kept and why. Running it again removes nothing more and succeeds.
 #
 #   uninstall.sh --yes --wait-pid PID --install-root DIR --app PATH [--payload DIR]
 #                [--purge-shared]
@@ -143,15 +144,34 @@ remove() {
   fi
 }
 
+# A file the package manager installed is the package manager's to remove: deleting it
+# behind dpkg's back would leave a broken package.
+package_of() {
+  command -v dpkg-query >/dev/null 2>&1 || return 0
+  dpkg-query --search -- "$(absolute "$1")" 2>/dev/null | head -n 1 | cut -d: -f1 || true
+}
+
+remove_unless_packaged() {
+  local label="$1" path="$2" owner
+  owner=$(package_of "$path")
+  if [ -n "$owner" ]; then
+    keep "$label: $path belongs to the package $owner; remove it with the package manager (apt remove $owner)"
+  else
+    remove "$label" "$path"
+  fi
+}
+
 remove "runtime" "$root"
 if [ -n "$payload" ]; then
-  remove "engine payload" "$payload"
+  remove_unless_packaged "engine payload" "$payload"
 fi
-remove "application" "$app"
+remove_unless_packaged "application" "$app"
 
 config="${XDG_CONFIG_HOME:-$home/.config}"
 remove "preferences" "$config/SayvoApp"
-remove "login item" "$config/autostart/sayvo.desktop"
+for entry in com.sayvoapp.Sayvo.desktop sayvo.desktop; do
+  remove "login item" "$config/autostart/$entry"
+done
 for plist in "$home"/Library/Preferences/com.sayvoapp*.plist; do
   [ -e "$plist" ] && remove "preferences" "$plist"
 done
@@ -173,10 +193,13 @@ elif [ -e "$shared" ]; then
   keep "shared models at $shared: pass --purge-shared to remove them"
 fi
 
-# Temporary copies of this script (this one and any an earlier run left behind) and the log
-# older versions wrote to /tmp: only this user's own plain files.
+# Temporary copies of this script (this one, wherever it was put, and any an earlier run left
+# behind) and the log older versions wrote to /tmp: only this user's own plain files.
 tmp="${TMPDIR:-/tmp}"
-for leftover in "$tmp"/sayvo-uninstall-*.sh /tmp/sayvo_uninstall.log; do
+[ -d "$tmp" ] || tmp=/tmp
+self=()
+case "$(basename -- "$0")" in sayvo-uninstall-*.sh) self=("$0") ;; esac
+for leftover in ${self[@]+"${self[@]}"} "$tmp"/sayvo-uninstall-*.sh /tmp/sayvo_uninstall.log; do
   if [ -f "$leftover" ] && [ ! -L "$leftover" ] && [ -O "$leftover" ]; then
     rm -f -- "$leftover" && log "removed temporary file: $leftover"
   fi

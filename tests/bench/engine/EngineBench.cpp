@@ -253,7 +253,7 @@ double percentileOf(std::vector<double> values, double p)
 void BM_HelloWhileAnotherFinalPassRuns(benchmark::State &state)
 {
     QByteArray minute;
-    for (std::size_t i = 0; minute.size() < 60 * 32000; ++i) {
+    for (std::size_t i = 0; minute.size() < qsizetype {60} * 32000; ++i) {
         minute += speech()[i % speech().size()];
         minute += QByteArray(16000, '\0'); // half a second between sentences
     }

@@ -451,6 +451,8 @@ TEST_F(EngineProtocol, CommandLineMistakesExitWithTheirCodes)
     EXPECT_TRUE(out.contains("unknown --asr whisper"));
     EXPECT_EQ(runEngine({"--port", "70000", "--data-dir", data}), 2);
     EXPECT_EQ(runEngine({"--host", "not an address", "--data-dir", data}), 2);
+    EXPECT_EQ(runEngine({"--max-utterance-seconds", "0", "--data-dir", data}), 2);
+    EXPECT_EQ(runEngine({"--max-utterance-seconds", "soon", "--data-dir", data}), 2);
     EXPECT_EQ(
         runEngine({"--asr", "replay:" + m_dir.filePath("missing.txt"), "--data-dir", data}, &out),
         3);

@@ -237,6 +237,7 @@ protected:
         QDir(m_dir.path()).mkpath("home/.config/SayvoApp");
         touch("home/.config/SayvoApp/Sayvo.conf");
         QDir(m_dir.path()).mkpath("home/.config/autostart");
+        touch("home/.config/autostart/com.sayvoapp.Sayvo.desktop");
         touch("home/.config/autostart/sayvo.desktop");
         touch("home/.config/autostart/another-app.desktop");
         QDir(m_dir.path()).mkpath("home/.local/share/SayvoApp/engine");
@@ -307,6 +308,7 @@ TEST_F(Uninstall, WaitsForTheAppThenRemovesEverythingItOwns)
     EXPECT_FALSE(QFileInfo::exists(this->app()));
     EXPECT_FALSE(QFileInfo::exists(payload));
     EXPECT_FALSE(exists("home/.config/SayvoApp"));
+    EXPECT_FALSE(exists("home/.config/autostart/com.sayvoapp.Sayvo.desktop"));
     EXPECT_FALSE(exists("home/.config/autostart/sayvo.desktop"));
     EXPECT_TRUE(exists("home/.config/autostart/another-app.desktop"));
     EXPECT_FALSE(exists("home/.local/share/SayvoApp/engine"));
@@ -319,6 +321,61 @@ TEST_F(Uninstall, WaitsForTheAppThenRemovesEverythingItOwns)
         << run.text().toStdString();
     EXPECT_TRUE(QFileInfo::exists("/usr/share/pocketsphinx/model/en-us/en-us.lm.bin"))
         << "the linked system model is untouched";
+}
+
+TEST_F(Uninstall, RemovesItsOwnCopyWhereverItWasPutAndATMPDIRNamingNoFolderIsNoBother)
+{
+    QDir(m_dir.path()).mkpath("elsewhere");
+    const QString copy = m_dir.filePath("elsewhere/sayvo-uninstall-Ab12Cd.sh");
+    ASSERT_TRUE(QFile::copy(kPayload + "/scripts/uninstall.sh", copy));
+    touch("elsewhere/sayvo-uninstall-notes.txt");
+    m_environment.insert("TMPDIR", m_dir.filePath("no-such-folder"));
+    const ScriptRun run
+        = runScript(copy, {"--yes", "--install-root", root(), "--app", app()}, m_environment);
+    ASSERT_EQ(run.exitCode, 0) << run.text().toStdString();
+    EXPECT_FALSE(QFileInfo::exists(copy));
+    EXPECT_TRUE(run.has("uninstall: removed temporary file: " + copy)) << run.text().toStdString();
+    EXPECT_TRUE(exists("elsewhere/sayvo-uninstall-notes.txt")) << "only the copy itself goes";
+}
+
+TEST_F(Uninstall, APayloadAndProgramThePackageManagerInstalledAreLeftToIt)
+{
+    // A private package database that lists the payload and the program as the sayvo
+    // package's, as an installed package does.
+    const QString payload = m_dir.filePath("usr/lib/sayvo/engine-payload");
+    QDir().mkpath(payload + "/scripts");
+    QDir().mkpath(payload + "/engine/bin");
+    ASSERT_TRUE(QFile::copy(
+        kPayload + "/scripts/bootstrap_runtime.sh", payload + "/scripts/bootstrap_runtime.sh"));
+    QDir().mkpath(m_dir.filePath("usr/bin"));
+    touch("usr/bin/sayvo");
+    const QString program = m_dir.filePath("usr/bin/sayvo");
+    QDir(m_dir.path()).mkpath("admin/info");
+    QDir(m_dir.path()).mkpath("admin/updates");
+    touch("admin/available");
+    QFile status(m_dir.filePath("admin/status"));
+    ASSERT_TRUE(status.open(QIODevice::WriteOnly));
+    status.write("Package: sayvo\nStatus: install ok installed\nPriority: optional\n"
+                 "Section: utils\nMaintainer: Sayvo <maintainers@sayvoapp.com>\n"
+                 "Architecture: amd64\nVersion: 0.1.0\nDescription: dictation\n\n");
+    status.close();
+    QFile list(m_dir.filePath("admin/info/sayvo.list"));
+    ASSERT_TRUE(list.open(QIODevice::WriteOnly));
+    list.write((payload + "\n" + program + "\n").toUtf8());
+    list.close();
+    m_environment.insert("DPKG_ADMINDIR", m_dir.filePath("admin"));
+
+    const ScriptRun run
+        = uninstall({"--yes", "--install-root", root(), "--app", program, "--payload", payload});
+    ASSERT_EQ(run.exitCode, 0) << run.text().toStdString();
+    EXPECT_FALSE(QFileInfo::exists(root()));
+    EXPECT_TRUE(QFileInfo::exists(program));
+    EXPECT_TRUE(QFileInfo::exists(payload + "/scripts/bootstrap_runtime.sh"));
+    EXPECT_TRUE(run.has("uninstall: kept engine payload: " + payload
+        + " belongs to the package sayvo; remove it with the package manager (apt remove sayvo)"))
+        << run.text().toStdString();
+    EXPECT_TRUE(run.has("uninstall: kept application: " + program
+        + " belongs to the package sayvo; remove it with the package manager (apt remove sayvo)"));
 }
 
 TEST_F(Uninstall, RunningItAgainRemovesNothingMoreAndSucceeds)

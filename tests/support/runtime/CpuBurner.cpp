@@ -29,7 +29,8 @@ int main(int argc, char **argv)
     }
     timespec used {};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
-    std::printf("cpu=%.6f\n", static_cast<double>(used.tv_sec) + used.tv_nsec / 1e9);
+    std::printf(
+        "cpu=%.6f\n", static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9);
     std::fflush(stdout);
     if (argc > 4) {
         std::printf("idle\n");

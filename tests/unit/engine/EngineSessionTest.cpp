@@ -229,7 +229,7 @@ TEST_F(EngineSessionTest, AContextOfSeveralMegabytesIsTakenWithoutError)
 TEST_F(EngineSessionTest, AnUtteranceOverFiveMinutesIsFinalisedThenReported)
 {
     text(encode(UtteranceStartMessage {.utteranceId = "U1"}));
-    const std::size_t frame = 1024 * 1000; // 32 s of audio a frame
+    const std::size_t frame = std::size_t {1024} * 1000; // 32 s of audio a frame
     for (int i = 0; i < 10; ++i) {
         audio(frame);
     }
@@ -653,6 +653,7 @@ TEST(ReplayRecognizer, HandsOutLinesInTurnAndCycles)
 {
     ReplayRecognizerFactory factory({"one two", "three"});
     std::vector<std::string> finals;
+    finals.reserve(3);
     for (int i = 0; i < 3; ++i) {
         finals.push_back(factory.create()->finish());
     }

@@ -82,7 +82,7 @@ TEST(LearningStoreCorrections, TextsOverTheWordLimitYieldNoCorrections)
     // the utterance would cost memory in proportion to the product of their lengths.
     const std::string formatted = "Ask Marin about it. " + manyWords(1500);
     std::string edited = "Ask Maren about it. " + manyWords(1500);
-    while (edited.size() < 1024 * 1024) {
+    while (edited.size() < std::size_t {1024} * 1024) {
         edited += " and more words the user typed";
     }
     EXPECT_TRUE(LearningStore::corrections(formatted, edited).empty());
@@ -249,7 +249,7 @@ TEST_F(LearningStoreTest, FeedbackOverTheWordLimitIsStoredWithoutCorrections)
     auto store = LearningStore::open(path());
     ASSERT_TRUE(store);
     std::string edited = "Ask Maren. ";
-    while (edited.size() < 1024 * 1024) {
+    while (edited.size() < std::size_t {1024} * 1024) {
         edited += "the rest of a long document ";
     }
     for (const char *id : {"A", "B"}) {
@@ -292,7 +292,7 @@ TEST_F(LearningStoreTest, AWriteThatFailsOnAFullDiskIsRolledBackAndTheStoreKeeps
         = std::max(std::filesystem::file_size(path()), std::filesystem::file_size(path() + "-wal"));
     {
         const FileSizeLimit full(largest);
-        const std::string big(256 * 1024, 'x');
+        const std::string big(std::size_t {256} * 1024, 'x');
         EXPECT_FALSE((*store)->record(feedback("B", "Ask Marin.", "Ask Maren. " + big)));
         EXPECT_FALSE((*store)->lastError().empty());
     }

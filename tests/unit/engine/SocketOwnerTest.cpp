@@ -89,7 +89,10 @@ TEST(SocketOwner, SkipsLinesThatDoNotParse)
              std::string("   1: 0100007F:9C40 0100007F:223D 01 0 0 0 notanumber\n"),
              std::string("   1: 0100007F:9C40\n")}) {
         EXPECT_EQ(tcpSocketOwner(kHeader + bad, peer, engine), std::nullopt) << bad;
-        EXPECT_EQ(tcpSocketOwner(kHeader + bad + good, peer, engine), 7u) << bad;
+        std::string withGood = kHeader;
+        withGood += bad;
+        withGood += good;
+        EXPECT_EQ(tcpSocketOwner(withGood, peer, engine), 7u) << bad;
     }
     EXPECT_EQ(tcpSocketOwner("", peer, engine), std::nullopt);
 }

@@ -49,13 +49,11 @@ TEST_F(ProvisioningTest, BeginsWithPreparingAndNinePendingSteps)
         supervisor->state(), EngineState(es::Provisioning {0, QStringLiteral("Preparing setup…")}));
     const QStringList ids {"mac", "uv", "copy", "venv", "deps", "models_stream", "models_final",
         "models_gec", "finalize"};
-    const QStringList labels {"Check this Mac", "Install uv toolchain", "Copy engine files",
-        "Create Python environment", "Install engine + backends", "Download speech models",
-        "Download transcription model", "Download language model", "Finalize"};
     ASSERT_EQ(supervisor->steps().size(), 9);
     for (int i = 0; i < 9; ++i) {
-        EXPECT_EQ(
-            supervisor->steps()[i], (ProvisioningStep {ids[i], labels[i], StepStatus::Pending}));
+        EXPECT_EQ(supervisor->steps()[i],
+            (ProvisioningStep {
+                ids[i], ProvisioningStep::initialSteps()[i].label, StepStatus::Pending}));
     }
 }
 
@@ -305,6 +303,38 @@ TEST_F(ProvisioningTest, UninstallRunsACopyDetachedWithItsArguments)
     EXPECT_EQ(args.mid(1),
         (QStringList {"--yes", "--wait-pid", "4242", "--install-root", sandbox.installRoot(),
             "--app", "/opt/Sayvo/bin/sayvo", "--payload", sandbox.payloadDir()}));
+}
+
+TEST_F(ProvisioningTest, WithTMPDIRNamingNoFolderTheUninstallCopyIsStillPrivateAndTemporary)
+{
+    make();
+    const QString working = sandbox.root() + QStringLiteral("/working");
+    ASSERT_TRUE(QDir().mkpath(working));
+    const QString previousFolder = QDir::currentPath();
+    const QByteArray previousTmp = qgetenv("TMPDIR");
+    ASSERT_TRUE(QDir::setCurrent(working));
+    qputenv("TMPDIR", (sandbox.root() + QStringLiteral("/no-such-folder")).toUtf8());
+    const bool started = supervisor->performUninstall(false);
+    qputenv("TMPDIR", previousTmp);
+    QDir::setCurrent(previousFolder);
+    ASSERT_TRUE(started);
+    ASSERT_EQ(processes->detached.size(), 1);
+    const QString copy = processes->detached.first().launch.arguments.first();
+    EXPECT_TRUE(QDir(working).isEmpty()) << "nothing lands in the working folder";
+    EXPECT_TRUE(QDir::isAbsolutePath(copy)) << copy.toStdString();
+    EXPECT_TRUE(QFileInfo(copy).fileName().startsWith(QStringLiteral("sayvo-uninstall-")));
+    ASSERT_TRUE(QFileInfo(copy).isFile()) << copy.toStdString();
+    EXPECT_EQ(QFileInfo(copy).permissions()
+            & (QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ReadOther
+                | QFileDevice::WriteOther),
+        QFileDevice::Permissions {})
+        << "the copy is the user's alone";
+    QFile copied(copy);
+    ASSERT_TRUE(copied.open(QIODevice::ReadOnly));
+    QFile original(fixtureScript(QStringLiteral("uninstall_records.sh")));
+    ASSERT_TRUE(original.open(QIODevice::ReadOnly));
+    EXPECT_EQ(copied.readAll(), original.readAll());
+    QFile::remove(copy);
 }
 
 TEST_F(ProvisioningTest, TheUninstallLogIsKeptInTheUsersStateFolderNeverInASharedOne)
