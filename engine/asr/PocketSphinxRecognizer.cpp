@@ -141,11 +141,8 @@ struct DecoderPool
         std::vector<std::string> errors;
         const LoadErrors capture(errors);
         auto d = std::make_unique<Decoder>();
-        // One pass: the tree search that runs while the audio streams in is the final one.
-        // The flat search and the lattice search that PocketSphinx adds by default would
-        // decode the whole utterance again once it ended, most of the wait for the text.
         d->config = cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", hmm.c_str(), "-lm", lm.c_str(),
-            "-dict", dict.c_str(), "-fwdflat", "no", "-bestpath", "no", nullptr);
+            "-dict", dict.c_str(), nullptr);
         if (d->config) {
             d->decoder = ps_init(d->config);
         }
@@ -244,8 +241,7 @@ PocketSphinxRecognizerFactory::~PocketSphinxRecognizerFactory() = default;
 
 Backends PocketSphinxRecognizerFactory::backends() const
 {
-    // The final is the streaming recogniser's own hypothesis, finished.
-    return Backends {"pocketsphinx-en-us", "pocketsphinx-en-us", "sayvo-rules"};
+    return Backends {"pocketsphinx-en-us", "pocketsphinx-en-us-fwdflat", "sayvo-rules"};
 }
 
 std::unique_ptr<Recognizer> PocketSphinxRecognizerFactory::create()

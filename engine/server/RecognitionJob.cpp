@@ -57,9 +57,12 @@ std::optional<FinalMessage> RecognitionJob::finish(const Ending &ending)
         return std::nullopt;
     }
     const auto startedAt = m_context.now();
-    // The streaming decode brought to its end is the final: nothing is decoded twice.
+    // The streaming hypothesis as it stood at the end, then the recogniser's final pass.
+    m_recognizer->partialText();
+    const auto streamAt = m_context.now();
     const std::string raw = m_recognizer->finish();
     const auto finalAt = m_context.now();
+    release();
 
     const FormatResult formatted
         = m_context.formatter.format(raw, ending.domain, ending.personalDictionary);
@@ -74,8 +77,8 @@ std::optional<FinalMessage> RecognitionJob::finish(const Ending &ending)
     final.guardrail = formatted.guardrail;
 
     TimingsMs timings;
-    timings.streamFinal = millisecondsSince(startedAt, finalAt);
-    timings.finalPass = 0.0;
+    timings.streamFinal = millisecondsSince(startedAt, streamAt);
+    timings.finalPass = millisecondsSince(streamAt, finalAt);
     timings.gec = millisecondsSince(finalAt, formattedAt);
     // From the end's arrival: includes any audio still queued for the recogniser then.
     timings.total = millisecondsSince(ending.endedAt, formattedAt);
@@ -97,7 +100,6 @@ std::optional<FinalMessage> RecognitionJob::finish(const Ending &ending)
             / static_cast<double>(formatted.spokenWordCount)
                                                      : 0.0;
     final.stats = stats;
-    release();
     return final;
 }
 

@@ -170,7 +170,6 @@ void BM_EndToFinalLatency(benchmark::State &state)
     client.connectTo(engine.url());
     std::vector<double> latencies;
     std::vector<double> engineTotals;
-    std::vector<double> endings; // bringing the recogniser to its final hypothesis
     std::size_t next = 0;
     for (auto _ : state) {
         const QByteArray &pcm = speech()[next % speech().size()];
@@ -187,14 +186,11 @@ void BM_EndToFinalLatency(benchmark::State &state)
         latencies.push_back(static_cast<double>(timer.nsecsElapsed()) / 1e6);
         const auto finals = client.received<FinalMessage>();
         if (!finals.empty() && finals.back().timingsMs) {
-            const TimingsMs &t = *finals.back().timingsMs;
-            engineTotals.push_back(t.total.value_or(0.0));
-            endings.push_back(t.streamFinal.value_or(0.0) + t.finalPass.value_or(0.0));
+            engineTotals.push_back(finals.back().timingsMs->total.value_or(0.0));
         }
     }
     std::sort(latencies.begin(), latencies.end());
     std::sort(engineTotals.begin(), engineTotals.end());
-    std::sort(endings.begin(), endings.end());
     auto percentile = [](const std::vector<double> &v, double p) {
         return v.empty() ? 0.0
                          : v[std::min(v.size() - 1,
@@ -203,8 +199,6 @@ void BM_EndToFinalLatency(benchmark::State &state)
     state.counters["p50_ms"] = percentile(latencies, 0.50);
     state.counters["p95_ms"] = percentile(latencies, 0.95);
     state.counters["engine_p50_ms"] = percentile(engineTotals, 0.50);
-    state.counters["recogniser_end_p50_ms"] = percentile(endings, 0.50);
-    state.counters["recogniser_end_p95_ms"] = percentile(endings, 0.95);
     state.counters["rss_MiB"] = static_cast<double>(test::residentKiB(engine.pid())) / 1024.0;
 
     test::EngineProcess placeholder;
