@@ -2,6 +2,7 @@
 
 #include "audio/AudioDevices.h"
 #include "audio/PCMConverter.h"
+#include "base/LatencyTrace.h"
 #include "base/Logging.h"
 
 #include <algorithm>
@@ -168,6 +169,7 @@ void AudioCapture::deliverConverted(QByteArray bytes, float rms)
     m_queue->async([this, rms, byteCount] {
         if (!m_didSignalLive) {
             m_didSignalLive = true;
+            markLatency("microphone-open");
             if (m_onCaptureLive) {
                 m_onCaptureLive();
             }

@@ -1,5 +1,7 @@
 #include "engineclient/EngineClient.h"
 
+#include "base/LatencyTrace.h"
+
 #include <QWebSocket>
 
 #include <chrono>
@@ -346,6 +348,7 @@ void EngineClient::handleInbound(QWebSocket *socket, const QByteArray &bytes)
                     d->engineClientDidReceivePartial(*this, message);
                 }
             } else if constexpr (std::is_same_v<T, FinalMessage>) {
+                markLatency("final-received");
                 if (auto *d = liveDelegate()) {
                     d->engineClientDidReceiveFinal(*this, message);
                 }

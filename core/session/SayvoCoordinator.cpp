@@ -2,6 +2,7 @@
 
 #include "audio/AudioCapture.h"
 #include "audio/AudioDeviceObserver.h"
+#include "base/LatencyTrace.h"
 #include "base/Logging.h"
 #include "desktop/ContextHarvester.h"
 #include "desktop/HotkeyManager.h"
@@ -377,6 +378,7 @@ void SayvoCoordinator::consume(OutboundEvent event, const std::function<void()> 
     }
     const auto &end = std::get<OutboundEvent::End>(event.value);
     m_engineClient.endUtterance(end.id, [weak, done](const std::optional<SendFailure> &failure) {
+        markLatency("end-sent");
         if (weak && failure) {
             Logging::shared().error(
                 QStringLiteral("utterance.end failed: ") + failure->description);
@@ -470,6 +472,7 @@ void SayvoCoordinator::engineClientDidReceiveFinal(EngineClient &, const FinalMe
     QPointer<SayvoCoordinator> weak(this);
     m_textInserter.insert(
         formatted, m_settings.insertionMethod(), [weak, formatted, rawText](bool inserted) {
+            markLatency("text-inserted");
             if (!weak) {
                 return;
             }

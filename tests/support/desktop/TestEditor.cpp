@@ -112,6 +112,19 @@ QStringList TestEditor::keys()
     return result;
 }
 
+std::vector<TestEditor::Shown> TestEditor::shown()
+{
+    std::vector<Shown> result;
+    const QJsonArray entries = command({{QStringLiteral("cmd"), QStringLiteral("shown")}})
+                                   .value(QStringLiteral("shown"))
+                                   .toArray();
+    for (const auto &entry : entries) {
+        const QJsonArray pair = entry.toArray();
+        result.push_back({pair.at(0).toInteger(), pair.at(1).toInt()});
+    }
+    return result;
+}
+
 void TestEditor::copy(const QString &text)
 {
     command({{QStringLiteral("cmd"), QStringLiteral("copy")}, {QStringLiteral("text"), text}});

@@ -6,6 +6,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <vector>
+
 namespace sayvo::testing {
 
 // A one-field window on a DesktopSession, activated and focused; readable and writable from
@@ -34,6 +36,14 @@ public:
     // [start, end) of the selection, or the caret twice.
     std::pair<int, int> selection();
     QStringList keys();
+    // Every change of the text as the window first drew it: when (steady_clock nanoseconds,
+    // CLOCK_MONOTONIC) and the text's length then. Oldest first.
+    struct Shown
+    {
+        qint64 atNs = 0;
+        int length = 0;
+    };
+    std::vector<Shown> shown();
     void setText(const QString &text, int selectionStart, int selectionEnd);
     void setText(const QString &text) { setText(text, int(text.size()), int(text.size())); }
     // Waits until the field holds exactly this text.

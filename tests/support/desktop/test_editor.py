@@ -4,11 +4,15 @@ It answers JSON commands on standard input, one per line, with one JSON line eac
   {"cmd": "get"}                              -> {"text": ..., "selection": [start, end], "keys": [...]}
   {"cmd": "set", "text": ..., "select": [a, b]} -> {"ok": true}
   {"cmd": "copy", "text": ...}                -> {"ok": true}  (puts text on the clipboard)
+  {"cmd": "shown"}                            -> {"shown": [[ns, length], ...]}
 "keys" lists every key press and release the window received, e.g. "press:F5".
+"shown" lists, for every change of the field's text, when the field was first drawn with it
+(CLOCK_MONOTONIC nanoseconds, the clock of std::chrono::steady_clock) and the text's length.
 It prints {"ready": true} once the window is mapped and the field has the focus.
 """
 import json
 import sys
+import time
 
 import gi
 
@@ -19,6 +23,8 @@ from gi.repository import Gdk, GLib, Gtk  # noqa: E402
 GLib.set_prgname("sayvo-test-editor")
 title = sys.argv[1] if len(sys.argv) > 1 else "Sayvo test editor"
 keys = []
+shown = []
+changed = False
 
 window = Gtk.Window(title=title)
 window.set_wmclass("sayvo-test-editor", "SayvoTestEditor")
@@ -43,6 +49,24 @@ window.connect("key-press-event", on_key)
 window.connect("key-release-event", on_key)
 
 
+def on_changed(_entry):
+    global changed
+    changed = True
+
+
+def on_drawn(_widget, _cairo):
+    # Runs after the entry's own drawing: the frame that shows the new text is being painted.
+    global changed
+    if changed:
+        changed = False
+        shown.append([time.monotonic_ns(), len(entry.get_text())])
+    return False
+
+
+entry.connect("changed", on_changed)
+entry.connect_after("draw", on_drawn)
+
+
 def on_command(source, _condition):
     line = source.readline()
     if not line:
@@ -64,6 +88,8 @@ def on_command(source, _condition):
         if start == end:
             entry.set_position(start)
         reply({"ok": True})
+    elif name == "shown":
+        reply({"shown": shown})
     elif name == "copy":
         Gtk.Clipboard.get(Gdk.SELECTION_CLIPBOARD).set_text(command["text"], -1)
         reply({"ok": True})

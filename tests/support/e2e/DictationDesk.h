@@ -95,6 +95,7 @@ public:
     // The desk's own home: Sayvo's configuration and data folders are inside it.
     QString homeDir() const { return m_home.path(); }
 
+    PipeMicrophone &microphone() { return *m_microphone; }
     testing::TestEditor &editor() { return *m_editor; }
     testing::DesktopSession &desktop() { return *m_desktop; }
     quint16 enginePort() const { return m_port; }

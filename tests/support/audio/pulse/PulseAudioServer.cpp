@@ -6,7 +6,10 @@
 #include <QProcessEnvironment>
 #include <QThread>
 
+#include <algorithm>
+
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -51,11 +54,25 @@ void PipeMicrophone::startStreaming()
     stopStreaming();
     m_streaming = true;
     m_streamer = std::thread([this] {
-        const QByteArray silence(m_bytesPerSecond / 100, '\0');
+        const qsizetype pieceBytes = m_bytesPerSecond / 100;
+        QByteArray piece(pieceBytes, '\0');
         auto next = std::chrono::steady_clock::now();
         while (m_streaming) {
-            if (!writeAll(silence.constData(), silence.size())) {
-                return;
+            // While nobody records, the sound server stops reading: like a real microphone's,
+            // the audio of that moment is lost rather than queued (and a full FIFO would block
+            // this thread for good).
+            pollfd writable {m_fd, POLLOUT, 0};
+            if (::poll(&writable, 1, 0) == 1 && (writable.revents & POLLOUT)) {
+                {
+                    const std::lock_guard lock(m_speechMutex);
+                    const qsizetype spoken = std::min(pieceBytes, m_speech.size());
+                    piece.fill('\0');
+                    std::copy_n(m_speech.constData(), spoken, piece.data());
+                    m_speech.remove(0, spoken);
+                }
+                if (!writeAll(piece.constData(), piece.size())) {
+                    return;
+                }
             }
             next += std::chrono::milliseconds(10);
             std::this_thread::sleep_until(next);
@@ -69,6 +86,18 @@ void PipeMicrophone::stopStreaming()
     if (m_streamer.joinable()) {
         m_streamer.join();
     }
+}
+
+void PipeMicrophone::say(const QByteArray &samples)
+{
+    const std::lock_guard lock(m_speechMutex);
+    m_speech += samples;
+}
+
+bool PipeMicrophone::isSpeaking() const
+{
+    const std::lock_guard lock(m_speechMutex);
+    return !m_speech.isEmpty();
 }
 
 void PipeMicrophone::play(const QByteArray &samples)

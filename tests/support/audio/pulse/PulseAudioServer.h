@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <thread>
 
@@ -33,6 +34,10 @@ public:
     // microphone in a quiet room, until stopStreaming() or destruction.
     void startStreaming();
     void stopStreaming();
+    // While streaming: these samples go out in place of the silence, at the same pace, as a
+    // speaker in that room. isSpeaking() until the last piece was written.
+    void say(const QByteArray &samples);
+    bool isSpeaking() const;
 
 private:
     bool writeAll(const char *data, qsizetype length);
@@ -43,6 +48,8 @@ private:
     int m_bytesPerSecond;
     std::atomic<bool> m_streaming {false};
     std::thread m_streamer;
+    mutable std::mutex m_speechMutex;
+    QByteArray m_speech; // guarded by m_speechMutex; what is still to be said
 };
 
 // A private PulseAudio daemon for one test: its own runtime directory and socket, no

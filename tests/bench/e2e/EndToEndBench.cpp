@@ -1,0 +1,527 @@
+// The real sayvo with its real reference engine (PocketSphinx) on a private desktop (Xvfb,
+// window manager, AT-SPI bus, PulseAudio with a live test microphone, a GTK text field),
+// measured as a user feels it:
+// - per dictation of a 2-6 s sentence: key-down -> microphone open (first converted buffer),
+//   key-up -> utterance.end written to the socket, utterance.end -> final at the client,
+//   final -> text drawn in the GTK field (seen by the window itself), and key-up -> text;
+//   p50/p95/max of each, per trigger path;
+// - the client's own share of key-up -> text: everything but the engine's end -> final;
+// - baseline in the same run: the engine's own end -> final for the same sentences, from a
+//   bare WebSocket client pacing the audio in real time;
+// - idle: wake-ups (context switches) of every thread of both processes over 60 s;
+// - memory: resident size of both after launch and after 100 dictations.
+// `./dev bench e2e` runs it and writes the figures as JSON (build/bench-e2e.json).
+#include "support/ProcessStatus.h"
+#include "support/e2e/DictationDesk.h"
+#include "support/engine/EngineTestClient.h"
+
+#include <QCoreApplication>
+#include <QRegularExpression>
+#include <QTest>
+
+#include <X11/Xlib.h>
+#include <X11/extensions/XTest.h>
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <memory>
+
+using namespace sayvo;
+using sayvo::test::DictationDesk;
+
+namespace {
+
+// The run's size; smaller with --dictations=N, --memory-dictations=N, --idle-seconds=S (the
+// smoke run in ./dev test).
+int kDictations = 30;
+int kMemoryDictations = 100;
+int kIdleSeconds = 60;
+// What a speaker leaves between the last word and letting go of the key.
+constexpr int kTrailingSilenceMs = 200;
+
+// 2 to 6 seconds each in festival's voice.
+const QStringList kSentences = {
+    QStringLiteral("please call me back tomorrow"),
+    QStringLiteral("the meeting starts at nine in the morning"),
+    QStringLiteral("send me the report before the meeting"),
+    QStringLiteral("i will be late for dinner tonight"),
+    QStringLiteral("we need to order more paper for the office printer this week"),
+    QStringLiteral("thank you for your help with the project"),
+    QStringLiteral("can you check the numbers in the second table again"),
+    QStringLiteral("the train leaves from the main station at half past four in the afternoon"),
+    QStringLiteral("let us talk about it next week"),
+    QStringLiteral("my flight was cancelled so i will stay another night at the hotel"),
+};
+
+qint64 steadyNs()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+        std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+double msBetween(qint64 fromNs, qint64 toNs)
+{
+    return static_cast<double>(toNs - fromNs) / 1e6;
+}
+
+// Key events as the X server gets them from a keyboard, sent from this process so that the
+// moment of sending is known to the nanosecond (a command-line tool would add its start-up).
+class XTestKeyboard
+{
+public:
+    explicit XTestKeyboard(const QString &display)
+        : m_display(XOpenDisplay(display.toLocal8Bit().constData()))
+    {
+        if (m_display) {
+            m_f5 = XKeysymToKeycode(m_display, XStringToKeysym("F5"));
+        }
+    }
+    ~XTestKeyboard()
+    {
+        if (m_display) {
+            XCloseDisplay(m_display);
+        }
+    }
+    XTestKeyboard(const XTestKeyboard &) = delete;
+    XTestKeyboard &operator=(const XTestKeyboard &) = delete;
+
+    bool isOpen() const { return m_display != nullptr && m_f5 != 0; }
+
+    // The moment the event left for the server.
+    qint64 send(bool press)
+    {
+        XTestFakeKeyEvent(m_display, m_f5, press ? True : False, CurrentTime);
+        const qint64 sentAt = steadyNs();
+        XFlush(m_display);
+        return sentAt;
+    }
+
+private:
+    Display *m_display = nullptr;
+    KeyCode m_f5 = 0;
+};
+
+// Everything the dictations share: one desk, one running sayvo, its engine, the speech.
+struct Rig
+{
+    std::unique_ptr<DictationDesk> desk;
+    std::unique_ptr<XTestKeyboard> keyboard;
+    std::vector<QByteArray> speech;
+    qint64 clientKiBAtLaunch = 0;
+    qint64 engineKiBAtLaunch = 0;
+    int dictationsDone = 0;
+    QString failure;
+
+    qint64 enginePid() const
+    {
+        const QList<qint64> pids = desk->enginePids();
+        return pids.isEmpty() ? 0 : pids.first();
+    }
+};
+
+std::unique_ptr<Rig> g_rig;
+
+Rig &rig()
+{
+    if (!g_rig) {
+        g_rig = std::make_unique<Rig>();
+        Rig *r = g_rig.get();
+        for (const QString &sentence : kSentences) {
+            r->speech.push_back(DictationDesk::synthesize(sentence));
+            if (r->speech.back().isEmpty()) {
+                r->failure = QStringLiteral("festival could not say: ") + sentence;
+                return *r;
+            }
+        }
+        // sayvo inherits it from the desk: its latency marks on.
+        qputenv("QT_LOGGING_RULES", "com.sayvoapp.shell.latency.debug=true");
+        DictationDesk::Options options;
+        r->desk = std::make_unique<DictationDesk>(options);
+        if (!r->desk->isReady()) {
+            r->failure = r->desk->failure();
+            return *r;
+        }
+        // A live microphone in a quiet room: the sound server always has audio to give.
+        r->desk->microphone().startStreaming();
+        if (!r->desk->launchSayvo()) {
+            r->failure = QStringLiteral("sayvo did not connect to its engine");
+            return *r;
+        }
+        r->keyboard = std::make_unique<XTestKeyboard>(r->desk->desktop().display());
+        if (!r->keyboard->isOpen()) {
+            r->failure = QStringLiteral("no XTest keyboard on the desk's display");
+            return *r;
+        }
+        r->clientKiBAtLaunch = test::residentKiB(r->desk->sayvoPid());
+        r->engineKiBAtLaunch = test::residentKiB(r->enginePid());
+    }
+    return *g_rig;
+}
+
+// One way of starting and ending a dictation; returns the moment the request left.
+struct TriggerPath
+{
+    const char *name;
+    std::function<qint64(Rig &)> press;
+    std::function<qint64(Rig &)> release;
+};
+
+// Every path is measured the same way; a new one is one more entry here.
+std::vector<TriggerPath> triggerPaths()
+{
+    return {
+        {"key", [](Rig &r) { return r.keyboard->send(true); },
+            [](Rig &r) { return r.keyboard->send(false); }},
+    };
+}
+
+// The moments of one dictation, steady_clock nanoseconds, 0 when not seen.
+struct Moments
+{
+    qint64 keyDown = 0;
+    qint64 microphoneOpen = 0;
+    qint64 keyUp = 0;
+    qint64 endSent = 0;
+    qint64 finalReceived = 0;
+    qint64 textInserted = 0;
+    qint64 textShown = 0;
+};
+
+// sayvo's latency marks ("latency: end-sent 123") from line `from` on.
+std::map<QString, qint64> marksSince(DictationDesk &desk, qsizetype from)
+{
+    static const QRegularExpression mark(QStringLiteral("latency: ([a-z-]+) (\\d+)"));
+    std::map<QString, qint64> marks;
+    const QStringList lines = desk.log();
+    for (qsizetype i = from; i < lines.size(); ++i) {
+        const auto match = mark.match(lines.at(i));
+        if (match.hasMatch() && !marks.count(match.captured(1))) {
+            marks[match.captured(1)] = match.captured(2).toLongLong();
+        }
+    }
+    return marks;
+}
+
+std::optional<Moments> dictate(Rig &r, const TriggerPath &path, const QByteArray &pcm)
+{
+    DictationDesk &desk = *r.desk;
+    static const QRegularExpression idle(QStringLiteral("state: idle"));
+    static const QRegularExpression outcome(
+        QStringLiteral("state: (success|error|emptyTranscript)"));
+    desk.editor().setText(QString());
+    const qsizetype from = desk.log().size();
+    const int outcomes = desk.countLog(outcome);
+    const int idles = desk.countLog(idle);
+
+    Moments m;
+    m.keyDown = path.press(r);
+    if (!QTest::qWaitFor(
+            [&] { return marksSince(desk, from).count(QStringLiteral("microphone-open")); },
+            5000)) {
+        path.release(r);
+        return std::nullopt;
+    }
+    desk.microphone().say(pcm);
+    const bool said = QTest::qWaitFor([&] { return !desk.microphone().isSpeaking(); }, 30000);
+    QTest::qWait(kTrailingSilenceMs);
+    m.keyUp = path.release(r);
+    const bool ended
+        = said && QTest::qWaitFor([&] { return desk.countLog(outcome) > outcomes; }, 30000);
+    // Drawn by the window: the first frame after the key went up showing some text.
+    const bool shown = ended && QTest::qWaitFor([&] {
+        for (const auto &change : desk.editor().shown()) {
+            if (change.atNs > m.keyUp && change.length > 0) {
+                m.textShown = change.atNs;
+                return true;
+            }
+        }
+        return false;
+    });
+    // Back to idle before the next one.
+    const bool idleAgain = QTest::qWaitFor([&] { return desk.countLog(idle) > idles; }, 10000);
+    if (!shown || !idleAgain) {
+        return std::nullopt;
+    }
+    const auto marks = marksSince(desk, from);
+    auto at = [&](const char *name) {
+        const auto it = marks.find(QString::fromLatin1(name));
+        return it == marks.end() ? qint64 {0} : it->second;
+    };
+    m.microphoneOpen = at("microphone-open");
+    m.endSent = at("end-sent");
+    m.finalReceived = at("final-received");
+    m.textInserted = at("text-inserted");
+    ++r.dictationsDone;
+    return m;
+}
+
+bool g_failed = false;
+
+// Failures also fail the process, so that the smoke run in ./dev test notices them.
+void fail(benchmark::State &state, const std::string &reason)
+{
+    g_failed = true;
+    state.SkipWithError(reason.c_str());
+}
+
+struct Spread
+{
+    double p50 = 0.0;
+    double p95 = 0.0;
+    double max = 0.0;
+};
+
+// Nearest-rank percentiles.
+Spread spreadOf(std::vector<double> values)
+{
+    Spread s;
+    if (values.empty()) {
+        return s;
+    }
+    std::sort(values.begin(), values.end());
+    auto rank = [&](double p) {
+        const auto index = static_cast<std::size_t>(
+            std::max(0.0, std::ceil(p * static_cast<double>(values.size())) - 1.0));
+        return values[std::min(index, values.size() - 1)];
+    };
+    s.p50 = rank(0.50);
+    s.p95 = rank(0.95);
+    s.max = values.back();
+    return s;
+}
+
+void report(benchmark::State &state, const char *stage, const std::vector<double> &values)
+{
+    const Spread s = spreadOf(values);
+    state.counters[std::string(stage) + "_p50_ms"] = s.p50;
+    state.counters[std::string(stage) + "_p95_ms"] = s.p95;
+    state.counters[std::string(stage) + "_max_ms"] = s.max;
+    std::fprintf(stderr, "  %-28s p50 %8.2f ms   p95 %8.2f ms   max %8.2f ms   (n=%zu)\n", stage,
+        s.p50, s.p95, s.max, values.size());
+}
+
+bool ready(benchmark::State &state)
+{
+    if (!rig().failure.isEmpty()) {
+        fail(state, rig().failure.toStdString());
+        return false;
+    }
+    return true;
+}
+
+void BM_KeyUpToText(benchmark::State &state, const TriggerPath &path)
+{
+    if (!ready(state)) {
+        return;
+    }
+    Rig &r = rig();
+    std::map<std::string, std::vector<double>> stages;
+    int failed = 0;
+    for (auto _ : state) {
+        for (int i = 0; i < kDictations; ++i) {
+            const auto m
+                = dictate(r, path, r.speech[static_cast<std::size_t>(i) % r.speech.size()]);
+            if (!m || !m->microphoneOpen || !m->endSent || !m->finalReceived || !m->textShown) {
+                ++failed;
+                continue;
+            }
+            const double keyUpToText = msBetween(m->keyUp, m->textShown);
+            const double engine = msBetween(m->endSent, m->finalReceived);
+            stages["keydown_to_mic"].push_back(msBetween(m->keyDown, m->microphoneOpen));
+            stages["keyup_to_end_sent"].push_back(msBetween(m->keyUp, m->endSent));
+            stages["end_to_final"].push_back(engine);
+            stages["final_to_text"].push_back(msBetween(m->finalReceived, m->textShown));
+            stages["final_to_inserted"].push_back(msBetween(m->finalReceived, m->textInserted));
+            stages["keyup_to_text"].push_back(keyUpToText);
+            stages["client_share"].push_back(keyUpToText - engine);
+        }
+        const Spread total = spreadOf(stages["keyup_to_text"]);
+        state.SetIterationTime(total.p50 / 1000.0);
+    }
+    std::fprintf(
+        stderr, "trigger path '%s', %d dictations, %d failed:\n", path.name, kDictations, failed);
+    for (const char *stage : {"keydown_to_mic", "keyup_to_end_sent", "end_to_final",
+             "final_to_inserted", "final_to_text", "keyup_to_text", "client_share"}) {
+        report(state, stage, stages[stage]);
+    }
+    state.counters["failed"] = failed;
+    if (failed > 0) {
+        fail(state, "some dictations did not bring text");
+    }
+}
+
+// The engine alone: the same sentences from a bare client at the microphone's pace.
+void BM_EngineEndToFinalBaseline(benchmark::State &state)
+{
+    if (!ready(state)) {
+        return;
+    }
+    Rig &r = rig();
+    test::EngineTestClient client;
+    if (!client.connectTo(QStringLiteral("ws://127.0.0.1:%1").arg(r.desk->enginePort()))) {
+        fail(state, "the bare client could not connect");
+        return;
+    }
+    client.send(HelloMessage {.version = "0.1.0", .feedbackEnabled = false});
+    qint64 finalAt = 0;
+    QObject::connect(&client.socket(), &QWebSocket::textMessageReceived, [&](const QString &text) {
+        if (text.contains(QStringLiteral("\"final\""))) {
+            finalAt = steadyNs();
+        }
+    });
+    std::vector<double> values;
+    const QByteArray silence(kTrailingSilenceMs * 32, '\0');
+    constexpr qsizetype kChunkBytes = 3200; // 100 ms
+    for (auto _ : state) {
+        for (int i = 0; i < kDictations; ++i) {
+            const QByteArray pcm
+                = r.speech[static_cast<std::size_t>(i) % r.speech.size()] + silence;
+            const std::string id = "baseline-" + std::to_string(i);
+            client.send(UtteranceStartMessage {.utteranceId = id});
+            const auto started = std::chrono::steady_clock::now();
+            for (qsizetype offset = 0; offset < pcm.size(); offset += kChunkBytes) {
+                client.sendAudio(pcm.mid(offset, kChunkBytes));
+                client.socket().flush();
+                const auto due = started + std::chrono::milliseconds(offset / 32 + 100);
+                QTest::qWait(static_cast<int>(std::max<qint64>(0,
+                    std::chrono::duration_cast<std::chrono::milliseconds>(
+                        due - std::chrono::steady_clock::now())
+                        .count())));
+            }
+            finalAt = 0;
+            client.send(UtteranceEndMessage {.utteranceId = id});
+            const qint64 endAt = steadyNs();
+            client.socket().flush();
+            if (!QTest::qWaitFor([&] { return finalAt != 0; }, 30000)) {
+                fail(state, "the engine gave no final");
+                return;
+            }
+            values.push_back(msBetween(endAt, finalAt));
+        }
+        state.SetIterationTime(spreadOf(values).p50 / 1000.0);
+    }
+    std::fprintf(stderr, "bare client, %d utterances:\n", kDictations);
+    report(state, "engine_end_to_final", values);
+}
+
+void BM_IdleWakeups(benchmark::State &state)
+{
+    if (!ready(state)) {
+        return;
+    }
+    Rig &r = rig();
+    const qint64 clientPid = r.desk->sayvoPid();
+    const qint64 enginePid = r.enginePid();
+    std::vector<test::ThreadSwitches> client;
+    std::vector<test::ThreadSwitches> engine;
+    for (auto _ : state) {
+        // Settled: the last dictation's success display and clipboard restore are over.
+        QTest::qWait(3000);
+        const auto clientBefore = test::threadSwitches(clientPid);
+        const auto engineBefore = test::threadSwitches(enginePid);
+        QTest::qWait(kIdleSeconds * 1000);
+        client = test::wakeupsBetween(clientBefore, test::threadSwitches(clientPid));
+        engine = test::wakeupsBetween(engineBefore, test::threadSwitches(enginePid));
+        state.SetIterationTime(kIdleSeconds);
+    }
+    std::fprintf(stderr, "idle for %d s, connected and ready:\n", kIdleSeconds);
+    for (const auto &[process, threads] :
+        {std::pair {"sayvo", &client}, std::pair {"sayvo-engine", &engine}}) {
+        std::fprintf(stderr, "  %-13s %4lld wake-ups\n", process,
+            static_cast<long long>(test::totalSwitches(*threads)));
+        for (const auto &thread : *threads) {
+            if (thread.switches > 0) {
+                std::fprintf(stderr, "    thread %-16s %4lld\n", thread.name.toUtf8().constData(),
+                    static_cast<long long>(thread.switches));
+            }
+        }
+    }
+    state.counters["client_wakeups"] = static_cast<double>(test::totalSwitches(client));
+    state.counters["engine_wakeups"] = static_cast<double>(test::totalSwitches(engine));
+    state.counters["engine_wakeups_per_10s"]
+        = static_cast<double>(test::totalSwitches(engine)) * 10.0 / kIdleSeconds;
+}
+
+void BM_ResidentMemory(benchmark::State &state)
+{
+    if (!ready(state)) {
+        return;
+    }
+    Rig &r = rig();
+    const TriggerPath path = triggerPaths().front();
+    for (auto _ : state) {
+        while (r.dictationsDone < kMemoryDictations) {
+            if (!dictate(r, path,
+                    r.speech[static_cast<std::size_t>(r.dictationsDone) % r.speech.size()])) {
+                fail(state, "a dictation failed");
+                return;
+            }
+        }
+        state.SetIterationTime(1.0);
+    }
+    QTest::qWait(3000);
+    const qint64 client = test::residentKiB(r.desk->sayvoPid());
+    const qint64 engine = test::residentKiB(r.enginePid());
+    std::fprintf(stderr,
+        "resident memory after launch -> after %d dictations:\n"
+        "  sayvo        %7lld KiB -> %7lld KiB (%+lld KiB)\n"
+        "  sayvo-engine %7lld KiB -> %7lld KiB (%+lld KiB)\n",
+        r.dictationsDone, static_cast<long long>(r.clientKiBAtLaunch),
+        static_cast<long long>(client), static_cast<long long>(client - r.clientKiBAtLaunch),
+        static_cast<long long>(r.engineKiBAtLaunch), static_cast<long long>(engine),
+        static_cast<long long>(engine - r.engineKiBAtLaunch));
+    state.counters["client_launch_KiB"] = static_cast<double>(r.clientKiBAtLaunch);
+    state.counters["client_after_KiB"] = static_cast<double>(client);
+    state.counters["engine_launch_KiB"] = static_cast<double>(r.engineKiBAtLaunch);
+    state.counters["engine_after_KiB"] = static_cast<double>(engine);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    for (int i = 1; i < argc; ++i) {
+        const QString argument = QString::fromLocal8Bit(argv[i]);
+        const QString value = argument.section(QLatin1Char('='), 1);
+        if (argument.startsWith(QStringLiteral("--dictations="))) {
+            kDictations = value.toInt();
+        } else if (argument.startsWith(QStringLiteral("--memory-dictations="))) {
+            kMemoryDictations = value.toInt();
+        } else if (argument.startsWith(QStringLiteral("--idle-seconds="))) {
+            kIdleSeconds = value.toInt();
+        } else {
+            std::fprintf(stderr, "unknown argument %s\n", argv[i]);
+            return 2;
+        }
+    }
+    benchmark::RegisterBenchmark("BM_EngineEndToFinalBaseline", BM_EngineEndToFinalBaseline)
+        ->Iterations(1)
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
+    for (const TriggerPath &path : triggerPaths()) {
+        benchmark::RegisterBenchmark(
+            (std::string("BM_KeyUpToText/") + path.name).c_str(), BM_KeyUpToText, path)
+            ->Iterations(1)
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
+    }
+    benchmark::RegisterBenchmark("BM_IdleWakeups", BM_IdleWakeups)
+        ->Iterations(1)
+        ->UseManualTime()
+        ->Unit(benchmark::kSecond);
+    benchmark::RegisterBenchmark("BM_ResidentMemory", BM_ResidentMemory)
+        ->Iterations(1)
+        ->UseManualTime()
+        ->Unit(benchmark::kSecond);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    g_rig.reset();
+    return g_failed ? 1 : 0;
+}
