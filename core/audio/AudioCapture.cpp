@@ -162,7 +162,7 @@ void AudioCapture::enqueue(QByteArray bytes)
     });
 }
 
-void AudioCapture::startForwarding()
+Status<AudioCaptureError> AudioCapture::startForwarding()
 {
     m_queue->sync([this] {
         m_pendingBytes.clear();
@@ -170,13 +170,15 @@ void AudioCapture::startForwarding()
         m_lastUtteranceBytes = 0;
         m_didSignalLive = false;
     });
+    m_isForwarding = true;
     if (m_isPrepared && !m_engine->isRunning()) {
         if (const auto failure = m_engine->start()) {
             Logging::shared().error(
                 QStringLiteral("could not start mic capture: %1").arg(*failure));
+            return AudioCaptureError::microphoneStartFailed(*failure);
         }
     }
-    m_isForwarding = true;
+    return {};
 }
 
 void AudioCapture::stopForwarding(bool flush)

@@ -59,9 +59,10 @@ public:
     bool isPrepared() const { return m_isPrepared.load(); }
     bool isReady() const { return isPrepared(); }
 
-    // Opens the microphone and starts a new utterance's statistics. Never fails: a dead
-    // microphone shows as no live signal and a zero byte count.
-    void startForwarding();
+    // Opens the microphone and starts a new utterance's statistics. Forwarding is on even when
+    // the microphone would not open, which is returned (and then shows as no live signal and a
+    // zero byte count); an unprepared capture opens nothing and reports nothing.
+    Status<AudioCaptureError> startForwarding();
     // Closes the microphone. With flush, the last partial chunk is delivered before this
     // returns; without, it is dropped.
     void stopForwarding(bool flush);

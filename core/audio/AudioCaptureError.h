@@ -5,7 +5,7 @@
 
 namespace sayvo {
 
-// Why the capture could not be prepared.
+// Why the capture could not be prepared or started.
 struct AudioCaptureError
 {
     enum class Kind {
@@ -15,6 +15,8 @@ struct AudioCaptureError
         converterUnavailable,
         // The sound server cannot be reached (not running, or gone); `reason` says why.
         soundServerUnavailable,
+        // The prepared microphone would not open (busy, unplugged); `reason` says why.
+        microphoneStartFailed,
     };
 
     Kind kind = Kind::invalidInputFormat;
@@ -33,6 +35,10 @@ struct AudioCaptureError
     static AudioCaptureError soundServerUnavailable(const QString &reason)
     {
         return {Kind::soundServerUnavailable, 0.0, 0, reason};
+    }
+    static AudioCaptureError microphoneStartFailed(const QString &reason)
+    {
+        return {Kind::microphoneStartFailed, 0.0, 0, reason};
     }
 
     QString describe() const;

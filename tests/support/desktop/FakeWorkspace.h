@@ -2,6 +2,8 @@
 
 #include "desktop/Workspace.h"
 
+#include <functional>
+
 namespace sayvo::testing {
 
 // The application in front is whatever the test sets; counts the questions.
@@ -11,11 +13,16 @@ public:
     std::optional<FrontApplication> frontmostApplication() override
     {
         ++queryCount;
+        if (onQuery) {
+            onQuery();
+        }
         return front;
     }
 
     std::optional<FrontApplication> front;
     int queryCount = 0;
+    // Runs inside each question, as the time a slow desktop takes to answer.
+    std::function<void()> onQuery;
 };
 
 } // namespace sayvo::testing

@@ -375,7 +375,9 @@ TEST_F(AudioCaptureTest, StartFailureIsLoggedAndForwardingIsStillFlagged)
     LogCapture log;
     prepared();
     engine->setStartFailure(QStringLiteral("device busy"));
-    capture->startForwarding();
+    const auto started = capture->startForwarding();
+    ASSERT_FALSE(started.ok());
+    EXPECT_EQ(started.error(), AudioCaptureError::microphoneStartFailed("device busy"));
     EXPECT_TRUE(capture->isForwarding());
     EXPECT_TRUE(log.lines().contains("error: could not start mic capture: device busy"));
 }
@@ -383,7 +385,7 @@ TEST_F(AudioCaptureTest, StartFailureIsLoggedAndForwardingIsStillFlagged)
 TEST_F(AudioCaptureTest, ForwardingWithoutPreparationIsFlaggedButOpensNothing)
 {
     makeCapture();
-    capture->startForwarding();
+    EXPECT_TRUE(capture->startForwarding().ok());
     EXPECT_TRUE(capture->isForwarding());
     EXPECT_EQ(engine->startCalls(), 0);
     capture->stopForwarding(true);
