@@ -36,10 +36,13 @@ AppPlatform FakeAppPlatform::platform(std::function<RuntimeLocator()> runtimeLoc
         keyboard->failInstall = keyTapRefused;
         keys = keyboard.get();
         services.keyboard = std::move(keyboard);
-        services.pasteboard = std::make_shared<sayvo::testing::FakePasteboard>();
+        pasteboard = std::make_shared<sayvo::testing::FakePasteboard>();
+        services.pasteboard = pasteboard;
         services.keySynthesizer = std::make_shared<sayvo::testing::FakeKeySynthesizer>();
-        services.accessibility = std::make_shared<sayvo::testing::FakeAccessibilityProvider>();
-        services.workspace = std::make_shared<sayvo::testing::FakeWorkspace>();
+        accessibility = std::make_shared<sayvo::testing::FakeAccessibilityProvider>();
+        services.accessibility = accessibility;
+        workspace = std::make_shared<sayvo::testing::FakeWorkspace>();
+        services.workspace = workspace;
         services.windowList = std::make_shared<sayvo::testing::FakeWindowList>();
         return services;
     };

@@ -2,7 +2,10 @@
 
 #include "app/AppDelegate.h"
 #include "support/audio/FakeAudioInputEngine.h"
+#include "support/desktop/FakeAccessibilityProvider.h"
 #include "support/desktop/FakeKeyboardEventSource.h"
+#include "support/desktop/FakePasteboard.h"
+#include "support/desktop/FakeWorkspace.h"
 #include "support/runtime/FakeChildProcess.h"
 
 #include <QStringList>
@@ -31,8 +34,9 @@ public:
 };
 
 // Fakes of every platform service the application is assembled from: one microphone that
-// plays what the test gives it, a keyboard the test presses, a clipboard, accessibility and
-// window list that answer nothing, and engine children that run nothing. The handles stay
+// plays what the test gives it, a keyboard the test presses, a clipboard, accessibility,
+// front application and window list that answer nothing until the test fills them, and
+// engine children that run nothing. The handles stay
 // valid while the application built from platform() lives.
 struct FakeAppPlatform
 {
@@ -43,6 +47,9 @@ struct FakeAppPlatform
     std::function<bool(const QString &host, int port)> portProbe;
 
     FakePermissions *permissions = nullptr;
+    std::shared_ptr<sayvo::testing::FakePasteboard> pasteboard;
+    std::shared_ptr<sayvo::testing::FakeAccessibilityProvider> accessibility;
+    std::shared_ptr<sayvo::testing::FakeWorkspace> workspace;
     FakeAudioInputEngine *audioEngine = nullptr;
     sayvo::testing::FakeKeyboardEventSource *keys = nullptr;
     std::shared_ptr<FakeChildProcessLauncher::Log> launches;

@@ -5,8 +5,10 @@
 #include "audio/AudioCapture.h"
 #include "desktop/HotkeyManager.h"
 #include "engineclient/EngineClient.h"
+#include "protocol/WireCodec.h"
 #include "session/SayvoCoordinator.h"
 #include "store/SettingsStore.h"
+#include "support/LogCapture.h"
 #include "support/app/FakeAppPlatform.h"
 #include "support/engine/TestEngine.h"
 #include "support/runtime/RuntimeSandbox.h"
@@ -318,4 +320,72 @@ TEST_F(AppDelegateTest, OnceReadyAndIdleNothingOfSayvosWakesTheMainThread)
     QTest::qWait(3000);
     qApp->removeEventFilter(&counter);
     EXPECT_TRUE(counter.seen.isEmpty()) << counter.seen.join(' ').toStdString();
+}
+
+TEST_F(AppDelegateTest, ADictationLeavesNoWordOfWhatWasSaidCopiedOrOnScreenInTheLog)
+{
+    test::LogCapture log;
+    // The engine hears something, says so in a partial and answers the end with a final.
+    engine.setOnText([&](const QByteArray &text, int) {
+        const auto decoded = decodeOutbound(text.toStdString());
+        if (!decoded) {
+            return;
+        }
+        if (const auto *start = std::get_if<UtteranceStartMessage>(&decoded.value())) {
+            engine.sendText(QByteArray::fromStdString(
+                encode(PartialMessage {start->utteranceId, "partial secret words"})));
+        }
+        if (const auto *end = std::get_if<UtteranceEndMessage>(&decoded.value())) {
+            FinalMessage final;
+            final.utteranceId = end->utteranceId;
+            final.rawText = "raw secret words";
+            final.formattedText = "Final secret words.";
+            final.domain = "default";
+            final.domainSource = "context";
+            final.guardrail.applied = true;
+            engine.sendText(QByteArray::fromStdString(encode(final)));
+        }
+    });
+    launch();
+    fakes.workspace->front
+        = FrontApplication {QStringLiteral("org.example.Mail"), QStringLiteral("Mail"), 77};
+    fakes.accessibility->addApplication(
+        77, QStringLiteral("Draft"), QStringLiteral("Dear Sam, the screen secret"));
+    fakes.pasteboard->preload(
+        {{{sayvo::testing::FakePasteboard::kPlainTextType, QByteArray("the clipboard secret")}}});
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            return delegate->coordinator()
+                ->connectionHealth()
+                .is<EngineConnectionHealth::Connected>();
+        },
+        5000));
+
+    fakes.keys->keyDown(fakes.keys->codes.f5);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return delegate->coordinator()->state().is<AppState::Listening>(); }, 2000));
+    QByteArray pcm(9600, '\0');
+    for (qsizetype i = 0; i < pcm.size(); i += 2) {
+        pcm[i] = static_cast<char>(i * 7);
+    }
+    fakes.audioEngine->playS16(pcm, 1600);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            return delegate->coordinator()->state()
+                == AppState::listening(QStringLiteral("partial secret words"));
+        },
+        5000));
+    fakes.keys->keyUp(fakes.keys->codes.f5);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return delegate->coordinator()->state().is<AppState::Success>(); }, 5000));
+    EXPECT_TRUE(engine.textFrames()[1].contains("the clipboard secret"));
+
+    // Every line written at the levels on by default: the states are there, by length.
+    const QStringList lines = log.messages();
+    EXPECT_TRUE(lines.contains("state: listening(chars=20)")) << lines.join('\n').toStdString();
+    EXPECT_TRUE(lines.contains("state: success(chars=19, raw=no)"));
+    for (const QString &line : lines) {
+        EXPECT_FALSE(line.contains(QStringLiteral("secret"), Qt::CaseInsensitive))
+            << line.toStdString();
+    }
 }
