@@ -6,6 +6,7 @@
 #include "ui/CalibrationWindow.h"
 #include "ui/EngineSetupWindow.h"
 #include "ui/LoginItem.h"
+#include "ui/NoTrayNotice.h"
 #include "ui/SettingsWindow.h"
 
 #include <QCoreApplication>
@@ -30,9 +31,10 @@ Permissions::Kind kindOf(Permission permission)
 } // namespace
 
 std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
-    SayvoCoordinator &coordinator, EngineSupervisor &, Permissions &permissions)
+    SayvoCoordinator &coordinator, EngineSupervisor &, Permissions &permissions,
+    TrayAvailability &tray, std::function<void()> quit)
 {
-    return std::make_unique<SettingsWindow>(
+    auto window = std::make_unique<SettingsWindow>(
         settings, usageStats, coordinator,
         [&permissions] {
             return PermissionSnapshot {permissions.isGranted(Permissions::Kind::microphone),
@@ -41,6 +43,8 @@ std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsS
         },
         [&permissions](Permission permission) { permissions.openSettings(kindOf(permission)); },
         makeLoginItem(QCoreApplication::applicationFilePath()));
+    window->setNotice(new NoTrayNotice(tray, std::move(quit), window.get()));
+    return window;
 }
 
 std::unique_ptr<QWidget> makeSetupWindow(EngineSupervisor &engineSupervisor)

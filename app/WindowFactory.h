@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 class QWidget;
@@ -11,11 +12,14 @@ class EngineSupervisor;
 class Permissions;
 class SayvoCoordinator;
 class SettingsStore;
+class TrayAvailability;
 class UsageStatsStore;
 
-// The content of the three auxiliary windows, built on first request.
+// The content of the three auxiliary windows, built on first request. The settings window
+// says so while the desktop has no tray, and offers `quit` then.
 std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
-    SayvoCoordinator &coordinator, EngineSupervisor &engineSupervisor, Permissions &permissions);
+    SayvoCoordinator &coordinator, EngineSupervisor &engineSupervisor, Permissions &permissions,
+    TrayAvailability &tray, std::function<void()> quit);
 std::unique_ptr<QWidget> makeSetupWindow(EngineSupervisor &engineSupervisor);
 std::unique_ptr<QWidget> makeCalibrationWindow(
     SayvoCoordinator &coordinator, EngineClient &engineClient);

@@ -84,6 +84,9 @@ public:
 
     SettingsTab selectedTab() const;
     void selectTab(SettingsTab tab);
+    // A band above every tab, for what the app must tell the user whichever tab is open. Make it
+    // with the window as its parent; it keeps its own visibility.
+    void setNotice(QWidget *notice);
     FootprintSampler *sampler() const { return m_sampler.get(); }
 
 protected:
@@ -122,6 +125,7 @@ private:
 
     QListWidget *m_sidebar = nullptr;
     QStackedWidget *m_pages = nullptr;
+    QVBoxLayout *m_content = nullptr;
 
     QLineEdit *m_endpoint = nullptr;
     QLabel *m_endpointError = nullptr;

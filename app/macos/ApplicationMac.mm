@@ -68,4 +68,9 @@ void activateIgnoringOtherApps()
     [[NSApplication sharedApplication] activateIgnoringOtherApps:YES];
 }
 
+void watchTrayHost(QObject *, std::function<void()>)
+{
+    // The menu bar is always there.
+}
+
 } // namespace sayvo

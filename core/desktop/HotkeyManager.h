@@ -41,6 +41,8 @@ public:
     // Removes the tap. A key still held gets no onEnd.
     void stop();
     bool isInstalled() const { return m_installed; }
+    // The last start() failed (the system refused the tap); cleared by a successful one.
+    bool wasRefused() const { return m_refused; }
     bool isKeyDown() const { return m_isKeyDown; }
 
 private:
@@ -52,6 +54,7 @@ private:
     std::function<void()> m_onStart;
     std::function<void()> m_onEnd;
     bool m_installed = false;
+    bool m_refused = false;
     bool m_isKeyDown = false;
 };
 

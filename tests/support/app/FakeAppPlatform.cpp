@@ -52,6 +52,10 @@ AppPlatform FakeAppPlatform::platform(std::function<RuntimeLocator()> runtimeLoc
         permissions = fake.get();
         return fake;
     };
+    p.trayAvailable = [this] { return trayAvailable; };
+    p.watchTrayHost = [this](QObject *, std::function<void()> changed) {
+        trayHostChanged = std::move(changed);
+    };
     p.runtimeLocator = std::move(runtimeLocator);
     p.supervisorOptions = [this] {
         EngineSupervisor::Options options;

@@ -23,14 +23,25 @@ public:
     bool accessibility = true;
     bool inputMonitoring = true;
     QStringList calls;
+    // Runs inside each request, with its name.
+    std::function<void(const QString &)> onCall;
 
     MicrophoneStatus microphoneStatus() override { return microphone; }
-    void requestMicrophoneAccess() override { calls << "requestMicrophoneAccess"; }
+    void requestMicrophoneAccess() override { record("requestMicrophoneAccess"); }
     bool isAccessibilityTrusted() override { return accessibility; }
-    void promptAccessibility() override { calls << "promptAccessibility"; }
+    void promptAccessibility() override { record("promptAccessibility"); }
     bool isInputMonitoringGranted() override { return inputMonitoring; }
-    void requestInputMonitoringAccess() override { calls << "requestInputMonitoringAccess"; }
-    void openSettings(Kind) override { calls << "openSettings"; }
+    void requestInputMonitoringAccess() override { record("requestInputMonitoringAccess"); }
+    void openSettings(Kind) override { record("openSettings"); }
+
+private:
+    void record(const QString &call)
+    {
+        calls << call;
+        if (onCall) {
+            onCall(call);
+        }
+    }
 };
 
 // Fakes of every platform service the application is assembled from: one microphone that
@@ -45,6 +56,9 @@ struct FakeAppPlatform
     bool keyTapRefused = false;
     // Whether an engine already listens where the supervisor looks; false by default.
     std::function<bool(const QString &host, int port)> portProbe;
+    // Whether the desktop shows tray icons; calling trayHostChanged tells the app to look again.
+    bool trayAvailable = true;
+    std::function<void()> trayHostChanged;
 
     FakePermissions *permissions = nullptr;
     std::shared_ptr<sayvo::testing::FakePasteboard> pasteboard;

@@ -14,10 +14,16 @@
 #include "support/runtime/RuntimeSandbox.h"
 #include "support/store/FakePreferenceStore.h"
 #include "ui/MenuBarController.h"
+#include "ui/NoTrayNotice.h"
+#include "ui/TrayAvailability.h"
 
 #include <QAction>
 #include <QApplication>
+#include <QLabel>
+#include <QLineEdit>
 #include <QMenuBar>
+#include <QPushButton>
+#include <QSignalSpy>
 #include <QTest>
 #include <QWidget>
 
@@ -186,6 +192,59 @@ TEST_F(AppDelegateTest, MissingPermissionsArePromptedAtLaunch)
             "requestMicrophoneAccess", "promptAccessibility", "requestInputMonitoringAccess"}));
 }
 
+// Permissions are asked for before dictation starts, and dictation starts before the engine
+// supervisor's own start (the endpoint subscription has started it once already).
+TEST_F(AppDelegateTest, PermissionsComeFirstThenTheCoordinatorThenTheSupervisor)
+{
+    portOpen = true; // an engine is there: each supervisor start looks for it
+    fakes.permissionsTemplate.microphone = Permissions::MicrophoneStatus::notDetermined;
+    fakes.permissionsTemplate.accessibility = false;
+    fakes.permissionsTemplate.inputMonitoring = false;
+    struct Moment
+    {
+        QString what;
+        bool clientConnecting;
+        bool tapInstalled;
+        qsizetype probes;
+    };
+    std::vector<Moment> moments;
+    auto note = [&](const QString &what) {
+        moments.push_back(
+            {what, delegate->engineClient()->connectionState().is<ConnectionState::Connecting>(),
+                fakes.keys->isInstalled(), probedPorts.size()});
+    };
+    AppPlatform p = platform();
+    auto makePermissions = p.permissions;
+    p.permissions = [&](AudioHardware &hardware, const HotkeyManager &hotkeys) {
+        auto permissions = makePermissions(hardware, hotkeys);
+        fakes.permissions->onCall = note;
+        return permissions;
+    };
+    auto probe = fakes.portProbe;
+    fakes.portProbe = [&](const QString &host, int port) {
+        const bool open = probe(host, port);
+        note(QStringLiteral("probe"));
+        return open;
+    };
+    delegate = std::make_unique<AppDelegate>(preferences, std::move(p));
+    delegate->applicationDidFinishLaunching();
+
+    QStringList order;
+    for (const Moment &m : moments) {
+        order << m.what;
+    }
+    EXPECT_EQ(order,
+        (QStringList {"probe", "requestMicrophoneAccess", "promptAccessibility",
+            "requestInputMonitoringAccess", "probe"}));
+    ASSERT_EQ(moments.size(), 5u);
+    for (size_t i = 1; i <= 3; ++i) {
+        EXPECT_FALSE(moments[i].clientConnecting) << moments[i].what.toStdString();
+        EXPECT_FALSE(moments[i].tapInstalled) << moments[i].what.toStdString();
+    }
+    EXPECT_TRUE(moments[4].clientConnecting);
+    EXPECT_TRUE(moments[4].tapInstalled);
+}
+
 TEST_F(AppDelegateTest, TheInputPollRetriesUntilMicrophoneAndKeysWorkThenStops)
 {
     fakes.microphoneMissing = true;
@@ -237,9 +296,31 @@ TEST_F(AppDelegateTest, OpeningAVisibleSetupWindowAgainLeavesItAlone)
     QWidget other;
     other.show();
     other.raise();
+    // Raising a window always tells it at once, whatever the window system does with it (the
+    // offscreen one used here does nothing).
+    struct Watcher : QObject
+    {
+        int raised = 0;
+        bool eventFilter(QObject *, QEvent *event) override
+        {
+            raised += event->type() == QEvent::ZOrderChange ? 1 : 0;
+            return false;
+        }
+    } watcher;
+    setup->installEventFilter(&watcher);
     delegate->showSetup();
+    setup->removeEventFilter(&watcher);
+    EXPECT_EQ(watcher.raised, 0);
     EXPECT_EQ(setup->pos(), QPoint(33, 44));
     EXPECT_EQ(QApplication::topLevelAt(other.geometry().center()), &other);
+
+    // The settings window, by contrast, comes forward every time.
+    delegate->showSettings();
+    QWidget *settings = delegate->settingsWindow();
+    settings->installEventFilter(&watcher);
+    delegate->showSettings();
+    settings->removeEventFilter(&watcher);
+    EXPECT_EQ(watcher.raised, 1);
 }
 
 TEST_F(AppDelegateTest, TheMainMenuHasQuitAndTheEditCommands)
@@ -279,7 +360,15 @@ TEST_F(AppDelegateTest, TerminationStopsTheCoordinatorThenTheSupervisor)
         },
         5000));
     ASSERT_EQ(fakes.launches->started.size(), 1);
+    // When the engine is told to go, dictation has already stopped.
+    std::optional<bool> stoppedFirst;
+    fakes.launches->started[0]->onTerminate = [&] {
+        stoppedFirst
+            = delegate->engineClient()->connectionState().is<ConnectionState::Disconnected>()
+            && !fakes.keys->isInstalled();
+    };
     delegate->applicationWillTerminate();
+    EXPECT_EQ(stoppedFirst, true);
     EXPECT_TRUE(delegate->engineClient()->connectionState().is<ConnectionState::Disconnected>());
     EXPECT_FALSE(fakes.keys->isInstalled());
     EXPECT_TRUE(fakes.launches->started[0]->terminated);
@@ -388,4 +477,72 @@ TEST_F(AppDelegateTest, ADictationLeavesNoWordOfWhatWasSaidCopiedOrOnScreenInThe
         EXPECT_FALSE(line.contains(QStringLiteral("secret"), Qt::CaseInsensitive))
             << line.toStdString();
     }
+}
+
+TEST_F(AppDelegateTest, TheEditShortcutsWorkInTheAppsWindows)
+{
+    launch();
+    delegate->showSettings();
+    QWidget *settings = delegate->settingsWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(settings));
+    QAction *selectAll = nullptr;
+    QAction *cut = nullptr;
+    for (QAction *action : delegate->mainMenu()->actions()[1]->menu()->actions()) {
+        selectAll = action->text() == "Select All" ? action : selectAll;
+        cut = action->text() == "Cut" ? action : cut;
+    }
+    ASSERT_TRUE(selectAll && cut);
+    QSignalSpy selected(selectAll, &QAction::triggered);
+
+    // A widget that does not take the keys itself: the shortcut reaches the menu's command.
+    auto *button = new QPushButton(QStringLiteral("x"), settings);
+    button->show();
+    button->setFocus();
+    QTest::keyClick(button, Qt::Key_A, Qt::ControlModifier);
+    EXPECT_EQ(selected.count(), 1);
+
+    // The command acts on the field that has the focus.
+    auto *field = new QLineEdit(QStringLiteral("dictated words"), settings);
+    field->show();
+    field->setFocus();
+    field->selectAll();
+    cut->trigger();
+    EXPECT_EQ(field->text(), QString());
+}
+
+TEST_F(AppDelegateTest, WithoutATrayTheSettingsWindowOpensAtLaunchSaysWhyAndOffersQuit)
+{
+    fakes.trayAvailable = false;
+    launch();
+    QWidget *settings = delegate->settingsWindow();
+    ASSERT_NE(settings, nullptr);
+    EXPECT_TRUE(settings->isVisible());
+    auto *notice = settings->findChild<NoTrayNotice *>();
+    ASSERT_NE(notice, nullptr);
+    EXPECT_TRUE(notice->isVisible());
+    EXPECT_TRUE(notice->label()->text().contains(QStringLiteral("no system tray")));
+    QAction *quit = delegate->mainMenu()->actions()[0]->menu()->actions()[0];
+    QSignalSpy quits(quit, &QAction::triggered);
+    QTest::mouseClick(notice->quitButton(), Qt::LeftButton);
+    EXPECT_EQ(quits.count(), 1);
+
+    // A panel that starts later brings the tray; the window says nothing more.
+    fakes.trayAvailable = true;
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return !notice->isVisible(); }, TrayAvailability::kRecheckIntervalMs * 3));
+    EXPECT_TRUE(settings->isVisible());
+}
+
+TEST_F(AppDelegateTest, WhenTheTrayGoesAwayTheSettingsWindowTakesItsPlace)
+{
+    launch();
+    EXPECT_EQ(delegate->settingsWindow(), nullptr);
+    ASSERT_TRUE(fakes.trayHostChanged);
+    fakes.trayHostChanged(); // nothing changed
+    EXPECT_EQ(delegate->settingsWindow(), nullptr);
+    fakes.trayAvailable = false;
+    fakes.trayHostChanged();
+    ASSERT_NE(delegate->settingsWindow(), nullptr);
+    EXPECT_TRUE(delegate->settingsWindow()->isVisible());
+    EXPECT_TRUE(delegate->settingsWindow()->findChild<NoTrayNotice *>()->isVisible());
 }
