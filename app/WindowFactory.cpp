@@ -13,35 +13,13 @@
 
 namespace sayvo {
 
-namespace {
-
-Permissions::Kind kindOf(Permission permission)
-{
-    switch (permission) {
-    case Permission::microphone:
-        return Permissions::Kind::microphone;
-    case Permission::accessibility:
-        return Permissions::Kind::accessibility;
-    case Permission::inputMonitoring:
-        return Permissions::Kind::inputMonitoring;
-    }
-    return Permissions::Kind::microphone;
-}
-
-} // namespace
-
 std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
     SayvoCoordinator &coordinator, EngineSupervisor &, Permissions &permissions,
     TrayAvailability &tray, std::function<void()> quit)
 {
     auto window = std::make_unique<SettingsWindow>(
-        settings, usageStats, coordinator,
-        [&permissions] {
-            return PermissionSnapshot {permissions.isGranted(Permissions::Kind::microphone),
-                permissions.isGranted(Permissions::Kind::accessibility),
-                permissions.isGranted(Permissions::Kind::inputMonitoring)};
-        },
-        [&permissions](Permission permission) { permissions.openSettings(kindOf(permission)); },
+        settings, usageStats, coordinator, [&permissions] { return permissions.snapshot(); },
+        [&permissions](Permission permission) { permissions.openSettings(permission); },
         makeLoginItem(QCoreApplication::applicationFilePath()));
     window->setNotice(new NoTrayNotice(tray, std::move(quit), window.get()));
     return window;
@@ -53,10 +31,10 @@ std::unique_ptr<QWidget> makeSetupWindow(EngineSupervisor &engineSupervisor)
 }
 
 std::unique_ptr<QWidget> makeCalibrationWindow(
-    SayvoCoordinator &coordinator, EngineClient &engineClient)
+    SayvoCoordinator &coordinator, EngineClient &engineClient, SettingsStore &settings)
 {
-    auto *controller
-        = new CalibrationController(coordinator, engineClient, CalibrationPrompt::readSlice());
+    auto *controller = new CalibrationController(
+        coordinator, engineClient, settings, CalibrationPrompt::readSlice());
     auto window = std::make_unique<CalibrationWindow>(*controller);
     // The controller lives exactly as long as its window, which the app keeps for good.
     controller->setParent(window.get());

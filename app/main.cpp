@@ -1,14 +1,21 @@
 // Sayvo: push-to-talk dictation from the system tray or the menu bar.
 #include "app/AppDelegate.h"
 #include "app/ApplicationPlatform.h"
+#include "app/CommandLine.h"
 #include "app/ShutdownSignals.h"
+#include "base/AppIdentity.h"
 #include "store/NativePreferenceStore.h"
 #include "store/PreferenceStoreQSettings.h"
 
 #include <QApplication>
+#include <QIcon>
 
 int main(int argc, char **argv)
 {
+    // Before any desktop connection: --help and --version work without a display.
+    if (const std::optional<int> exitCode = sayvo::CommandLine::handle(argc, argv)) {
+        return *exitCode;
+    }
     if (!sayvo::prepareDesktopSession()) {
         return 1;
     }
@@ -19,6 +26,12 @@ int main(int argc, char **argv)
     QApplication::setOrganizationName(
         QString::fromLatin1(sayvo::PreferenceStoreQSettings::kOrganization));
     QApplication::setApplicationDisplayName(QStringLiteral("Sayvo"));
+    // Desktops tie windows to the installed desktop entry by this name (the Wayland app id);
+    // the icon comes from the icon theme where an installation put it.
+    QGuiApplication::setDesktopFileName(QString::fromLatin1(sayvo::kAppId));
+    if (const QIcon icon = QIcon::fromTheme(QString::fromLatin1(sayvo::kAppId)); !icon.isNull()) {
+        QApplication::setWindowIcon(icon);
+    }
 
     const std::unique_ptr<sayvo::PreferenceStore> preferences
         = sayvo::createNativePreferenceStore();

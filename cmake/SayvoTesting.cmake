@@ -1,8 +1,9 @@
-# Test helpers: sayvo_test(name SOURCES ... LIBS ... [LABELS ...] [TIMEOUT s] [SERIAL])
-# builds a GoogleTest executable with Sayvo's test main (which owns the Qt application
-# object) and registers each of its test cases with CTest under "<name>.<Suite>.<Case>".
+# Test helpers: sayvo_test(name SOURCES ... LIBS ... [LABELS ...] [TIMEOUT s] [SERIAL] [GUI]
+# [FIXTURE f] [ENVIRONMENT VAR=value]) builds a GoogleTest executable with Sayvo's test main
+# (which owns the Qt application object) and registers each of its test cases with CTest
+# under "<name>.<Suite>.<Case>"; FIXTURE names a CTest fixture every case requires.
 function(sayvo_test name)
-  cmake_parse_arguments(ARG "SERIAL;GUI" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "SERIAL;GUI" "TIMEOUT;FIXTURE" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   if(ARG_GUI)
     target_link_libraries(${name} PRIVATE sayvo_test_main_gui)
@@ -17,6 +18,12 @@ function(sayvo_test name)
   set(props TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
   if(ARG_SERIAL)
     list(APPEND props RUN_SERIAL TRUE)
+  endif()
+  if(ARG_ENVIRONMENT)
+    list(APPEND props ENVIRONMENT "${ARG_ENVIRONMENT}")
+  endif()
+  if(ARG_FIXTURE)
+    list(APPEND props FIXTURES_REQUIRED ${ARG_FIXTURE})
   endif()
   gtest_discover_tests(${name}
     TEST_PREFIX "${name}."

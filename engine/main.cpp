@@ -43,8 +43,8 @@ int main(int argc, char **argv)
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Sayvo's reference speech engine"));
-    parser.addHelpOption();
-    parser.addVersionOption();
+    const QCommandLineOption help = parser.addHelpOption();
+    const QCommandLineOption version = parser.addVersionOption();
     const QCommandLineOption host(QStringLiteral("host"),
         QStringLiteral("Address to listen on (default 127.0.0.1)."), QStringLiteral("address"),
         QStringLiteral("127.0.0.1"));
@@ -62,7 +62,25 @@ int main(int argc, char **argv)
     const QCommandLineOption check(QStringLiteral("check"),
         QStringLiteral("Load the recogniser and the store, report, and exit."));
     parser.addOptions({host, port, asr, dataDir, modelDir, check});
-    parser.process(app);
+    // parse() rather than process(): a bad command line is a usage error (2), not a failure (1).
+    const auto usageError = [&](const QString &message) {
+        logLine(message.toStdString());
+        std::fputs(parser.helpText().toLocal8Bit().constData(), stderr);
+        return kBadArguments;
+    };
+    if (!parser.parse(QCoreApplication::arguments())) {
+        return usageError(parser.errorText());
+    }
+    if (!parser.positionalArguments().isEmpty()) {
+        return usageError(
+            QStringLiteral("unexpected argument ") + parser.positionalArguments().first());
+    }
+    if (parser.isSet(help) || parser.isSet(QStringLiteral("help-all"))) {
+        parser.showHelp(0);
+    }
+    if (parser.isSet(version)) {
+        parser.showVersion();
+    }
 
     bool portOk = false;
     const uint portNumber = parser.value(port).toUInt(&portOk);

@@ -103,12 +103,12 @@ void PermissionsLinux::requestInputMonitoringAccess()
     // The X server grants the key watch when the tap is installed; there is nothing to ask.
 }
 
-void PermissionsLinux::openSettings(Kind kind)
+void PermissionsLinux::openSettings(Permission permission)
 {
     QString title;
     QString text;
-    switch (kind) {
-    case Kind::microphone:
+    switch (permission) {
+    case Permission::microphone:
         title = QStringLiteral("Microphone");
         text = QStringLiteral("Sayvo records from your sound server (PulseAudio or PipeWire). Make "
                               "sure a microphone is connected "
@@ -116,7 +116,7 @@ void PermissionsLinux::openSettings(Kind kind)
                               "sound server offers, run:\n\n"
                               "    pactl list short sources");
         break;
-    case Kind::accessibility:
+    case Permission::accessibility:
         title = QStringLiteral("Accessibility");
         text = QString::fromLatin1(kAccessibilityWhy)
             + QStringLiteral(
@@ -124,17 +124,17 @@ void PermissionsLinux::openSettings(Kind kind)
                 "    gsettings set org.gnome.desktop.interface toolkit-accessibility true\n\n"
                 "then log out and back in.");
         break;
-    case Kind::inputMonitoring:
+    case Permission::inputMonitoring:
         title = QStringLiteral("Input Monitoring");
         text = QStringLiteral("Sayvo watches its trigger key through the X server. On a Wayland "
                               "session only X11 applications "
                               "(XWayland) pass keys to it; there, choose \"Tray icon click "
                               "(toggle)\" as the trigger in "
-                              "Settings → General.");
+                              "Settings → Trigger.");
         break;
     }
     auto *dialog = new QMessageBox(QMessageBox::Information, title, text);
-    if (kind == Kind::accessibility) {
+    if (permission == Permission::accessibility) {
         QPushButton *enable
             = dialog->addButton(QStringLiteral("Turn On Now"), QMessageBox::ActionRole);
         QObject::connect(enable, &QPushButton::clicked, [] { enableAccessibilityBus(); });

@@ -62,9 +62,14 @@ Status<AudioCaptureError> AudioCapture::prepare()
     if (!converter) {
         return AudioCaptureError::converterUnavailable(format->sampleRate, format->channels);
     }
-    m_converter = std::move(converter);
+    {
+        std::lock_guard lock(m_converterMutex);
+        m_converter = std::move(converter);
+    }
+    const auto bufferFrames
+        = quint32(std::max(1L, std::lround(format->sampleRate * kTapBufferMs / 1000.0)));
     m_engine->installTap(
-        kTapBufferFrames, *format, [this](const AudioBufferView &buffer) { handleBuffer(buffer); });
+        bufferFrames, *format, [this](const AudioBufferView &buffer) { handleBuffer(buffer); });
     m_isPrepared = true;
     Logging::shared().info(
         QStringLiteral("audio ready (idle): input %1 Hz, %2 ch \u2014 mic opens only while "
@@ -127,14 +132,20 @@ void AudioCapture::handleBuffer(const AudioBufferView &buffer)
     if (onRMS) {
         (*onRMS)(rms);
     }
+    // Under the lock, so a stop that drains the converter waits for this buffer and its
+    // audio is queued before the tail.
+    std::lock_guard lock(m_converterMutex);
     if (!m_isForwarding || !m_converter) {
         return;
     }
-    auto converted = m_converter->convert(buffer);
-    if (!converted) {
-        return;
+    if (auto converted = m_converter->convert(buffer)) {
+        deliverConverted(std::move(*converted), rms);
     }
-    const qint64 byteCount = converted->size();
+}
+
+void AudioCapture::deliverConverted(QByteArray bytes, float rms)
+{
+    const qint64 byteCount = bytes.size();
     m_queue->async([this, rms, byteCount] {
         if (!m_didSignalLive) {
             m_didSignalLive = true;
@@ -145,7 +156,7 @@ void AudioCapture::handleBuffer(const AudioBufferView &buffer)
         m_lastUtterancePeakRMS = std::max(m_lastUtterancePeakRMS, rms);
         m_lastUtteranceBytes += byteCount;
     });
-    enqueue(std::move(*converted));
+    enqueue(std::move(bytes));
 }
 
 void AudioCapture::enqueue(QByteArray bytes)
@@ -170,6 +181,12 @@ Status<AudioCaptureError> AudioCapture::startForwarding()
         m_lastUtteranceBytes = 0;
         m_didSignalLive = false;
     });
+    {
+        std::lock_guard lock(m_converterMutex);
+        if (m_converter) {
+            m_converter->reset();
+        }
+    }
     m_isForwarding = true;
     if (m_isPrepared && !m_engine->isRunning()) {
         if (const auto failure = m_engine->start()) {
@@ -183,7 +200,17 @@ Status<AudioCaptureError> AudioCapture::startForwarding()
 
 void AudioCapture::stopForwarding(bool flush)
 {
-    m_isForwarding = false;
+    {
+        std::lock_guard lock(m_converterMutex);
+        m_isForwarding = false;
+        // The last 20 to 40 ms of speech are still inside the resampler's filter.
+        if (m_converter) {
+            auto tail = m_converter->drain();
+            if (tail && flush) {
+                deliverConverted(std::move(*tail), 0.0f);
+            }
+        }
+    }
     m_queue->sync([this, flush] {
         if (flush && !m_pendingBytes.isEmpty() && m_onChunk) {
             m_onChunk(QByteArray(m_pendingBytes.constData(), m_pendingBytes.size()));
@@ -228,7 +255,10 @@ void AudioCapture::rebuild()
         m_engine->stop();
     }
     m_isPrepared = false;
-    m_converter.reset();
+    {
+        std::lock_guard lock(m_converterMutex);
+        m_converter.reset();
+    }
     if (const auto status = prepare(); !status) {
         Logging::shared().error(
             QStringLiteral("audio device switch failed: %1").arg(status.error().describe()));

@@ -38,7 +38,9 @@ public:
     using LiveHandler = std::function<void()>;
 
     static constexpr int kChunkByteSize = 3200;
-    static constexpr quint32 kTapBufferFrames = 1600;
+    // Capture buffers are this long at any device rate, so the first audio of an utterance
+    // arrives as soon after the microphone opens on a 16 kHz headset as on a 48 kHz card.
+    static constexpr int kTapBufferMs = 20;
     static constexpr const char *kQueueLabel = "com.sayvoapp.audiocapture";
 
     AudioCapture(std::unique_ptr<AudioInputEngine> engine, AudioHardware &hardware);
@@ -63,8 +65,9 @@ public:
     // the microphone would not open, which is returned (and then shows as no live signal and a
     // zero byte count); an unprepared capture opens nothing and reports nothing.
     Status<AudioCaptureError> startForwarding();
-    // Closes the microphone. With flush, the last partial chunk is delivered before this
-    // returns; without, it is dropped.
+    // Closes the microphone. With flush, the resampler's tail and the last partial chunk are
+    // delivered before this returns; without, they are dropped. Either way the next
+    // utterance's audio starts clean.
     void stopForwarding(bool flush);
     bool isForwarding() const { return m_isForwarding.load(); }
 
@@ -90,10 +93,15 @@ public:
 private:
     std::optional<QString> selectConfiguredDevice();
     void handleBuffer(const AudioBufferView &buffer);
+    // Counts converted audio in the utterance's statistics and queues it for chunking.
+    void deliverConverted(QByteArray bytes, float rms);
     void enqueue(QByteArray bytes);
 
     std::unique_ptr<AudioInputEngine> m_engine;
     AudioHardware &m_hardware;
+    // Held by the tap while it converts, and by the owner's thread to swap, drain or reset
+    // the converter, so the end of an utterance never races a buffer in flight.
+    std::mutex m_converterMutex;
     std::unique_ptr<PCMConverter> m_converter;
     QByteArray m_pendingBytes;
     std::atomic<bool> m_isForwarding {false};

@@ -12,7 +12,9 @@ AudioDeviceObserver::AudioDeviceObserver(AudioHardware &hardware, QObject *paren
     // The sound system notifies on its own thread; the refresh is queued to ours, and Qt
     // drops it if this observer is gone by then.
     m_listener = m_system.addDeviceListListener([this] {
-        QMetaObject::invokeMethod(this, &AudioDeviceObserver::refresh, Qt::QueuedConnection);
+        if (!m_refreshQueued.exchange(true)) {
+            QMetaObject::invokeMethod(this, &AudioDeviceObserver::refresh, Qt::QueuedConnection);
+        }
     });
 }
 
@@ -23,6 +25,8 @@ AudioDeviceObserver::~AudioDeviceObserver()
 
 void AudioDeviceObserver::refresh()
 {
+    // Cleared before reading, so a change during the enumeration queues one more.
+    m_refreshQueued = false;
     AudioInputDeviceList current = AudioDevices::inputDevices(m_system);
     if (current == m_devices) {
         return;

@@ -5,11 +5,14 @@
 
 #include <QObject>
 
+#include <atomic>
+
 namespace sayvo {
 
 // Publishes the input-device list and keeps it current. Lives on the main thread; the
 // hardware must outlive it. `devices` changes (and devicesChanged is emitted) only when a
-// refresh finds a list that differs, field by field and in order, from the current one.
+// refresh finds a list that differs, field by field and in order, from the current one. A
+// burst of notifications that arrives before the queued refresh runs is one enumeration.
 class AudioDeviceObserver : public QObject
 {
     Q_OBJECT
@@ -31,6 +34,8 @@ private:
     AudioInputDeviceList m_devices;
     AudioHardware &m_system;
     AudioHardware::ListenerId m_listener = 0;
+    // Set on the sound system's thread when a refresh is queued, cleared when it starts.
+    std::atomic<bool> m_refreshQueued {false};
 };
 
 } // namespace sayvo

@@ -3,10 +3,17 @@
 namespace sayvo {
 
 // Which paste chord to send: terminal emulators take Control-V as a literal character, so
-// they get their own.
+// they have chords of their own.
 enum class PasteShortcut {
+    // Control-V (Command-V on macOS).
     standard,
-    terminal,
+    // Control-Shift-V: the clipboard paste of most terminal emulators.
+    controlShiftV,
+    // Control-Alt-V: rxvt-unicode's clipboard paste.
+    controlAltV,
+    // Shift-Insert, which pastes the primary selection, not the clipboard: xterm has no chord
+    // for the clipboard.
+    shiftInsert,
 };
 
 // Posts synthetic keyboard events to the focused application. Main thread only.
@@ -15,10 +22,13 @@ class KeySynthesizer
 public:
     virtual ~KeySynthesizer() = default;
 
-    // Presses and releases the paste chord (Command-V on macOS, Control-V or Control-Shift-V
-    // on X11). True when the events were posted; whether the target acted on them cannot be
-    // observed.
+    // Presses and releases the paste chord (Command-V on macOS whatever is asked). True when
+    // the events were posted; whether the target acted on them cannot be observed.
     virtual bool postPaste(PasteShortcut shortcut) = 0;
+    // Whether any key is held down now. A paste waits for the keyboard to be quiet, so its
+    // chord is not mixed with a held modifier and (X11) does not go to the client that
+    // grabbed a held trigger key. Platforms where neither can happen say false.
+    virtual bool isAnyKeyHeld() { return false; }
 };
 
 } // namespace sayvo

@@ -7,13 +7,14 @@ PasteboardSnapshot PasteboardSnapshot::capture(Pasteboard &pasteboard)
     return PasteboardSnapshot {pasteboard.items()};
 }
 
-void PasteboardSnapshot::restore(Pasteboard &pasteboard) const
+bool PasteboardSnapshot::restore(Pasteboard &pasteboard) const
 {
-    pasteboard.clearContents();
+    // One write replaces the content, so the clipboard is never empty on the way back.
     if (items.empty()) {
-        return;
+        pasteboard.clearContents();
+        return true;
     }
-    pasteboard.writeItems(items);
+    return pasteboard.writeItems(items);
 }
 
 } // namespace sayvo

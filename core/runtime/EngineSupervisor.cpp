@@ -233,6 +233,7 @@ void EngineSupervisor::append(const QString &text)
         m_log = m_log.right(kMaxLogChars);
     }
     emit logChanged(m_log);
+    emit logAppended(text);
 }
 
 void EngineSupervisor::attachOutput(

@@ -54,6 +54,8 @@ public:
     const QString &log() const { return m_log; }
     const QList<ProvisioningStep> &steps() const { return m_steps; }
     const RuntimeLocator &locator() const { return m_locator; }
+    // The application the uninstaller removes.
+    const QString &applicationPath() const { return m_applicationPath; }
     const std::optional<QUrl> &lastEndpoint() const { return m_lastEndpoint; }
     int crashCount() const { return m_crashCount; }
     int mockRelaunchCount() const { return m_mockRelaunchCount; }
@@ -100,6 +102,8 @@ public:
 signals:
     void stateChanged(const sayvo::EngineState &state);
     void logChanged(const QString &log);
+    // Just the text that `log` grew by, for views that append rather than redraw.
+    void logAppended(const QString &text);
     void stepsChanged(const QList<sayvo::ProvisioningStep> &steps);
 
 private:

@@ -27,6 +27,17 @@ AudioTransportType transportOf(const pa_source_info &info)
     return AudioTransportType::unknown;
 }
 
+// Whether a subscription event can change the list of input devices. Sources report a
+// change event for every volume or mute step, which leaves the list as it was; only a
+// source that comes or goes changes it.
+bool changesDeviceList(pa_subscription_event_type_t event)
+{
+    const auto facility = event & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
+    const auto kind = event & PA_SUBSCRIPTION_EVENT_TYPE_MASK;
+    return facility == PA_SUBSCRIPTION_EVENT_SOURCE
+        && (kind == PA_SUBSCRIPTION_EVENT_NEW || kind == PA_SUBSCRIPTION_EVENT_REMOVE);
+}
+
 } // namespace
 
 AudioHardwarePulse::AudioHardwarePulse() : m_connection("Sayvo")
@@ -39,8 +50,10 @@ AudioHardwarePulse::AudioHardwarePulse() : m_connection("Sayvo")
         m_serverWasMissing = false;
         pa_context_set_subscribe_callback(
             context,
-            [](pa_context *, pa_subscription_event_type_t, uint32_t, void *userdata) {
-                static_cast<AudioHardwarePulse *>(userdata)->notifyListeners();
+            [](pa_context *, pa_subscription_event_type_t event, uint32_t, void *userdata) {
+                if (changesDeviceList(event)) {
+                    static_cast<AudioHardwarePulse *>(userdata)->notifyListeners();
+                }
             },
             this);
         pa_operation *operation

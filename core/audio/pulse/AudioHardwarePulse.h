@@ -11,9 +11,9 @@ namespace sayvo {
 // The PulseAudio sources as audio devices: id = source index, UID = source name, name =
 // description, transport from the monitor link and the "device.bus" property. PulseAudio
 // picks each source's rate itself, so the only rate on offer is the current one and rate
-// writes are refused. List changes come from the server's source subscription events; a
-// lost server counts as a change, and so does one that comes back, which is looked for
-// every second while anyone listens.
+// writes are refused. List changes come from the server's events for sources that appear or
+// disappear (not from volume or mute changes); a lost server counts as a change, and so does
+// one that comes back, which is looked for every second while anyone listens.
 class AudioHardwarePulse : public AudioHardware
 {
 public:

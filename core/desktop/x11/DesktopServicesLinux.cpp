@@ -13,6 +13,7 @@ DesktopServices createDesktopServices()
     DesktopServices services;
     services.keyboard = std::make_unique<KeyboardEventSourceX11>();
     services.pasteboard = std::make_shared<PasteboardX11>();
+    services.primarySelection = std::make_shared<PasteboardX11>(PasteboardX11::Selection::primary);
     services.keySynthesizer = std::make_shared<KeySynthesizerX11>();
     services.accessibility = std::make_shared<AccessibilityProviderAtSpi>();
     services.workspace = std::make_shared<WorkspaceX11>();

@@ -9,12 +9,13 @@ namespace sayvo {
 
 AppBundle mainAppBundle()
 {
-    // Installed as <prefix>/bin/sayvo with resources in <prefix>/share/sayvo; the build tree
-    // mirrors that layout (build/app/sayvo, build/share/sayvo), so one relative rule finds
-    // both. A binary moved elsewhere falls back to the configured install prefix.
+    // Installed as <prefix>/bin/sayvo with resources in <prefix>/lib/sayvo; the build tree
+    // mirrors that layout (build/app/sayvo, build/lib/sayvo), so one relative rule finds
+    // both, and an installed tree works wherever it was unpacked. A binary moved elsewhere
+    // falls back to the configured install prefix.
     const QString executable = QCoreApplication::applicationFilePath();
     QString resources
-        = QDir::cleanPath(QFileInfo(executable).absolutePath() + QStringLiteral("/../share/sayvo"));
+        = QDir::cleanPath(QFileInfo(executable).absolutePath() + QStringLiteral("/../lib/sayvo"));
     if (!QFileInfo::exists(resources)) {
         resources = QStringLiteral(SAYVO_INSTALL_RESOURCE_DIR);
     }

@@ -101,9 +101,20 @@ remove() {
   fi
 }
 
+# A program the package manager installed is the package manager's to remove: deleting it
+# behind dpkg's back would leave a broken package.
+owner=""
+if command -v dpkg-query >/dev/null 2>&1; then
+  owner=$(dpkg-query --search -- "$(absolute "$app")" 2>/dev/null | cut -d: -f1) || owner=""
+fi
+
 status=0
 remove "runtime" "$root"
-remove "application" "$app"
+if [ -n "$owner" ]; then
+  log "kept application: $app belongs to the package $owner; remove it with the package manager (apt remove $owner)"
+else
+  remove "application" "$app"
+fi
 config="${XDG_CONFIG_HOME:-$home/.config}"
 remove "preferences" "$config/SayvoApp"
 for plist in "$home"/Library/Preferences/com.sayvoapp*.plist; do

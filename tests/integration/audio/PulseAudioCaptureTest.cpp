@@ -164,6 +164,29 @@ TEST_F(PulseAudioCaptureTest, FortyEightKilohertzStereoSineKeepsFrequencyAndDura
     EXPECT_NEAR(peak, 12000, 400);
 }
 
+TEST_F(PulseAudioCaptureTest, ASpeakerMonitorIsNeverTheMicrophone)
+{
+    // The server has only its null sink: its monitor is what @DEFAULT_SOURCE@ names now.
+    makeCapture();
+    const auto status = capture->prepare();
+    ASSERT_FALSE(status.ok());
+    EXPECT_EQ(status.error().kind, AudioCaptureError::Kind::invalidInputFormat);
+    EXPECT_EQ(server.recordStreamCount(), 0);
+
+    // With a microphone present but the monitor still the server's default, the microphone
+    // is what is recorded.
+    auto mic = server.addMicrophone("mic16", 16000, 1, "Desk Microphone");
+    ASSERT_TRUE(mic);
+    ASSERT_TRUE(server.setDefaultSource("null.monitor"));
+    ASSERT_TRUE(capture->prepare().ok());
+    capture->startForwarding();
+    const QByteArray audio = ramp(4000, 5);
+    mic->play(audio);
+    ASSERT_TRUE(waitForBytes(audio.size()));
+    capture->stopForwarding(true);
+    EXPECT_TRUE(takeAll() == audio);
+}
+
 TEST_F(PulseAudioCaptureTest, NoRecordStreamWhileNotForwarding)
 {
     auto mic = server.addMicrophone("mic16", 16000, 1, "Desk Microphone");

@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 using namespace sayvo;
 using sayvo::test::PulseAudioServer;
 
@@ -104,6 +106,30 @@ TEST_F(PulseAudioDevicesTest, UnrelatedChangePublishesNothing)
 
     EXPECT_FALSE(spy.wait(1000));
     EXPECT_EQ(uids(observer.devices()), QStringList {"mic16"});
+}
+
+TEST_F(PulseAudioDevicesTest, VolumeAndMuteChangesAreNoDeviceListChange)
+{
+    auto mic = server.addMicrophone("mic16", 16000, 1, "Desk Microphone");
+    ASSERT_TRUE(mic);
+    auto hardware = createAudioHardware();
+    std::atomic<int> notifications {0};
+    const auto listener = hardware->addDeviceListListener([&] { ++notifications; });
+    // The first connection to the server counts as a change of its own.
+    notifications = 0;
+
+    for (const char *volume : {"40%", "60%", "80%"}) {
+        ASSERT_EQ(server.pactl({"set-source-volume", "mic16", volume}).exitCode, 0);
+    }
+    ASSERT_EQ(server.pactl({"set-source-mute", "mic16", "1"}).exitCode, 0);
+    // A real change after them: the server reports events in order, so once it is heard
+    // the volume events have been handled too.
+    auto second = server.addMicrophone("usb_mic", 48000, 1, "USB Microphone");
+    ASSERT_TRUE(second);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return notifications > 0; }, 5000));
+    QTest::qWait(300);
+    EXPECT_EQ(notifications, 1);
+    hardware->removeDeviceListListener(listener);
 }
 
 TEST_F(PulseAudioDevicesTest, ServerThatGoesAwayEmptiesTheList)

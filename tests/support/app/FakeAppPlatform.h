@@ -32,7 +32,7 @@ public:
     void promptAccessibility() override { record("promptAccessibility"); }
     bool isInputMonitoringGranted() override { return inputMonitoring; }
     void requestInputMonitoringAccess() override { record("requestInputMonitoringAccess"); }
-    void openSettings(Kind) override { record("openSettings"); }
+    void openSettings(Permission) override { record("openSettings"); }
 
 private:
     void record(const QString &call)

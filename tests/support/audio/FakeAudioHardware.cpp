@@ -68,9 +68,16 @@ FakeAudioDevice *FakeAudioHardware::find(AudioObjectId device)
     return found == m_devices.end() ? nullptr : &*found;
 }
 
+int FakeAudioHardware::deviceListReads() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_deviceListReads;
+}
+
 std::optional<std::vector<AudioObjectId>> FakeAudioHardware::deviceIds()
 {
     std::lock_guard lock(m_mutex);
+    ++m_deviceListReads;
     if (!m_listReadable) {
         return std::nullopt;
     }

@@ -50,6 +50,8 @@ public:
     int listenerCount() const;
 
     std::vector<RateWrite> rateWrites() const;
+    // How many times the whole list was read: one enumeration each.
+    int deviceListReads() const;
     int nameReads(AudioObjectId device) const;
 
     std::optional<std::vector<AudioObjectId>> deviceIds() override;
@@ -74,6 +76,7 @@ private:
     ListenerId m_nextListener = 1;
     std::vector<RateWrite> m_rateWrites;
     std::map<AudioObjectId, int> m_nameReads;
+    int m_deviceListReads = 0;
 };
 
 } // namespace sayvo

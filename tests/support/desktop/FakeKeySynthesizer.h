@@ -20,8 +20,11 @@ public:
         }
         return succeeds;
     }
+    bool isAnyKeyHeld() override { return keyHeld; }
 
     bool succeeds = true;
+    // A key still down, as the trigger often is when the transcript arrives.
+    bool keyHeld = false;
     std::function<void()> onPaste;
     std::vector<PasteShortcut> posted;
 };

@@ -2,6 +2,7 @@
 
 #include "desktop/Pasteboard.h"
 
+#include <QElapsedTimer>
 #include <QStringList>
 
 #include <functional>
@@ -9,10 +10,14 @@
 namespace sayvo::testing {
 
 // An in-memory clipboard. Every write bumps the change count; `log` records each operation
-// ("items", "string", "clear", "setConcealedString:<text>", "writeItems:<n>").
+// ("items", "string", "clear", "setConcealedString:<text>", "writeItems:<n>") and `logTimesMs`
+// when it happened. With `servedReports` it reports reads, which the test makes with
+// serveToTarget().
 class FakePasteboard : public Pasteboard
 {
 public:
+    FakePasteboard() { clock.start(); }
+
     static inline const QString kPlainTextType = QStringLiteral("text/plain;charset=utf-8");
     static inline const QString kConcealedType = QStringLiteral("x-kde-passwordManagerHint");
 
@@ -22,6 +27,12 @@ public:
     bool setConcealedString(const QString &text) override;
     bool writeItems(const std::vector<PasteboardItem> &items) override;
     qint64 changeCount() override { return m_changeCount; }
+    bool reportsServed() const override { return servedReports; }
+
+    // The target application reading the clipboard.
+    void serveToTarget() { reportServed(); }
+    // When the last operation whose log entry starts with `prefix` happened; -1 if none did.
+    qint64 lastTimeMs(const QString &prefix) const;
 
     // Another program writing the clipboard.
     void writeFromElsewhere(std::vector<PasteboardItem> items);
@@ -30,7 +41,10 @@ public:
 
     std::vector<PasteboardItem> contents;
     QStringList log;
+    QList<qint64> logTimesMs;
+    QElapsedTimer clock;
     bool failSetString = false;
+    bool servedReports = false;
 
 private:
     qint64 m_changeCount = 0;

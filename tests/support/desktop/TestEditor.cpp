@@ -14,15 +14,18 @@ const QString kPython = QStringLiteral("/usr/bin/python3");
 
 } // namespace
 
-TestEditor::TestEditor(DesktopSession &session, QString title, bool accessible)
+TestEditor::TestEditor(DesktopSession &session, QString title, bool accessible, Toolkit toolkit)
     : m_session(session), m_title(std::move(title))
 {
     QProcessEnvironment environment = m_session.environment();
     if (!accessible) {
         environment.insert(QStringLiteral("NO_AT_BRIDGE"), QStringLiteral("1"));
     }
-    m_process = m_session.start(
-        environment, kPython, {QStringLiteral(SAYVO_TEST_EDITOR_SCRIPT), m_title});
+    const QString script = toolkit == Toolkit::gtk4 ? QStringLiteral("test_editor_gtk4.py")
+        : toolkit == Toolkit::qt6                   ? QStringLiteral("test_editor_qt.py")
+                                                    : QStringLiteral("test_editor.py");
+    m_process = m_session.start(environment, kPython,
+        {QStringLiteral(SAYVO_TEST_EDITOR_DIR) + QLatin1Char('/') + script, m_title});
     if (!m_process) {
         return;
     }

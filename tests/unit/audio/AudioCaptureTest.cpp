@@ -15,14 +15,15 @@ using sayvo::test::LogCapture;
 
 namespace {
 
-// 16-bit little-endian samples counting up from `first`, wrapping at 16 bits, so any lost,
-// repeated or reordered sample shows.
+// 16-bit little-endian samples counting up from `first`, wrapping from 32767 to -32767 (the
+// most negative value has no positive mirror and is clipped), so any lost, repeated or
+// reordered sample shows.
 QByteArray ramp(int samples, int first = 0)
 {
     QByteArray bytes;
     bytes.reserve(samples * 2);
     for (int i = 0; i < samples; ++i) {
-        const auto value = quint16(qint16(first + i));
+        const auto value = quint16(qint16((first + i + 32767) % 65535 - 32767));
         bytes.append(char(value & 0xff));
         bytes.append(char(value >> 8));
     }
@@ -109,12 +110,64 @@ TEST_F(AudioCaptureTest, PrepareInstallsTheTapButKeepsTheMicrophoneClosed)
     EXPECT_TRUE(capture->isReady());
     EXPECT_TRUE(capture->isPrepared());
     EXPECT_TRUE(engine->hasTap());
-    EXPECT_EQ(engine->tapBufferFrames(), 1600u);
+    EXPECT_EQ(engine->tapBufferFrames(), 960u); // 20 ms
     EXPECT_EQ(engine->tapFormat(), (AudioStreamFormat {48000.0, 1}));
     EXPECT_EQ(engine->startCalls(), 0);
     EXPECT_FALSE(engine->isRunning());
     EXPECT_TRUE(log.lines().contains(QString::fromUtf8(
         "info: audio ready (idle): input 48000.0 Hz, 1 ch \u2014 mic opens only while dictating")));
+}
+
+TEST_F(AudioCaptureTest, BuffersAreTwentyMillisecondsAtEveryRate)
+{
+    for (const double rate : {8000.0, 16000.0, 44100.0, 48000.0}) {
+        makeCapture({rate, 1});
+        ASSERT_TRUE(capture->prepare().ok());
+        EXPECT_EQ(engine->tapBufferFrames(), quint32(std::lround(rate / 50))) << rate;
+    }
+}
+
+TEST_F(AudioCaptureTest, AnUtteranceSendsItsWholeDurationAndTheNextStartsClean)
+{
+    prepared({48000.0, 1});
+    // Half a second of loud speech to the very end, in 20 ms buffers: the key is released
+    // mid-word.
+    std::vector<float> speech(24000);
+    for (std::size_t i = 0; i < speech.size(); ++i) {
+        speech[i] = 0.8f * float(std::sin(2.0 * std::numbers::pi * 250.0 * double(i) / 48000.0));
+    }
+    capture->startForwarding();
+    engine->play(speech, 960);
+    capture->stopForwarding(true);
+    // Half a second at 16 kHz is 16000 bytes; all of it is sent, within one 10 ms frame.
+    EXPECT_NEAR(double(joined().size()), 16000.0, 320.0);
+    EXPECT_EQ(capture->lastUtteranceBytes(), joined().size());
+
+    chunks.clear();
+    capture->startForwarding();
+    engine->play(std::vector<float>(24000, 0.0f), 960);
+    capture->stopForwarding(true);
+    const QByteArray second = joined();
+    EXPECT_NEAR(double(second.size()), 16000.0, 320.0);
+    for (qsizetype i = 0; i < second.size(); i += 2) {
+        ASSERT_EQ(second[i], 0) << "speech of the first utterance at byte " << i;
+        ASSERT_EQ(second[i + 1], 0) << "speech of the first utterance at byte " << i;
+    }
+}
+
+TEST_F(AudioCaptureTest, AnAbandonedUtterancesTailNeverReachesTheNextOne)
+{
+    prepared({44100.0, 1});
+    capture->startForwarding();
+    engine->play(std::vector<float>(4410, 0.9f), 882);
+    capture->stopForwarding(false);
+    chunks.clear();
+    capture->startForwarding();
+    engine->play(std::vector<float>(4410, 0.0f), 882);
+    capture->stopForwarding(true);
+    const QByteArray second = joined();
+    ASSERT_FALSE(second.isEmpty());
+    EXPECT_EQ(second, QByteArray(second.size(), '\0'));
 }
 
 TEST_F(AudioCaptureTest, SecondPrepareDoesNothing)
@@ -285,8 +338,8 @@ TEST_F(AudioCaptureTest, OddBufferSizesAtFortyEightKilohertzMatchOneBlockConvers
         stereo[2 * frame + 1] = -0.1f;
     }
     auto reference = PCMConverter::create({48000.0, 2});
-    const auto expected
-        = reference->convert({stereo.data(), quint32(stereo.size() / 2), 2}).value();
+    const auto expected = reference->convert({stereo.data(), quint32(stereo.size() / 2), 2}).value()
+        + reference->drain().value();
 
     prepared({48000.0, 2});
     capture->startForwarding();

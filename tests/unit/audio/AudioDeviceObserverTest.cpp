@@ -53,6 +53,29 @@ TEST(AudioDeviceObserverTest, PluggingInADevicePublishesOnce)
     EXPECT_EQ(observer.devices(), published);
 }
 
+TEST(AudioDeviceObserverTest, ABurstOfNotificationsIsOneEnumeration)
+{
+    FakeAudioHardware hardware;
+    hardware.setDevices({mic(1, "a")});
+    AudioDeviceObserver observer(hardware);
+    QSignalSpy spy(&observer, &AudioDeviceObserver::devicesChanged);
+    const int readsBefore = hardware.deviceListReads();
+
+    // A module load reports several events at once, from the sound server's thread.
+    hardware.addDevice(mic(2, "b"));
+    std::thread soundServer([&] {
+        for (int i = 0; i < 5; ++i) {
+            hardware.notifyDeviceListChanged();
+        }
+    });
+    soundServer.join();
+
+    ASSERT_TRUE(spy.wait(2000));
+    QTest::qWait(50);
+    EXPECT_EQ(spy.size(), 1);
+    EXPECT_EQ(hardware.deviceListReads() - readsBefore, 1);
+}
+
 TEST(AudioDeviceObserverTest, UnrelatedNotificationPublishesNothing)
 {
     FakeAudioHardware hardware;

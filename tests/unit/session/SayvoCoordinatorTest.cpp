@@ -584,6 +584,32 @@ TEST_F(CoordinatorTest, AMicrophoneChangeDuringAnUtteranceNeitherHangsNorLosesTh
     EXPECT_EQ(h.capture->activeDeviceUID(), QStringLiteral("usb-1"));
 }
 
+TEST_F(CoordinatorTest, EachDeviceChangeRebuildsTheCaptureOnce)
+{
+    FakeAudioDevice usb;
+    usb.id = 12;
+    usb.uid = QStringLiteral("usb-1");
+    usb.name = QStringLiteral("USB Mic");
+    ASSERT_TRUE(h.capture->isPrepared());
+    const int initialBuilds = h.audioEngine->installTapCalls();
+
+    // Chosen while absent: the default stays bound, nothing to rebuild onto.
+    h.settings->setInputDeviceUID(QStringLiteral("usb-1"));
+    EXPECT_EQ(h.audioEngine->installTapCalls(), initialBuilds + 1);
+
+    // Plugged in: one rebuild onto it.
+    h.hardware.addDevice(usb);
+    h.hardware.notifyDeviceListChanged();
+    ASSERT_TRUE(waitFor([&] { return c().inputDevices().size() == 2; }));
+    EXPECT_EQ(h.audioEngine->installTapCalls(), initialBuilds + 2);
+    EXPECT_EQ(h.capture->activeDeviceUID(), QStringLiteral("usb-1"));
+
+    // Back to the default: one more.
+    h.settings->setInputDeviceUID(std::nullopt);
+    EXPECT_EQ(h.audioEngine->installTapCalls(), initialBuilds + 3);
+    EXPECT_EQ(h.capture->activeDeviceUID(), std::nullopt);
+}
+
 TEST_F(CoordinatorTest, ChangingTheFeedbackSettingReconnectsEachTime)
 {
     ASSERT_EQ(h.engine.connectionCount(), 1);
@@ -638,11 +664,13 @@ TEST_F(CoordinatorTest, FeedbackFollowsEachFinalOnlyWhenEnabled)
 TEST_F(CoordinatorTest, ACalibrationSinkTakesTheFinalInsteadOfTheInserter)
 {
     std::vector<FinalMessage> sunk;
-    c().setCalibrationSink([&](const FinalMessage &f) { sunk.push_back(f); });
+    SayvoCoordinator::CalibrationSink sink;
+    sink.onFinal = [&](const FinalMessage &f) { sunk.push_back(f); };
     FinalMessage final = CoordinatorHarness::finalWithText("Calibrated.");
     final.stats = Stats {1.0, 1, 60.0, 0.5, 0.4, 0, 0.0};
     h.answerWith(final);
-    c().beginCalibrationUtterance();
+    ASSERT_TRUE(c().beginCalibrationUtterance(sink).ok());
+    EXPECT_TRUE(c().hasCalibrationSink());
     h.speak(CoordinatorHarness::tone(3200));
     c().endCalibrationUtterance();
     ASSERT_TRUE(waitFor([&] { return sunk.size() == 1; }));
@@ -652,6 +680,68 @@ TEST_F(CoordinatorTest, ACalibrationSinkTakesTheFinalInsteadOfTheInserter)
     EXPECT_TRUE(h.pastedTexts().empty());
     EXPECT_EQ(h.usage->utterances(), 1);
     EXPECT_EQ(c().resolvedDomain(), QStringLiteral("default"));
+    EXPECT_FALSE(c().hasCalibrationSink()) << "one line, one sink";
+
+    h.answerWith(CoordinatorHarness::finalWithText("Typed."));
+    c().handleTriggerDown();
+    h.speak(CoordinatorHarness::tone(3200));
+    c().handleTriggerUp();
+    ASSERT_TRUE(waitFor([&] { return h.pastedTexts().size() == 1; }));
+    EXPECT_EQ(sunk.size(), 1u);
+}
+
+TEST_F(CoordinatorTest, ACalibrationUtteranceStartsOnlyFromIdleWithAnEngine)
+{
+    int calls = 0;
+    SayvoCoordinator::CalibrationSink sink;
+    sink.onFinal = [&](const FinalMessage &) { ++calls; };
+    c().stop();
+    const auto offline = c().beginCalibrationUtterance(sink);
+    ASSERT_FALSE(offline.ok());
+    EXPECT_EQ(offline.error(), SayvoCoordinator::CalibrationStartError::engineUnavailable);
+    EXPECT_FALSE(c().hasCalibrationSink());
+    const auto busy = c().beginCalibrationUtterance(sink);
+    ASSERT_FALSE(busy.ok()) << "the error is still on screen";
+    EXPECT_EQ(busy.error(), SayvoCoordinator::CalibrationStartError::busy);
+    EXPECT_FALSE(c().hasCalibrationSink());
+    EXPECT_EQ(calls, 0);
+}
+
+TEST_F(CoordinatorTest, ACancelledCalibrationUtteranceEndsAndItsFinalReachesNobody)
+{
+    int calls = 0;
+    SayvoCoordinator::CalibrationSink sink;
+    sink.onFinal = [&](const FinalMessage &) { ++calls; };
+    sink.onFailure = [&](const QString &) { ++calls; };
+    h.answerWith(CoordinatorHarness::finalWithText("Not for anyone."));
+    ASSERT_TRUE(c().beginCalibrationUtterance(sink).ok());
+    h.speak(CoordinatorHarness::tone(3200));
+    c().cancelCalibrationUtterance();
+    EXPECT_TRUE(isIdle(c()));
+    EXPECT_FALSE(c().hasCalibrationSink());
+    EXPECT_FALSE(c().currentUtteranceId().has_value());
+    EXPECT_FALSE(h.capture->isForwarding());
+    ASSERT_TRUE(waitFor([&] { return countOfType(h, "utterance.end") == 1; }));
+    h.answerWith(CoordinatorHarness::finalWithText("Typed."));
+    c().handleTriggerDown();
+    h.speak(CoordinatorHarness::tone(3200));
+    c().handleTriggerUp();
+    ASSERT_TRUE(waitFor([&] { return h.pastedTexts().size() == 1; }));
+    EXPECT_EQ(h.pastedTexts().front(), QStringLiteral("Typed."));
+    EXPECT_EQ(calls, 0);
+}
+
+TEST_F(CoordinatorTest, ACalibrationUtteranceThatFailsTellsItsSinkWhy)
+{
+    std::vector<QString> failures;
+    SayvoCoordinator::CalibrationSink sink;
+    sink.onFailure = [&](const QString &message) { failures.push_back(message); };
+    h.answerNothing();
+    ASSERT_TRUE(c().beginCalibrationUtterance(sink).ok());
+    h.engine.dropConnection();
+    ASSERT_TRUE(waitFor([&] { return failures.size() == 1; }));
+    EXPECT_EQ(failures.front(), QStringLiteral("connection lost"));
+    EXPECT_FALSE(c().hasCalibrationSink());
 }
 
 TEST_F(CoordinatorTest, StopRemovesTheTapDisconnectsAndSendsNothingMore)

@@ -1,18 +1,37 @@
-// What Linux reports for the three permissions the app asks about.
+// What Linux reports for the three permissions the app asks about, and the help it offers.
 #include "app/linux/PermissionsLinux.h"
+
 #include "desktop/HotkeyManager.h"
 #include "support/audio/FakeAudioHardware.h"
 #include "support/desktop/FakeKeyboardEventSource.h"
 
+#include <QApplication>
+#include <QMessageBox>
+
 #include <gtest/gtest.h>
 
-using namespace sayvo;
+namespace sayvo {
+namespace {
+
+QMessageBox *openHelp(Permissions &permissions, Permission permission)
+{
+    const QList<QWidget *> before = QApplication::topLevelWidgets();
+    permissions.openSettings(permission);
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        if (!before.contains(widget)) {
+            if (auto *box = qobject_cast<QMessageBox *>(widget)) {
+                return box;
+            }
+        }
+    }
+    return nullptr;
+}
 
 TEST(PermissionsLinuxTest, InputMonitoringIsNotRefusedBeforeTheKeyTapIsTried)
 {
     FakeAudioHardware hardware;
-    auto source = std::make_unique<sayvo::testing::FakeKeyboardEventSource>();
-    sayvo::testing::FakeKeyboardEventSource *keys = source.get();
+    auto source = std::make_unique<testing::FakeKeyboardEventSource>();
+    testing::FakeKeyboardEventSource *keys = source.get();
     HotkeyManager hotkeys(HotkeyTrigger::f5, std::move(source));
     PermissionsLinux permissions(hardware, hotkeys);
 
@@ -21,10 +40,27 @@ TEST(PermissionsLinuxTest, InputMonitoringIsNotRefusedBeforeTheKeyTapIsTried)
     keys->failInstall = true;
     EXPECT_FALSE(hotkeys.start().ok());
     EXPECT_FALSE(permissions.isInputMonitoringGranted());
-    EXPECT_FALSE(permissions.isGranted(Permissions::Kind::inputMonitoring));
+    EXPECT_FALSE(permissions.isGranted(Permission::inputMonitoring));
     keys->failInstall = false;
     EXPECT_TRUE(hotkeys.start().ok());
     EXPECT_TRUE(permissions.isInputMonitoringGranted());
     hotkeys.stop();
     EXPECT_TRUE(permissions.isInputMonitoringGranted());
 }
+
+// The trigger is chosen on the Trigger tab; the help sends Wayland users there.
+TEST(PermissionsLinuxTest, TheInputMonitoringHelpPointsAtTheTriggerTab)
+{
+    FakeAudioHardware hardware;
+    HotkeyManager hotkeys(HotkeyTrigger::f5, std::make_unique<testing::FakeKeyboardEventSource>());
+    PermissionsLinux permissions(hardware, hotkeys);
+    QMessageBox *help = openHelp(permissions, Permission::inputMonitoring);
+    ASSERT_NE(help, nullptr);
+    EXPECT_TRUE(help->text().contains(QString::fromUtf8("Settings \xE2\x86\x92 Trigger")))
+        << help->text().toStdString();
+    EXPECT_FALSE(help->text().contains(QStringLiteral("General")));
+    help->close();
+}
+
+} // namespace
+} // namespace sayvo
