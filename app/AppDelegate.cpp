@@ -70,9 +70,10 @@ void AppDelegate::applicationDidFinishLaunching()
     becomeAccessoryApplication();
     QApplication::setQuitOnLastWindowClosed(false);
 
-    // 2. The engine client.
+    // 2. The engine client, whose hello names the language chosen in Settings; the
+    // coordinator passes on later changes.
     m_engineClient = std::make_unique<EngineClient>(
-        m_settings->endpointURL(), QString::fromLatin1(kClientVersion), std::nullopt);
+        m_settings->endpointURL(), QString::fromLatin1(kClientVersion), m_settings->language());
 
     // 3. The runtime locator and the engine supervisor.
     m_engineSupervisor = std::make_unique<EngineSupervisor>(

@@ -57,9 +57,10 @@ public:
     const ConnectionState &connectionState() const { return m_connectionState; }
     QUrl endpoint() const { return m_endpoint; }
     QString clientVersion() const { return m_clientVersion; }
-    std::optional<QString> language() const { return m_language; }
 
-    // Carried by the next "hello"; changing it sends nothing.
+    // Carried by the next "hello"; changing them sends nothing.
+    std::optional<QString> language() const { return m_language; }
+    void setLanguage(std::optional<QString> language) { m_language = std::move(language); }
     bool feedbackEnabled() const { return m_feedbackEnabled; }
     void setFeedbackEnabled(bool enabled) { m_feedbackEnabled = enabled; }
 

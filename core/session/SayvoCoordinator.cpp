@@ -67,19 +67,16 @@ SayvoCoordinator::SayvoCoordinator(EngineClient &engineClient, AudioCapture &aud
         });
     wireAudio();
 
-    // A changed feedback choice must reach the engine in the handshake, so reconnect; once
-    // stopped, the coordinator opens no connection again.
+    // The feedback choice and the language travel in the handshake: a change reconnects.
     connect(&m_settings, &SettingsStore::feedbackEnabledChanged, this, [this](bool enabled) {
         m_engineClient.setFeedbackEnabled(enabled);
-        if (m_outbound->isFinished()) {
-            return;
-        }
-        m_engineClient.disconnect();
-        const ConnectionState &state = m_engineClient.connectionState();
-        if (state.is<ConnectionState::Disconnected>() || state.is<ConnectionState::Failed>()) {
-            reconnectClient();
-        }
+        renewHandshake();
     });
+    connect(&m_settings, &SettingsStore::languageChanged, this,
+        [this](const std::optional<QString> &language) {
+            m_engineClient.setLanguage(language);
+            renewHandshake();
+        });
 
     // Rebuilds a prepared capture by itself; an unprepared one binds the choice when prepared.
     m_audioCapture.setInputDevice(m_settings.inputDeviceUID());
@@ -164,6 +161,7 @@ void SayvoCoordinator::wireAudio()
 void SayvoCoordinator::start()
 {
     m_engineClient.setFeedbackEnabled(m_settings.feedbackEnabled());
+    m_engineClient.setLanguage(m_settings.language());
     retryInputSetupIfNeeded();
     const ConnectionState &state = m_engineClient.connectionState();
     if (state.is<ConnectionState::Failed>() || state.is<ConnectionState::Disconnected>()) {
@@ -181,6 +179,19 @@ void SayvoCoordinator::stop()
     m_audioCapture.stopForwarding(false);
     m_outbound->finish();
     m_engineClient.disconnect();
+}
+
+void SayvoCoordinator::renewHandshake()
+{
+    // Once stopped, the coordinator opens no connection again.
+    if (m_outbound->isFinished()) {
+        return;
+    }
+    m_engineClient.disconnect();
+    const ConnectionState &state = m_engineClient.connectionState();
+    if (state.is<ConnectionState::Disconnected>() || state.is<ConnectionState::Failed>()) {
+        reconnectClient();
+    }
 }
 
 void SayvoCoordinator::reconnectClient()
@@ -458,8 +469,8 @@ void SayvoCoordinator::engineClientDidChangeConnection(EngineClient &, const Con
     if (!m_currentUtteranceId || state.is<ConnectionState::Connected>()) {
         return;
     }
-    // A socket closed on purpose (the feedback choice or the endpoint changed) takes the
-    // utterance's final with it just as a lost one does, so the utterance fails now instead of
+    // A socket closed on purpose (the feedback choice, the language or the endpoint changed) takes
+    // the utterance's final with it just as a lost one does, so the utterance fails now instead of
     // waiting for an answer that cannot come.
     failUtterance(
         state.is<ConnectionState::Failed>() ? kConnectionLostMessage : kConnectionRestartedMessage);

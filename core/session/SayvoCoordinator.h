@@ -178,6 +178,8 @@ private:
     void failUtterance(const QString &message);
     void scheduleReturnToIdle(double seconds);
     void startFeedback(const QString &utteranceId, const QString &text, qint64 editDelayMs);
+    // Closes the connection and opens a new one, whose hello carries the current settings.
+    void renewHandshake();
     void reconnectClient();
 
     void setState(AppState state);

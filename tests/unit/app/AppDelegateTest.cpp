@@ -19,7 +19,10 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QComboBox>
 #include <QGuiApplication>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
@@ -73,6 +76,24 @@ protected:
     QList<int> probedPorts;
     std::unique_ptr<AppDelegate> delegate;
 };
+
+// The "language" of every hello the engine received, in order; nullopt where it had none.
+std::vector<std::optional<QString>> helloLanguages(const sayvo::test::TestEngine &engine)
+{
+    std::vector<std::optional<QString>> languages;
+    for (const QByteArray &text : engine.textFrames()) {
+        const QJsonObject message = QJsonDocument::fromJson(text).object();
+        if (message.value("type") != "hello") {
+            continue;
+        }
+        if (message.contains("language")) {
+            languages.emplace_back(message.value("language").toString());
+        } else {
+            languages.emplace_back(std::nullopt);
+        }
+    }
+    return languages;
+}
 
 } // namespace
 
@@ -260,6 +281,43 @@ TEST_F(AppDelegateTest, TheInputPollRetriesUntilMicrophoneAndKeysWorkThenStops)
     fakes.keys->failInstall = false;
     ASSERT_TRUE(QTest::qWaitFor([&] { return !delegate->isInputSetupPollRunning(); }, 4000));
     EXPECT_TRUE(delegate->coordinator()->inputReady());
+}
+
+TEST_F(AppDelegateTest, TheLanguageChosenInSettingsTravelsInTheHello)
+{
+    const std::optional<QString> chosen = languageChoices().back().value;
+    ASSERT_TRUE(chosen.has_value());
+    portOpen = true;
+    launch();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return helloLanguages(engine).size() == 1; }, 5000));
+    EXPECT_EQ(helloLanguages(engine)[0], std::nullopt);
+
+    // Chosen while running: the client reconnects and its hello names the language.
+    delegate->showSettings();
+    auto *language = delegate->settingsWindow()->findChild<QComboBox *>("languageChoice");
+    ASSERT_NE(language, nullptr);
+    language->setFocus();
+    QTest::keyClick(language, Qt::Key_End);
+    ASSERT_EQ(delegate->settings().language(), chosen);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return helloLanguages(engine).size() == 2; }, 5000));
+    EXPECT_EQ(helloLanguages(engine)[1], chosen);
+
+    // Back to the engine's default.
+    QTest::keyClick(language, Qt::Key_Home);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return helloLanguages(engine).size() == 3; }, 5000));
+    EXPECT_EQ(helloLanguages(engine)[2], std::nullopt);
+}
+
+TEST_F(AppDelegateTest, ALanguageChosenInAnEarlierRunTravelsInTheFirstHello)
+{
+    const std::optional<QString> chosen = languageChoices().back().value;
+    ASSERT_TRUE(chosen.has_value());
+    preferences.setValue(SettingsStore::kLanguageKey, *chosen);
+    portOpen = true;
+    launch();
+    EXPECT_EQ(delegate->engineClient()->language(), chosen);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !helloLanguages(engine).empty(); }, 5000));
+    EXPECT_EQ(helloLanguages(engine)[0], chosen);
 }
 
 TEST_F(AppDelegateTest, WindowsAreCreatedOnceAndReused)

@@ -627,6 +627,27 @@ TEST_F(CoordinatorTest, ChangingTheFeedbackSettingReconnectsEachTime)
     EXPECT_EQ(h.engine.closeCode(0), 1001);
 }
 
+TEST_F(CoordinatorTest, ChangingTheLanguageReconnectsWithItInTheHello)
+{
+    ASSERT_EQ(h.engine.connectionCount(), 1);
+    EXPECT_FALSE(textMessages(h).front().contains("language"));
+    h.settings->setLanguage(QStringLiteral("hi"));
+    ASSERT_TRUE(waitFor([&] {
+        return h.engine.connectionCount() == 2
+            && c().connectionHealth().is<EngineConnectionHealth::Connected>();
+    }));
+    EXPECT_EQ(textMessages(h).back()["type"], "hello");
+    EXPECT_EQ(textMessages(h).back()["language"], "hi");
+    // Back to the engine's default: the hello names no language.
+    h.settings->setLanguage(std::nullopt);
+    ASSERT_TRUE(waitFor([&] {
+        return h.engine.connectionCount() == 3
+            && c().connectionHealth().is<EngineConnectionHealth::Connected>();
+    }));
+    EXPECT_EQ(textMessages(h).back()["type"], "hello");
+    EXPECT_FALSE(textMessages(h).back().contains("language"));
+}
+
 TEST_F(CoordinatorTest, FeedbackFollowsEachFinalOnlyWhenEnabled)
 {
     h.answerWith(CoordinatorHarness::finalWithText("No feedback."));
