@@ -40,7 +40,7 @@ public:
     static constexpr double kMaxReconnectDelaySeconds = 8.0;
     static constexpr quint16 kGoingAwayCloseCode = 1001;
     // Frames waiting for a socket that is still opening, in bytes; sends beyond it fail.
-    static constexpr qsizetype kMaxPendingBytes = 4 * 1024 * 1024;
+    static constexpr qsizetype kMaxPendingBytes = qsizetype {4} * 1024 * 1024;
 
     EngineClient(QUrl endpoint, QString clientVersion,
         std::optional<QString> language = std::nullopt, QObject *parent = nullptr);

@@ -344,11 +344,11 @@ bool SayvoCoordinator::refuseWithoutEngine()
 Status<AudioCaptureError> SayvoCoordinator::openMicrophone()
 {
     if (!m_audioCapture.isPrepared()) {
-        if (const auto prepared = m_audioCapture.prepare(); !prepared) {
+        if (auto prepared = m_audioCapture.prepare(); !prepared) {
             return prepared;
         }
     }
-    const auto started = m_audioCapture.startForwarding();
+    auto started = m_audioCapture.startForwarding();
     if (!started) {
         m_audioCapture.stopForwarding(false);
     }
