@@ -67,6 +67,17 @@ protected:
         delegate->applicationDidFinishLaunching();
     }
 
+    bool waitConnected()
+    {
+        return QTest::qWaitFor(
+            [&] {
+                return delegate->coordinator()
+                    ->connectionHealth()
+                    .is<EngineConnectionHealth::Connected>();
+            },
+            5000);
+    }
+
     sayvo::test::TestEngine engine;
     FakePreferenceStore preferences;
     sayvo::test::RuntimeSandbox sandbox;
@@ -107,13 +118,7 @@ TEST_F(AppDelegateTest, LaunchCreatesEverythingAndConnects)
     EXPECT_EQ(delegate->engineClient()->clientVersion(), "0.1.0");
     EXPECT_FALSE(delegate->engineClient()->language().has_value());
     EXPECT_EQ(delegate->engineClient()->endpoint(), engine.url());
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            return delegate->coordinator()
-                ->connectionHealth()
-                .is<EngineConnectionHealth::Connected>();
-        },
-        5000));
+    ASSERT_TRUE(waitConnected());
     // The endpoint subscription starts the supervisor at once and launch starts it again:
     // the second start finds the engine it launched and leaves it alone.
     EXPECT_EQ(probedPorts.size(), 1);
@@ -425,13 +430,7 @@ TEST_F(AppDelegateTest, TheMainMenuHasQuitAndTheEditCommands)
 TEST_F(AppDelegateTest, TerminationStopsTheCoordinatorThenTheSupervisor)
 {
     launch();
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            return delegate->coordinator()
-                ->connectionHealth()
-                .is<EngineConnectionHealth::Connected>();
-        },
-        5000));
+    ASSERT_TRUE(waitConnected());
     ASSERT_EQ(fakes.launches->started.size(), 1);
     // When the engine is told to go, dictation has already stopped.
     std::optional<bool> stoppedFirst;
@@ -453,13 +452,7 @@ TEST_F(AppDelegateTest, OnceReadyAndIdleNothingOfSayvosWakesTheMainThread)
 {
     portOpen = true;
     launch();
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            return delegate->coordinator()
-                ->connectionHealth()
-                .is<EngineConnectionHealth::Connected>();
-        },
-        5000));
+    ASSERT_TRUE(waitConnected());
     ASSERT_FALSE(delegate->isInputSetupPollRunning());
     // Deferred clean-ups of earlier tests in this process (a socket's 2 s farewell) run out first.
     QTest::qWait(2500);
@@ -515,13 +508,7 @@ TEST_F(AppDelegateTest, ADictationLeavesNoWordOfWhatWasSaidCopiedOrOnScreenInThe
         77, QStringLiteral("Draft"), QStringLiteral("Dear Sam, the screen secret"));
     fakes.pasteboard->preload(
         {{{sayvo::testing::FakePasteboard::kPlainTextType, QByteArray("the clipboard secret")}}});
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            return delegate->coordinator()
-                ->connectionHealth()
-                .is<EngineConnectionHealth::Connected>();
-        },
-        5000));
+    ASSERT_TRUE(waitConnected());
 
     fakes.keys->keyDown(fakes.keys->codes.f5);
     ASSERT_TRUE(QTest::qWaitFor(
