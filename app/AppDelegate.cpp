@@ -97,13 +97,21 @@ void AppDelegate::applicationDidFinishLaunching()
         = std::make_unique<SayvoCoordinator>(*m_engineClient, *m_audioCapture, *m_hotkeyManager,
             *m_contextHarvester, *m_textInserter, *m_settings, *m_usageStats, *m_audioHardware);
 
+    // Where the platform announces the window in front (Wayland), the coordinator hears of it
+    // as of an application's activation.
+    m_desktop.workspace->setOnActivation(
+        [] { NotificationCenter::defaultCenter().post(kDidActivateApplicationNotification); });
+
     // Every dictation state in the log: what the user saw, for bug reports.
     connect(m_coordinator.get(), &SayvoCoordinator::stateChanged, this, [](const AppState &state) {
         Logging::shared().debug(QStringLiteral("state: ") + describe(state));
     });
 
-    // 6. The heads-up display, whose level bars follow the microphone.
-    m_hudController = std::make_unique<HUDController>(*m_coordinator);
+    // 6. The heads-up display, whose level bars follow the microphone; not where it would take
+    // the keyboard focus from the field being dictated into.
+    if (m_desktop.plan.canShowPanelWithoutFocus) {
+        m_hudController = std::make_unique<HUDController>(*m_coordinator);
+    }
     QPointer<HUDController> hud(m_hudController.get());
     m_audioCapture->setOnRMS([hud](float rms) {
         if (hud) {
@@ -123,7 +131,7 @@ void AppDelegate::applicationDidFinishLaunching()
     m_menuBarController = std::make_unique<MenuBarController>(*m_coordinator, *m_engineSupervisor,
         m_settings->hotkeyTrigger(), call(&AppDelegate::showSettings),
         call(&AppDelegate::showSetup), call(&AppDelegate::showCalibration),
-        makeLoginItem(QCoreApplication::applicationFilePath()));
+        makeLoginItem(launchCommandPath()));
     m_trayAvailability = std::make_unique<TrayAvailability>(m_platform.trayAvailable);
 
     // 8. Endpoint: the client moves first, then the supervisor; the current value comes at once.
@@ -334,12 +342,13 @@ void AppDelegate::showSettings()
 {
     if (!m_settingsWindow) {
         QPointer<AppDelegate> weak(this);
-        m_settingsWindow = makeSettingsWindow(*m_settings, *m_usageStats, *m_coordinator,
-            *m_engineSupervisor, *m_permissions, *m_trayAvailability, [weak] {
-                if (weak) {
-                    weak->quit();
-                }
-            });
+        m_settingsWindow
+            = makeSettingsWindow(*m_settings, *m_usageStats, *m_coordinator, *m_engineSupervisor,
+                *m_permissions, *m_trayAvailability, m_desktop.plan.capabilities, [weak] {
+                    if (weak) {
+                        weak->quit();
+                    }
+                });
         prepareWindow(m_settingsWindow.get(), QStringLiteral("Settings"), true);
     }
     bringToFront(m_settingsWindow.get());

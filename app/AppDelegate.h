@@ -82,6 +82,7 @@ public:
     MenuBarController *menuBarController() const { return m_menuBarController.get(); }
     TrayAvailability *trayAvailability() const { return m_trayAvailability.get(); }
     AudioCapture *audioCapture() const { return m_audioCapture.get(); }
+    HotkeyManager *hotkeyManager() const { return m_hotkeyManager.get(); }
     Permissions *permissions() const { return m_permissions.get(); }
     QWidget *settingsWindow() const { return m_settingsWindow.get(); }
     QWidget *setupWindow() const { return m_setupWindow.get(); }

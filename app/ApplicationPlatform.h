@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QString>
+
 #include <functional>
 
 class QObject;
@@ -15,6 +17,10 @@ bool prepareDesktopSession();
 
 // Sends the log lines of Logging to the system log. Called before QApplication exists.
 void installSystemLog();
+
+// The program that starts Sayvo, which the login item runs: the `sayvo` command where the
+// application is started through it. Needs the QApplication.
+QString launchCommandPath();
 
 // Runs the application as an accessory: no Dock icon and no application menu bar.
 void becomeAccessoryApplication();

@@ -1,5 +1,6 @@
 #include "app/WindowFactory.h"
 
+#include "app/ApplicationPlatform.h"
 #include "app/Permissions.h"
 #include "calibration/CalibrationController.h"
 #include "engineclient/EngineClient.h"
@@ -9,19 +10,19 @@
 #include "ui/NoTrayNotice.h"
 #include "ui/SettingsWindow.h"
 
-#include <QCoreApplication>
-
 namespace sayvo {
 
 std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
     SayvoCoordinator &coordinator, EngineSupervisor &, Permissions &permissions,
-    TrayAvailability &tray, std::function<void()> quit)
+    TrayAvailability &tray, const std::vector<DesktopCapabilityStatus> &desktopCapabilities,
+    std::function<void()> quit)
 {
     auto window = std::make_unique<SettingsWindow>(
         settings, usageStats, coordinator, [&permissions] { return permissions.snapshot(); },
         [&permissions](Permission permission) { permissions.openSettings(permission); },
-        makeLoginItem(QCoreApplication::applicationFilePath()));
+        makeLoginItem(launchCommandPath()));
     window->setNotice(new NoTrayNotice(tray, std::move(quit), window.get()));
+    window->setDesktopCapabilities(desktopCapabilities);
     return window;
 }
 

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "desktop/DesktopPlan.h"
+
 #include <functional>
 #include <memory>
+#include <vector>
 
 class QWidget;
 
@@ -19,7 +22,8 @@ class UsageStatsStore;
 // says so while the desktop has no tray, and offers `quit` then.
 std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
     SayvoCoordinator &coordinator, EngineSupervisor &engineSupervisor, Permissions &permissions,
-    TrayAvailability &tray, std::function<void()> quit);
+    TrayAvailability &tray, const std::vector<DesktopCapabilityStatus> &desktopCapabilities,
+    std::function<void()> quit);
 std::unique_ptr<QWidget> makeSetupWindow(EngineSupervisor &engineSupervisor);
 std::unique_ptr<QWidget> makeCalibrationWindow(
     SayvoCoordinator &coordinator, EngineClient &engineClient, SettingsStore &settings);

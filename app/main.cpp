@@ -3,6 +3,7 @@
 #include "app/ApplicationPlatform.h"
 #include "app/CommandLine.h"
 #include "app/ShutdownSignals.h"
+#include "app/SingleInstance.h"
 #include "base/AppIdentity.h"
 #include "store/NativePreferenceStore.h"
 #include "store/PreferenceStoreQSettings.h"
@@ -12,8 +13,14 @@
 
 int main(int argc, char **argv)
 {
-    // Before any desktop connection: --help and --version work without a display.
+    // Before any desktop connection: --help, --version and `sayvo trigger ...` work without
+    // a display (the `sayvo` launcher answers them the same way before it gets here).
     if (const std::optional<int> exitCode = sayvo::CommandLine::handle(argc, argv)) {
+        return *exitCode;
+    }
+    // One Sayvo per user: a second launch shows the running one's settings window and ends.
+    sayvo::SingleInstance instance;
+    if (const std::optional<int> exitCode = instance.handOffIfRunning()) {
         return *exitCode;
     }
     if (!sayvo::prepareDesktopSession()) {
@@ -41,5 +48,6 @@ int main(int argc, char **argv)
     // SIGTERM and SIGINT end the run like Quit does, so the engine is shut down too.
     sayvo::ShutdownSignals shutdownSignals(&app);
     delegate.applicationDidFinishLaunching();
+    instance.serve(delegate);
     return QApplication::exec();
 }

@@ -16,7 +16,9 @@ with capitals and punctuation.
 Speech is recognised on this computer by Sayvo's own speech engine, built on
 PocketSphinx, which Sayvo sets up for each user on first start. The text is
 pasted (the clipboard is put back afterwards) or inserted through the
-accessibility interface. Works on X11 desktops with PulseAudio or PipeWire.]=])
+accessibility interface. Works on X11 desktops, and natively on Wayland
+compositors that offer the wlroots protocols (sway, Hyprland, river, labwc,
+Wayfire), with PulseAudio or PipeWire.]=])
 # Input methods (ibus, fcitx) are in utils: Sayvo is one for the voice.
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)

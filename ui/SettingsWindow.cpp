@@ -6,6 +6,7 @@
 #include "store/Subscribe.h"
 #include "store/UsagePresentation.h"
 #include "store/UsageStatsStore.h"
+#include "ui/DesktopCapabilityList.h"
 #include "ui/DictionaryChipEditor.h"
 #include "ui/PlatformTexts.h"
 #include "ui/SettingsControls.h"
@@ -793,8 +794,15 @@ QWidget *SettingsWindow::buildPermissions()
         Permission::accessibility, QStringLiteral("Accessibility"), "accessibilityPermission");
     m_inputMonitoringPermission = addRow(Permission::inputMonitoring,
         QStringLiteral("Input Monitoring"), "inputMonitoringPermission");
+    m_desktopCapabilities = new DesktopCapabilityList(page.content);
+    page.layout->addWidget(m_desktopCapabilities);
     page.layout->addStretch();
     return page.scroll;
+}
+
+void SettingsWindow::setDesktopCapabilities(const std::vector<DesktopCapabilityStatus> &statuses)
+{
+    m_desktopCapabilities->setStatuses(statuses);
 }
 
 void SettingsWindow::refreshPermissions()

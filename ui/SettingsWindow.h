@@ -1,5 +1,6 @@
 #pragma once
 
+#include "desktop/DesktopPlan.h"
 #include "runtime/EngineFootprint.h"
 #include "ui/LoginItem.h"
 #include "ui/PermissionSnapshot.h"
@@ -25,6 +26,7 @@ namespace sayvo {
 class DictionaryChipEditor;
 class FootprintSampler;
 class SayvoCoordinator;
+class DesktopCapabilityList;
 class SettingsPermissionRow;
 class SettingsRadioList;
 class SettingsSegmentedControl;
@@ -87,6 +89,9 @@ public:
     // A band above every tab, for what the app must tell the user whichever tab is open. Make it
     // with the window as its parent; it keeps its own visibility.
     void setNotice(QWidget *notice);
+    // What works in this desktop session, one line per capability, under the permissions.
+    void setDesktopCapabilities(const std::vector<DesktopCapabilityStatus> &statuses);
+    DesktopCapabilityList *desktopCapabilities() const { return m_desktopCapabilities; }
     FootprintSampler *sampler() const { return m_sampler.get(); }
 
 protected:
@@ -159,6 +164,7 @@ private:
     SettingsPermissionRow *m_microphonePermission = nullptr;
     SettingsPermissionRow *m_accessibilityPermission = nullptr;
     SettingsPermissionRow *m_inputMonitoringPermission = nullptr;
+    DesktopCapabilityList *m_desktopCapabilities = nullptr;
 };
 
 } // namespace sayvo

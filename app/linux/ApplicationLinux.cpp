@@ -1,7 +1,12 @@
 #include "app/ApplicationPlatform.h"
 
+#include "desktop/DesktopSessionFacts.h"
+#include "runtime/AppBundle.h"
+
+#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusServiceWatcher>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QtGlobal>
 
@@ -11,19 +16,24 @@ namespace sayvo {
 
 bool prepareDesktopSession()
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY")
-        && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
-        std::fprintf(stderr,
-            "sayvo: no desktop to run on (neither DISPLAY nor WAYLAND_DISPLAY is set).\n"
-            "To see a whole dictation without a desktop, run ./dev demo.\n");
-        return false;
+    if (!qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        return true;
     }
-    // Key grabs, synthetic paste and the window list go through X11; under Wayland, XWayland
-    // provides them.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !qEnvironmentVariableIsEmpty("DISPLAY")) {
+    switch (sessionKind(QProcessEnvironment::systemEnvironment())) {
+    case SessionKind::wayland:
+        // Qt's own Wayland platform; XWayland only where qt6-wayland is not installed.
+        qputenv("QT_QPA_PLATFORM", "wayland;xcb");
+        return true;
+    case SessionKind::x11:
         qputenv("QT_QPA_PLATFORM", "xcb");
+        return true;
+    case SessionKind::none:
+        break;
     }
-    return true;
+    std::fprintf(stderr,
+        "sayvo: no desktop to run on (neither DISPLAY nor WAYLAND_DISPLAY is set).\n"
+        "To see a whole dictation without a desktop, run ./dev demo.\n");
+    return false;
 }
 
 void installSystemLog()
@@ -32,6 +42,11 @@ void installSystemLog()
     // journal. The prefix tells Sayvo's lines from the rest of the session's.
     qSetMessagePattern(
         QStringLiteral("sayvo %{if-category}[%{category}] %{endif}%{type}: %{message}"));
+}
+
+QString launchCommandPath()
+{
+    return mainAppBundle().bundlePath.value_or(QCoreApplication::applicationFilePath());
 }
 
 void becomeAccessoryApplication()

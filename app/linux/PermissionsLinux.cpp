@@ -126,11 +126,14 @@ void PermissionsLinux::openSettings(Permission permission)
         break;
     case Permission::inputMonitoring:
         title = QStringLiteral("Input Monitoring");
-        text = QStringLiteral("Sayvo watches its trigger key through the X server. On a Wayland "
-                              "session only X11 applications "
-                              "(XWayland) pass keys to it; there, choose \"Tray icon click "
-                              "(toggle)\" as the trigger in "
-                              "Settings → Trigger.");
+        text = QStringLiteral(
+            "On X11 Sayvo watches its trigger key through the X server. On Wayland no "
+            "application may watch keys: bind the key in your compositor instead, for sway\n\n"
+            "    bindsym --no-repeat Control_R exec sayvo trigger press\n"
+            "    bindsym --release Control_R exec sayvo trigger release\n\n"
+            "or add a custom shortcut in the desktop's keyboard settings that runs "
+            "\"sayvo trigger toggle\" with Toggle as the trigger mode. Without either, choose "
+            "\"Tray icon click (toggle)\" as the trigger in Settings → Trigger.");
         break;
     }
     auto *dialog = new QMessageBox(QMessageBox::Information, title, text);

@@ -13,10 +13,18 @@ AudioCapture::AudioCapture(std::unique_ptr<AudioInputEngine> engine, AudioHardwa
     : m_engine(std::move(engine)),
       m_hardware(hardware),
       m_queue(std::make_unique<SerialQueue>(kQueueLabel))
-{ }
+{
+    m_engine->setOnInterruption([this](const QString &reason) {
+        std::lock_guard lock(m_onInterruptedMutex);
+        if (m_onInterrupted) {
+            m_onInterrupted(reason);
+        }
+    });
+}
 
 AudioCapture::~AudioCapture()
 {
+    m_engine->setOnInterruption({});
     // The tap and the queued work refer to this object: silence the tap first, then the
     // queue (the last member) discards what is still pending.
     if (m_isPrepared) {
@@ -44,6 +52,12 @@ void AudioCapture::setOnCaptureLive(LiveHandler handler)
     m_queue->sync([&] { m_onCaptureLive = std::move(handler); });
 }
 
+void AudioCapture::setOnInterrupted(InterruptionHandler handler)
+{
+    std::lock_guard lock(m_onInterruptedMutex);
+    m_onInterrupted = std::move(handler);
+}
+
 Status<AudioCaptureError> AudioCapture::prepare()
 {
     if (m_isPrepared) {
@@ -68,8 +82,13 @@ Status<AudioCaptureError> AudioCapture::prepare()
     }
     const auto bufferFrames
         = quint32(std::max(1L, std::lround(format->sampleRate * kTapBufferMs / 1000.0)));
-    m_engine->installTap(
-        bufferFrames, *format, [this](const AudioBufferView &buffer) { handleBuffer(buffer); });
+    if (const auto refused = m_engine->installTap(bufferFrames, *format,
+            [this](const AudioBufferView &buffer) { handleBuffer(buffer); })) {
+        std::lock_guard lock(m_converterMutex);
+        m_converter.reset();
+        return AudioCaptureError::tapRefused(*refused);
+    }
+    m_preparedFormat = *format;
     m_isPrepared = true;
     Logging::shared().info(
         QStringLiteral("audio ready (idle): input %1 Hz, %2 ch \u2014 mic opens only while "
@@ -188,6 +207,11 @@ Status<AudioCaptureError> AudioCapture::startForwarding()
         }
     }
     m_isForwarding = true;
+    return openMicrophone();
+}
+
+Status<AudioCaptureError> AudioCapture::openMicrophone()
+{
     if (m_isPrepared && !m_engine->isRunning()) {
         if (const auto failure = m_engine->start()) {
             Logging::shared().error(
@@ -245,6 +269,34 @@ void AudioCapture::reconcile(const QSet<QString> &availableUIDs)
     // The choice is unavailable or there is none: the default input is the right binding.
     if (m_activeDeviceUID) {
         rebuild();
+    }
+}
+
+void AudioCapture::followDefaultInput()
+{
+    // A chosen device stays bound whatever the system prefers.
+    if (!m_isPrepared || m_activeDeviceUID) {
+        return;
+    }
+    rebuildAndResume();
+}
+
+void AudioCapture::recover()
+{
+    if (m_isPrepared && m_engine->isRunning() == m_isForwarding.load()) {
+        const auto format = m_engine->inputFormat();
+        if (format && *format == m_preparedFormat) {
+            return;
+        }
+    }
+    rebuildAndResume();
+}
+
+void AudioCapture::rebuildAndResume()
+{
+    rebuild();
+    if (m_isForwarding) {
+        openMicrophone();
     }
 }
 

@@ -17,6 +17,9 @@ struct AudioCaptureError
         soundServerUnavailable,
         // The prepared microphone would not open (busy, unplugged); `reason` says why.
         microphoneStartFailed,
+        // The sound system refused the tap on the input (a format it no longer has, or a
+        // device that vanished meanwhile); `reason` says why.
+        tapRefused,
     };
 
     Kind kind = Kind::invalidInputFormat;
@@ -39,6 +42,10 @@ struct AudioCaptureError
     static AudioCaptureError microphoneStartFailed(const QString &reason)
     {
         return {Kind::microphoneStartFailed, 0.0, 0, reason};
+    }
+    static AudioCaptureError tapRefused(const QString &reason)
+    {
+        return {Kind::tapRefused, 0.0, 0, reason};
     }
 
     QString describe() const;

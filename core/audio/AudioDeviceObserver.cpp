@@ -16,11 +16,24 @@ AudioDeviceObserver::AudioDeviceObserver(AudioHardware &hardware, QObject *paren
             QMetaObject::invokeMethod(this, &AudioDeviceObserver::refresh, Qt::QueuedConnection);
         }
     });
+    m_defaultInputListener = m_system.addDefaultInputListener([this] {
+        if (!m_defaultInputQueued.exchange(true)) {
+            QMetaObject::invokeMethod(
+                this, &AudioDeviceObserver::announceDefaultInput, Qt::QueuedConnection);
+        }
+    });
 }
 
 AudioDeviceObserver::~AudioDeviceObserver()
 {
+    m_system.removeDefaultInputListener(m_defaultInputListener);
     m_system.removeDeviceListListener(m_listener);
+}
+
+void AudioDeviceObserver::announceDefaultInput()
+{
+    m_defaultInputQueued = false;
+    emit defaultInputChanged();
 }
 
 void AudioDeviceObserver::refresh()

@@ -31,6 +31,10 @@ AccessibleElementPtr focusedElement(AccessibilityProvider &provider)
 
 AccessibleElementPtr focusedElement(AccessibilityProvider &provider, qint64 pid)
 {
+    // Wayland names no process for the window in front: the desktop's focus is the one then.
+    if (pid <= 0) {
+        return focusedElement(provider);
+    }
     return elementAttribute(provider, provider.applicationElement(pid), kFocusedUIElement);
 }
 

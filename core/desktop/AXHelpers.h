@@ -19,7 +19,8 @@ inline const QString kValue = QStringLiteral("AXValue");
 
 // The element that has the keyboard focus anywhere on the desktop.
 AccessibleElementPtr focusedElement(AccessibilityProvider &provider);
-// The focused element of the application with that process id.
+// The focused element of the application with that process id; of the whole desktop when the
+// process is unknown (0).
 AccessibleElementPtr focusedElement(AccessibilityProvider &provider, qint64 pid);
 // The attribute when it could be read and is a string (an empty string included).
 std::optional<QString> stringAttribute(

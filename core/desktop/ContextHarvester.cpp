@@ -60,7 +60,10 @@ ContextPack ContextHarvester::harvestCheapContext(const QStringList &personalDic
         pack.appName = toStd(front->name);
         std::optional<QString> title = AXHelpers::windowTitle(*m_accessibility, front->pid);
         // An empty accessible title is still an answer; only a missing one sends us to the
-        // window list.
+        // title the platform gave with the application, then to the window list.
+        if (!title) {
+            title = front->windowTitle;
+        }
         if (!title) {
             title = fallbackWindowTitle(front->pid);
         }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "desktop/AccessibilityProvider.h"
+#include "desktop/DesktopPlan.h"
 #include "desktop/KeySynthesizer.h"
 #include "desktop/KeyboardEventSource.h"
 #include "desktop/Pasteboard.h"
@@ -23,10 +24,13 @@ struct DesktopServices
     std::shared_ptr<AccessibilityProvider> accessibility;
     std::shared_ptr<Workspace> workspace;
     std::shared_ptr<WindowList> windowList;
+    // Which adapter each capability got, and what the user is told about it.
+    DesktopPlan plan;
 };
 
 // Defined once per platform. Never fails: an adapter whose service is missing answers
-// "absent" or "failed" at run time.
+// "absent" or "failed" at run time. Where the platform offers several ways (X11 or Wayland),
+// the choice is made here once, per capability, and logged.
 DesktopServices createDesktopServices();
 
 } // namespace sayvo

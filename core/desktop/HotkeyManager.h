@@ -14,6 +14,8 @@ namespace sayvo {
 
 enum class HotkeyError {
     tapCreationFailed,
+    // The user has not (yet) let Sayvo watch the keyboard.
+    permissionMissing,
 };
 
 QString describe(HotkeyError error);
@@ -35,14 +37,24 @@ public:
     void setOnStart(std::function<void()> callback) { m_onStart = std::move(callback); }
     void setOnEnd(std::function<void()> callback) { m_onEnd = std::move(callback); }
 
-    // Installs the keyboard tap; does nothing when it is already installed. On failure the
-    // manager stays uninstalled and may be started again later.
+    // Installs the keyboard tap; does nothing when it is already installed. Without the
+    // user's leave to watch the keyboard nothing is installed, since such a tap would never
+    // fire. On failure the manager stays uninstalled and may be started again later, until
+    // the leave is given.
     Status<HotkeyError> start();
     // Removes the tap. A key still held gets no onEnd.
     void stop();
     bool isInstalled() const { return m_installed; }
     // The last start() failed (the system refused the tap); cleared by a successful one.
     bool wasRefused() const { return m_refused; }
+
+    // The trigger key going down and up as a compositor's key binding reports them (`sayvo
+    // trigger press` and `release`), under the same rules as the watched key: a press while
+    // the key is down already is ignored like auto-repeat. Works with or without the tap.
+    void press();
+    void release();
+    // One whole press and release (`sayvo trigger toggle`).
+    void pressAndRelease();
     bool isKeyDown() const { return m_isKeyDown; }
 
 private:

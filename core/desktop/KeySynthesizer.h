@@ -25,10 +25,23 @@ public:
     // Presses and releases the paste chord (Command-V on macOS whatever is asked). True when
     // the events were posted; whether the target acted on them cannot be observed.
     virtual bool postPaste(PasteShortcut shortcut) = 0;
+    // Whether the system delivers the events this process posts. Where posting needs the
+    // user's leave (macOS), events posted without it vanish without an error.
+    virtual bool mayPostEvents() { return true; }
     // Whether any key is held down now. A paste waits for the keyboard to be quiet, so its
     // chord is not mixed with a held modifier and (X11) does not go to the client that
     // grabbed a held trigger key. Platforms where neither can happen say false.
     virtual bool isAnyKeyHeld() { return false; }
+    // False where the session lets no application post keys; pasting is not tried then.
+    virtual bool isAvailable() const { return true; }
+};
+
+// The keystrokes of a session that offers no way to post them.
+class NoKeySynthesizer : public KeySynthesizer
+{
+public:
+    bool postPaste(PasteShortcut) override { return false; }
+    bool isAvailable() const override { return false; }
 };
 
 } // namespace sayvo

@@ -67,7 +67,22 @@ public:
     virtual void uninstall() = 0;
     // Switches a tap the system disabled back on.
     virtual void reenable() = 0;
+    // Whether the user has let this process watch the keyboard. Where that takes leave
+    // (macOS), a hook made without it is created all the same but never sees a key.
+    virtual bool isPermitted() const { return true; }
     virtual TriggerKeyCodes keyCodes() const = 0;
+};
+
+// A session whose keys no application may watch (Wayland): the trigger arrives from a key
+// binding of the compositor running `sayvo trigger`, handed to HotkeyManager directly. There
+// is nothing to install, so the hook never fails and is never retried.
+class NoKeyboardEventSource : public KeyboardEventSource
+{
+public:
+    bool install(const std::vector<int> &, Callback) override { return true; }
+    void uninstall() override { }
+    void reenable() override { }
+    TriggerKeyCodes keyCodes() const override { return {}; }
 };
 
 } // namespace sayvo

@@ -65,4 +65,16 @@ private:
     std::function<void()> m_onServed;
 };
 
+// The clipboard of a session that keeps it from Sayvo: always empty, never written.
+class NoPasteboard : public Pasteboard
+{
+public:
+    std::vector<PasteboardItem> items() override { return {}; }
+    std::optional<QString> string() override { return std::nullopt; }
+    void clearContents() override { }
+    bool setConcealedString(const QString &) override { return false; }
+    bool writeItems(const std::vector<PasteboardItem> &) override { return false; }
+    qint64 changeCount() override { return 0; }
+};
+
 } // namespace sayvo

@@ -4,7 +4,15 @@ namespace sayvo {
 
 PasteboardSnapshot PasteboardSnapshot::capture(Pasteboard &pasteboard)
 {
-    return PasteboardSnapshot {pasteboard.items()};
+    // An item none of whose types could be read (data promised by an application that has
+    // quit) would come back as an empty item, which pastes as nothing: leave it out.
+    PasteboardSnapshot snapshot;
+    for (PasteboardItem &item : pasteboard.items()) {
+        if (!item.empty()) {
+            snapshot.items.push_back(std::move(item));
+        }
+    }
+    return snapshot;
 }
 
 bool PasteboardSnapshot::restore(Pasteboard &pasteboard) const

@@ -6,7 +6,8 @@
 
 namespace sayvo {
 
-// A copy of the whole clipboard, taken before a paste and put back afterwards.
+// A copy of the whole clipboard, taken before a paste and put back afterwards: every item
+// with at least one readable type.
 struct PasteboardSnapshot
 {
     std::vector<PasteboardItem> items;

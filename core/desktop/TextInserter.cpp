@@ -105,6 +105,11 @@ void TextInserter::insert(const QString &text, InsertionMethod method, Completio
         done(false);
         return;
     }
+    // Where the session lets no application post keys, accessibility is the only way in.
+    if (!m_keySynthesizer->isAvailable()) {
+        done(insertViaAX(text));
+        return;
+    }
     if (method == InsertionMethod::axDirect && insertViaAX(text)) {
         done(true);
         return;
@@ -163,6 +168,14 @@ void TextInserter::sendPaste()
         }
     }
     Pasteboard &board = *paste.pasteboard;
+
+    // Without leave to post keys the chord would vanish and the transcript would sit on the
+    // clipboard for nothing: fail before touching it.
+    if (!m_keySynthesizer->mayPostEvents()) {
+        paste.done(false);
+        startNextPaste();
+        return;
+    }
 
     // The previous paste's text still on this clipboard means the user's own content is the
     // snapshot it saved; anything else written since is the user's now.

@@ -20,7 +20,8 @@
 namespace sayvo {
 
 // Puts a transcript into the focused field of the application in front, by a synthetic paste
-// or by a direct accessibility write. Main thread only; failures are a false result.
+// or by a direct accessibility write; only by the latter where the session lets no
+// application post keys. Main thread only; failures are a false result.
 //
 // A paste waits, without blocking, until no key is held; then it saves the clipboard, puts
 // the text on it in one write, sends the paste chord and reports. The saved clipboard comes

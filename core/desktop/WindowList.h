@@ -27,4 +27,11 @@ public:
     virtual std::optional<std::vector<WindowInfo>> onScreenWindows() = 0;
 };
 
+// The window list of a session that offers none to applications (Wayland).
+class NoWindowList : public WindowList
+{
+public:
+    std::optional<std::vector<WindowInfo>> onScreenWindows() override { return std::nullopt; }
+};
+
 } // namespace sayvo

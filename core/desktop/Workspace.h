@@ -2,6 +2,7 @@
 
 #include <QString>
 
+#include <functional>
 #include <optional>
 
 namespace sayvo {
@@ -10,7 +11,11 @@ struct FrontApplication
 {
     std::optional<QString> bundleId;
     std::optional<QString> name;
+    // 0 where the platform does not say (Wayland).
     qint64 pid = 0;
+    // The title of its window in front, where the platform reports it with the application
+    // (Wayland toplevels); elsewhere it is read from the window or through accessibility.
+    std::optional<QString> windowTitle = std::nullopt;
 
     bool operator==(const FrontApplication &) const = default;
 };
@@ -22,6 +27,16 @@ public:
     virtual ~Workspace() = default;
 
     virtual std::optional<FrontApplication> frontmostApplication() = 0;
+    // Runs the handler whenever another window comes to the front, where the platform
+    // announces it; X11 and macOS adapters never call it.
+    virtual void setOnActivation(std::function<void()> /*handler*/) { }
+};
+
+// The application in front in a session that does not say which one it is.
+class NoWorkspace : public Workspace
+{
+public:
+    std::optional<FrontApplication> frontmostApplication() override { return std::nullopt; }
 };
 
 } // namespace sayvo

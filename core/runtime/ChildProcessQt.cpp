@@ -1,5 +1,7 @@
 #include "runtime/ChildProcessQt.h"
 
+#include "runtime/ChildLifetime.h"
+
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QPointer>
@@ -46,8 +48,13 @@ public:
         m_process = new QProcess(this);
         configure(*m_process, launch);
         m_process->setProcessChannelMode(QProcess::MergedChannels);
-        // A group of its own, so that stopping the shell also stops what it started.
-        m_process->setChildProcessModifier([] { ::setpgid(0, 0); });
+        // A group of its own, so that stopping the shell also stops what it started; and the
+        // end of this process ends the child too.
+        const pid_t parent = ::getpid();
+        m_process->setChildProcessModifier([parent] {
+            ::setpgid(0, 0);
+            endWithParent(parent);
+        });
         connect(m_process, &QProcess::readyReadStandardOutput, this, &ProcessHost::drain);
         connect(m_process, &QProcess::finished, this, &ProcessHost::finished);
         m_process->start(QIODevice::ReadOnly);

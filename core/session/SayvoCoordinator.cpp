@@ -91,6 +91,19 @@ SayvoCoordinator::SayvoCoordinator(EngineClient &engineClient, AudioCapture &aud
     };
     connect(m_deviceObserver, &AudioDeviceObserver::devicesChanged, this, applyDevices);
     applyDevices(m_deviceObserver->devices());
+    connect(m_deviceObserver, &AudioDeviceObserver::defaultInputChanged, this,
+        [this] { m_audioCapture.followDefaultInput(); });
+    // From the sound system's thread; the capture is rebuilt on ours. Cleared in the
+    // destructor, and a queued call is dropped once this object is gone.
+    m_audioCapture.setOnInterrupted([this](const QString &reason) {
+        QMetaObject::invokeMethod(
+            this,
+            [this, reason] {
+                Logging::shared().info(QStringLiteral("audio input interrupted: %1").arg(reason));
+                m_audioCapture.recover();
+            },
+            Qt::QueuedConnection);
+    });
 
     // On the main thread: setInputDevice waits on the capture queue, so it must never be
     // called from that queue.
@@ -106,6 +119,7 @@ SayvoCoordinator::~SayvoCoordinator()
     m_outbound->finish();
     m_audioCapture.setOnChunk({});
     m_audioCapture.setOnCaptureLive({});
+    m_audioCapture.setOnInterrupted({});
     m_hotkeyManager.setOnStart({});
     m_hotkeyManager.setOnEnd({});
 }

@@ -126,12 +126,20 @@ Expected<AudioStreamFormat, QString> AudioInputEnginePulse::inputFormat()
     return lookup.format;
 }
 
-void AudioInputEnginePulse::installTap(quint32 bufferFrames, AudioStreamFormat format, Tap tap)
+std::optional<QString> AudioInputEnginePulse::installTap(
+    quint32 bufferFrames, AudioStreamFormat format, Tap tap)
 {
     PulseConnection::Lock lock(m_connection);
     m_bufferFrames = bufferFrames;
     m_format = format;
     m_tap = std::move(tap);
+    return std::nullopt;
+}
+
+void AudioInputEnginePulse::setOnInterruption(InterruptionHandler handler)
+{
+    PulseConnection::Lock lock(m_connection);
+    m_onInterruption = std::move(handler);
 }
 
 void AudioInputEnginePulse::removeTap()
@@ -222,11 +230,25 @@ void AudioInputEnginePulse::dropStream()
     }
     pa_stream_unref(m_stream);
     m_stream = nullptr;
+    m_streamWasReady = false;
 }
 
-void AudioInputEnginePulse::streamStateChanged(pa_stream *, void *userdata)
+void AudioInputEnginePulse::streamStateChanged(pa_stream *stream, void *userdata)
 {
-    static_cast<AudioInputEnginePulse *>(userdata)->m_connection.signal();
+    auto *self = static_cast<AudioInputEnginePulse *>(userdata);
+    const pa_stream_state_t state = pa_stream_get_state(stream);
+    if (state == PA_STREAM_READY) {
+        self->m_streamWasReady = true;
+    } else if (!PA_STREAM_IS_GOOD(state) && self->m_streamWasReady) {
+        // Our own stop() silences this callback before it disconnects, so this end came
+        // from the server.
+        self->m_streamWasReady = false;
+        if (self->m_onInterruption) {
+            self->m_onInterruption(
+                QString::fromUtf8(pa_strerror(pa_context_errno(pa_stream_get_context(stream)))));
+        }
+    }
+    self->m_connection.signal();
 }
 
 void AudioInputEnginePulse::streamReadable(pa_stream *stream, size_t, void *userdata)

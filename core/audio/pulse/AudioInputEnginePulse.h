@@ -13,6 +13,8 @@ namespace sayvo {
 // while Sayvo is idle. The tap runs on the connection's loop thread. The system default input
 // is the server's default source unless that is a monitor (what the speakers play, which is
 // no microphone): then the first source that is not one, and with none there is no input.
+// A recording stream that the server ends (its source unloaded, or the stream killed) is an
+// interruption.
 class AudioInputEnginePulse : public AudioInputEngine
 {
 public:
@@ -22,11 +24,13 @@ public:
     bool canSelectDevice() const override { return true; }
     int setCurrentDevice(std::optional<AudioObjectId> device) override;
     Expected<AudioStreamFormat, QString> inputFormat() override;
-    void installTap(quint32 bufferFrames, AudioStreamFormat format, Tap tap) override;
+    std::optional<QString> installTap(
+        quint32 bufferFrames, AudioStreamFormat format, Tap tap) override;
     void removeTap() override;
     std::optional<QString> start() override;
     void stop() override;
     bool isRunning() const override;
+    void setOnInterruption(InterruptionHandler handler) override;
 
 private:
     static void streamReadable(pa_stream *stream, size_t bytes, void *userdata);
@@ -46,7 +50,11 @@ private:
     quint32 m_bufferFrames = 0;
     AudioStreamFormat m_format;
     Tap m_tap;
+    InterruptionHandler m_onInterruption;
     pa_stream *m_stream = nullptr;
+    // Whether the current stream got as far as recording: only the end of one that did is
+    // an interruption (a stream that never connects is start()'s failure).
+    bool m_streamWasReady = false;
 };
 
 } // namespace sayvo

@@ -92,12 +92,12 @@ TEST(InstalledPackage, SetsTheEngineUpFromItsOwnPayloadAndDictates)
         readAll(payload + QStringLiteral("/engine/bin/sayvo-engine")))
         << "the runtime's engine is the packaged one";
 
-    // Nothing of the checkout runs: Sayvo is the unpacked program, its engine the copy in the
-    // runtime, and neither maps a file of the build.
+    // Nothing of the checkout runs: Sayvo is the unpacked application (the `sayvo` command
+    // became it), its engine the copy in the runtime, and neither maps a file of the build.
     const QList<qint64> engines = desk.enginePids();
     ASSERT_EQ(engines.size(), 1);
     EXPECT_EQ(QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(desk.sayvoPid())),
-        installation.sayvoBinary);
+        prefix + QStringLiteral("/lib/sayvo/sayvo-app"));
     EXPECT_TRUE(QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(engines.first()))
                     .startsWith(runtime));
     for (qint64 pid : {desk.sayvoPid(), engines.first()}) {

@@ -97,6 +97,7 @@ TEST(PackageContents, TheFileListIsTheWholeInstalledTreeAndNothingElse)
         QStringLiteral("usr/lib/sayvo/engine-payload/scripts/bootstrap_runtime.sh"),
         QStringLiteral("usr/lib/sayvo/engine-payload/scripts/run_engine.sh"),
         QStringLiteral("usr/lib/sayvo/engine-payload/scripts/uninstall.sh"),
+        QStringLiteral("usr/lib/sayvo/sayvo-app"),
         QStringLiteral("usr/share/applications/%1.desktop").arg(kAppId),
         QStringLiteral("usr/share/doc/sayvo/changelog.gz"),
         QStringLiteral("usr/share/doc/sayvo/copyright"),
@@ -118,9 +119,10 @@ TEST(PackageContents, TheFileListIsTheWholeInstalledTreeAndNothingElse)
     }
     found.sort();
     EXPECT_EQ(found, expected);
-    for (const QString &program : {QStringLiteral("usr/bin/sayvo"),
-             QStringLiteral("usr/lib/sayvo/engine-payload/engine/bin/sayvo-engine"),
-             QStringLiteral("usr/lib/sayvo/engine-payload/scripts/bootstrap_runtime.sh")}) {
+    for (const QString &program :
+        {QStringLiteral("usr/bin/sayvo"), QStringLiteral("usr/lib/sayvo/sayvo-app"),
+            QStringLiteral("usr/lib/sayvo/engine-payload/engine/bin/sayvo-engine"),
+            QStringLiteral("usr/lib/sayvo/engine-payload/scripts/bootstrap_runtime.sh")}) {
         EXPECT_TRUE(QFileInfo(installed(program)).isExecutable()) << program.toStdString();
     }
 }
@@ -138,8 +140,9 @@ TEST(PackageContents, NoFileNamesTheCheckoutItWasBuiltIn)
 
 TEST(PackageContents, TheProgramsNeedOnlyLibrariesOfTheSystem)
 {
-    for (const QString &program : {QStringLiteral("usr/bin/sayvo"),
-             QStringLiteral("usr/lib/sayvo/engine-payload/engine/bin/sayvo-engine")}) {
+    for (const QString &program :
+        {QStringLiteral("usr/bin/sayvo"), QStringLiteral("usr/lib/sayvo/sayvo-app"),
+            QStringLiteral("usr/lib/sayvo/engine-payload/engine/bin/sayvo-engine")}) {
         const QString libraries = output(QStringLiteral("ldd"), {installed(program)});
         EXPECT_FALSE(libraries.contains(QStringLiteral("not found"))) << libraries.toStdString();
         EXPECT_FALSE(libraries.contains(kSource)) << libraries.toStdString();

@@ -5,7 +5,6 @@
 #include "support/desktop/FakeKeySynthesizer.h"
 #include "support/desktop/FakePasteboard.h"
 #include "support/desktop/FakeWindowList.h"
-#include "support/desktop/FakeWorkspace.h"
 
 namespace sayvo::test {
 
@@ -41,8 +40,10 @@ AppPlatform FakeAppPlatform::platform(std::function<RuntimeLocator()> runtimeLoc
         services.keySynthesizer = std::make_shared<sayvo::testing::FakeKeySynthesizer>();
         accessibility = std::make_shared<sayvo::testing::FakeAccessibilityProvider>();
         services.accessibility = accessibility;
-        workspace = std::make_shared<sayvo::testing::FakeWorkspace>();
-        services.workspace = workspace;
+        auto fakeWorkspace = std::make_shared<sayvo::testing::FakeWorkspace>();
+        workspace = fakeWorkspace.get();
+        services.workspace = fakeWorkspace;
+        services.plan = desktopPlan;
         services.windowList = std::make_shared<sayvo::testing::FakeWindowList>();
         return services;
     };

@@ -59,13 +59,15 @@ struct FakeAppPlatform
     // Whether the desktop shows tray icons; calling trayHostChanged tells the app to look again.
     bool trayAvailable = true;
     std::function<void()> trayHostChanged;
+    // What the desktop session offers, as the platform's factory would have chosen it.
+    DesktopPlan desktopPlan;
 
     FakePermissions *permissions = nullptr;
     std::shared_ptr<sayvo::testing::FakePasteboard> pasteboard;
     std::shared_ptr<sayvo::testing::FakeAccessibilityProvider> accessibility;
-    std::shared_ptr<sayvo::testing::FakeWorkspace> workspace;
     FakeAudioInputEngine *audioEngine = nullptr;
     sayvo::testing::FakeKeyboardEventSource *keys = nullptr;
+    sayvo::testing::FakeWorkspace *workspace = nullptr;
     std::shared_ptr<FakeChildProcessLauncher::Log> launches;
 
     AppPlatform platform(std::function<RuntimeLocator()> runtimeLocator);

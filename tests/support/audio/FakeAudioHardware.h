@@ -48,6 +48,9 @@ public:
     // Calls every listener on the calling thread, as the sound system would on its own.
     void notifyDeviceListChanged();
     int listenerCount() const;
+    // The same for the system's default input: the user picked another one.
+    void notifyDefaultInputChanged();
+    int defaultInputListenerCount() const;
 
     std::vector<RateWrite> rateWrites() const;
     // How many times the whole list was read: one enumeration each.
@@ -65,14 +68,20 @@ public:
     bool setNominalSampleRate(AudioObjectId device, double rateHz) override;
     ListenerId addDeviceListListener(std::function<void()> callback) override;
     void removeDeviceListListener(ListenerId id) override;
+    ListenerId addDefaultInputListener(std::function<void()> callback) override;
+    void removeDefaultInputListener(ListenerId id) override;
 
 private:
     FakeAudioDevice *find(AudioObjectId device);
+    void notify(const std::map<ListenerId, std::function<void()>> &registered);
+    ListenerId addListener(
+        std::map<ListenerId, std::function<void()>> &listeners, std::function<void()> callback);
 
     mutable std::recursive_mutex m_mutex;
     std::vector<FakeAudioDevice> m_devices;
     bool m_listReadable = true;
     std::map<ListenerId, std::function<void()>> m_listeners;
+    std::map<ListenerId, std::function<void()>> m_defaultInputListeners;
     ListenerId m_nextListener = 1;
     std::vector<RateWrite> m_rateWrites;
     std::map<AudioObjectId, int> m_nameReads;

@@ -1,12 +1,14 @@
 #include "support/desktop/DesktopSession.h"
 
 #include <QDeadlineTimer>
+#include <QDir>
 #include <QFile>
 #include <QTest>
 #include <QThread>
 
 #include <csignal>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -14,10 +16,12 @@ namespace sayvo::testing {
 
 DesktopSession::DesktopSession() : DesktopSession(Options {}) { }
 
-DesktopSession::DesktopSession(Options options)
+DesktopSession::DesktopSession(Options options) : m_wayland(options.wayland)
 {
     m_previousDisplay = qgetenv("DISPLAY");
     m_previousBus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    m_previousWaylandDisplay = qgetenv("WAYLAND_DISPLAY");
+    m_previousRuntimeDir = qgetenv("XDG_RUNTIME_DIR");
     m_environment = QProcessEnvironment::systemEnvironment();
     // Toolkits write caches and settings under the home directory; keep them in ours.
     m_environment.insert(QStringLiteral("HOME"), m_directory.path());
@@ -32,11 +36,17 @@ DesktopSession::DesktopSession(Options options)
         m_failure = QStringLiteral("no temporary directory");
         return;
     }
-    if (!startXServer()) {
-        return;
-    }
-    if (options.windowManager && !startWindowManager()) {
-        return;
+    if (m_wayland) {
+        if (!startCompositor(options.xwayland)) {
+            return;
+        }
+    } else {
+        if (!startXServer()) {
+            return;
+        }
+        if (options.windowManager && !startWindowManager()) {
+            return;
+        }
     }
     if (!startSessionBus()) {
         return;
@@ -53,8 +63,17 @@ DesktopSession::~DesktopSession()
         stop(process->get());
     }
     m_processes.clear();
-    qputenv("DISPLAY", m_previousDisplay);
-    qputenv("DBUS_SESSION_BUS_ADDRESS", m_previousBus);
+    const auto restore = [](const char *name, const QByteArray &value) {
+        if (value.isNull()) {
+            qunsetenv(name);
+        } else {
+            qputenv(name, value);
+        }
+    };
+    restore("DISPLAY", m_previousDisplay);
+    restore("DBUS_SESSION_BUS_ADDRESS", m_previousBus);
+    restore("WAYLAND_DISPLAY", m_previousWaylandDisplay);
+    restore("XDG_RUNTIME_DIR", m_previousRuntimeDir);
 }
 
 QProcess *DesktopSession::launch(
@@ -159,7 +178,9 @@ bool DesktopSession::startXServer()
     }
     m_display = QStringLiteral(":") + QString::fromLatin1(server->readLine().trimmed());
     m_environment.insert(QStringLiteral("DISPLAY"), m_display);
+    m_environment.insert(QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("x11"));
     qputenv("DISPLAY", m_display.toLocal8Bit());
+    qunsetenv("WAYLAND_DISPLAY");
     return true;
 }
 
@@ -190,6 +211,120 @@ bool DesktopSession::startWindowManager()
         + QString::fromLocal8Bit(
             manager->readAllStandardOutput() + manager->readAllStandardError());
     return false;
+}
+
+bool DesktopSession::startCompositor(bool xwayland)
+{
+    // sway refuses to run as root: as root, it runs as an unprivileged user in a runtime
+    // directory that user owns with mode 0700, which the test process, as root, still reaches.
+    const bool asRoot = ::geteuid() == 0;
+    const QString runDir = m_directory.path() + QStringLiteral("/run");
+    QDir().mkpath(runDir);
+    if (asRoot) {
+        ::chmod(QFile::encodeName(m_directory.path()).constData(), 0711);
+        if (::chown(QFile::encodeName(runDir).constData(), kUnprivilegedUid, kUnprivilegedUid)
+            != 0) {
+            m_failure = QStringLiteral("the compositor's runtime directory could not be handed over");
+            return false;
+        }
+    }
+    ::chmod(QFile::encodeName(runDir).constData(), 0700);
+    const QString config = runDir + QStringLiteral("/sway.conf");
+    QFile file(config);
+    if (!file.open(QIODevice::WriteOnly)) {
+        m_failure = QStringLiteral("no compositor configuration");
+        return false;
+    }
+    file.write("output HEADLESS-1 resolution 1280x800\n");
+    file.write(xwayland ? "xwayland enable\n" : "xwayland disable\n");
+    file.close();
+    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther);
+
+    m_environment.remove(QStringLiteral("DISPLAY"));
+    m_environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), runDir);
+    m_environment.insert(QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("wayland"));
+    m_environment.insert(QStringLiteral("XDG_CURRENT_DESKTOP"), QStringLiteral("sway"));
+    m_environment.insert(QStringLiteral("GDK_BACKEND"), QStringLiteral("wayland"));
+    m_environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("wayland"));
+    QProcessEnvironment compositorEnvironment = m_environment;
+    compositorEnvironment.insert(QStringLiteral("HOME"), runDir);
+    compositorEnvironment.insert(QStringLiteral("WLR_BACKENDS"), QStringLiteral("headless"));
+    compositorEnvironment.insert(QStringLiteral("WLR_LIBINPUT_NO_DEVICES"), QStringLiteral("1"));
+    compositorEnvironment.insert(QStringLiteral("WLR_RENDERER"), QStringLiteral("pixman"));
+    QStringList arguments {QStringLiteral("sway"), QStringLiteral("-c"), config};
+    QString program = QStringLiteral("sway");
+    if (asRoot) {
+        program = QStringLiteral("setpriv");
+        arguments.prepend(QStringLiteral("--clear-groups"));
+        arguments.prepend(QStringLiteral("--regid=%1").arg(kUnprivilegedUid));
+        arguments.prepend(QStringLiteral("--reuid=%1").arg(kUnprivilegedUid));
+    } else {
+        arguments.removeFirst();
+    }
+    m_compositor = launch(compositorEnvironment, program, arguments);
+    if (!m_compositor) {
+        m_failure = QStringLiteral("sway did not start");
+        return false;
+    }
+    QString socket;
+    QString ipc;
+    const bool ready = waitUntil(
+        [&] {
+            const QDir dir(runDir);
+            const QStringList sockets = dir.entryList({QStringLiteral("wayland-*")}, QDir::System);
+            const QStringList ipcs = dir.entryList({QStringLiteral("sway-ipc.*")}, QDir::System);
+            for (const QString &name : sockets) {
+                if (!name.endsWith(QLatin1String(".lock"))) {
+                    socket = name;
+                }
+            }
+            if (!ipcs.isEmpty()) {
+                ipc = dir.filePath(ipcs.constFirst());
+            }
+            return (!socket.isEmpty() && !ipc.isEmpty())
+                || m_compositor->state() == QProcess::NotRunning;
+        },
+        20000);
+    if (!ready || m_compositor->state() == QProcess::NotRunning) {
+        m_failure = QStringLiteral("sway did not come up: ")
+            + QString::fromLocal8Bit(m_compositor->readAllStandardError().right(2000));
+        return false;
+    }
+    m_display = socket;
+    m_environment.insert(QStringLiteral("WAYLAND_DISPLAY"), socket);
+    m_environment.insert(QStringLiteral("SWAYSOCK"), ipc);
+    qunsetenv("DISPLAY");
+    qputenv("WAYLAND_DISPLAY", socket.toLocal8Bit());
+    qputenv("XDG_RUNTIME_DIR", runDir.toLocal8Bit());
+    if (!waitUntil([this] { return sway(QStringLiteral("nop")); }, 10000)) {
+        m_failure = QStringLiteral("sway does not answer on its IPC socket");
+        return false;
+    }
+    if (xwayland) {
+        // sway names its XWayland display in the environment of what it starts.
+        const QString file = runDir + QStringLiteral("/xwayland-display");
+        sway(QStringLiteral("exec printf %s \"$DISPLAY\" > ") + file);
+        if (!waitUntil([&] { return QFile(file).size() > 0; }, 10000)) {
+            m_failure = QStringLiteral("sway did not name an XWayland display");
+            return false;
+        }
+        QFile named(file);
+        named.open(QIODevice::ReadOnly);
+        m_xwaylandDisplay = QString::fromLocal8Bit(named.readAll()).trimmed();
+    }
+    return true;
+}
+
+bool DesktopSession::sway(const QString &command)
+{
+    int code = 0;
+    run(QStringLiteral("swaymsg"), {command}, &code);
+    return code == 0;
+}
+
+void DesktopSession::stopCompositor()
+{
+    stop(m_compositor);
 }
 
 bool DesktopSession::startSessionBus()

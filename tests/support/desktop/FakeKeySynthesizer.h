@@ -20,9 +20,15 @@ public:
         }
         return succeeds;
     }
+    bool isAvailable() const override { return available; }
     bool isAnyKeyHeld() override { return keyHeld; }
+    bool mayPostEvents() override { return mayPost; }
 
     bool succeeds = true;
+    // False: a session that lets no application post keys.
+    bool available = true;
+    // false: the user has not let this process post keys.
+    bool mayPost = true;
     // A key still down, as the trigger often is when the transcript arrives.
     bool keyHeld = false;
     std::function<void()> onPaste;

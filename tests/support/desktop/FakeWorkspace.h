@@ -6,7 +6,8 @@
 
 namespace sayvo::testing {
 
-// The application in front is whatever the test sets; counts the questions.
+// The application in front is whatever the test sets; counts the questions. activate()
+// announces a new window in front as a platform that announces it would.
 class FakeWorkspace : public Workspace
 {
 public:
@@ -18,7 +19,19 @@ public:
         }
         return front;
     }
+    void setOnActivation(std::function<void()> handler) override
+    {
+        onActivation = std::move(handler);
+    }
+    void activate(FrontApplication application)
+    {
+        front = std::move(application);
+        if (onActivation) {
+            onActivation();
+        }
+    }
 
+    std::function<void()> onActivation;
     std::optional<FrontApplication> front;
     int queryCount = 0;
     // Runs inside each question, as the time a slow desktop takes to answer.

@@ -5,6 +5,8 @@
 #include <QJsonDocument>
 #include <QTest>
 
+#include <unistd.h>
+
 namespace sayvo::testing {
 
 namespace {
@@ -14,7 +16,8 @@ const QString kPython = QStringLiteral("/usr/bin/python3");
 
 } // namespace
 
-TestEditor::TestEditor(DesktopSession &session, QString title, bool accessible, Toolkit toolkit)
+TestEditor::TestEditor(
+    DesktopSession &session, QString title, bool accessible, Toolkit toolkit, bool x11Client)
     : m_session(session), m_title(std::move(title))
 {
     QProcessEnvironment environment = m_session.environment();
@@ -24,8 +27,25 @@ TestEditor::TestEditor(DesktopSession &session, QString title, bool accessible, 
     const QString script = toolkit == Toolkit::gtk4 ? QStringLiteral("test_editor_gtk4.py")
         : toolkit == Toolkit::qt6                   ? QStringLiteral("test_editor_qt.py")
                                                     : QStringLiteral("test_editor.py");
-    m_process = m_session.start(environment, kPython,
-        {QStringLiteral(SAYVO_TEST_EDITOR_DIR) + QLatin1Char('/') + script, m_title});
+    QString program = kPython;
+    QStringList arguments {
+        QStringLiteral(SAYVO_TEST_EDITOR_DIR) + QLatin1Char('/') + script, m_title};
+    if (x11Client && m_session.isWayland()) {
+        environment.insert(QStringLiteral("DISPLAY"), m_session.xwaylandDisplay());
+        environment.insert(QStringLiteral("GDK_BACKEND"), QStringLiteral("x11"));
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        // XWayland lets in only the compositor's own user.
+        if (::geteuid() == 0) {
+            environment.insert(
+                QStringLiteral("HOME"), environment.value(QStringLiteral("XDG_RUNTIME_DIR")));
+            arguments.prepend(program);
+            arguments.prepend(QStringLiteral("--clear-groups"));
+            arguments.prepend(QStringLiteral("--regid=%1").arg(DesktopSession::kUnprivilegedUid));
+            arguments.prepend(QStringLiteral("--reuid=%1").arg(DesktopSession::kUnprivilegedUid));
+            program = QStringLiteral("setpriv");
+        }
+    }
+    m_process = m_session.start(environment, program, arguments);
     if (!m_process) {
         return;
     }
@@ -39,6 +59,11 @@ TestEditor::TestEditor(DesktopSession &session, QString title, bool accessible, 
 
 bool TestEditor::activate()
 {
+    if (m_session.isWayland()) {
+        // The compositor maps the window a moment after GTK reports it mapped.
+        const QString focus = QStringLiteral("[title=\"^%1$\"] focus").arg(m_title);
+        return QTest::qWaitFor([&] { return m_session.sway(focus); }, 10000);
+    }
     int code = 0;
     m_session.run(QStringLiteral("xdotool"),
         {QStringLiteral("search"), QStringLiteral("--sync"), QStringLiteral("--name"),

@@ -22,9 +22,9 @@ public:
     };
 
     // Without accessibility the window runs with GTK's AT-SPI bridge switched off, like an
-    // application that exposes nothing.
+    // application that exposes nothing. An X11 client runs on a Wayland session's XWayland.
     TestEditor(DesktopSession &session, QString title, bool accessible = true,
-        Toolkit toolkit = Toolkit::gtk3);
+        Toolkit toolkit = Toolkit::gtk3, bool x11Client = false);
 
     bool isReady() const { return m_ready; }
     QString title() const { return m_title; }

@@ -1,5 +1,7 @@
 #include "support/e2e/DictationDesk.h"
 
+#include "protocol/WireCodec.h"
+
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
@@ -49,7 +51,9 @@ DictationDesk::DictationDesk(Options options, std::optional<Installation> instal
         m_failure = QStringLiteral("no temporary directory");
         return;
     }
-    m_desktop = std::make_unique<testing::DesktopSession>();
+    testing::DesktopSession::Options desktop;
+    desktop.wayland = m_options.wayland;
+    m_desktop = std::make_unique<testing::DesktopSession>(desktop);
     if (!m_desktop->isReady()) {
         m_failure = QStringLiteral("desktop: ") + m_desktop->failure();
         return;
@@ -65,10 +69,16 @@ DictationDesk::DictationDesk(Options options, std::optional<Installation> instal
         m_failure = QStringLiteral("no virtual microphone");
         return;
     }
-    if (!m_installation && !prepareRuntime()) {
-        return;
+    if (m_options.scriptedFinal) {
+        if (!startScriptedEngine()) {
+            return;
+        }
+    } else {
+        if (!m_installation && !prepareRuntime()) {
+            return;
+        }
+        m_port = freePort();
     }
-    m_port = freePort();
     writeSettings();
     m_editor = std::make_unique<testing::TestEditor>(*m_desktop, m_options.editorTitle);
     if (!m_editor->isReady() || !m_editor->activate()) {
@@ -93,6 +103,33 @@ DictationDesk::~DictationDesk()
     m_microphone.reset();
     m_pulse.reset();
     m_desktop.reset();
+}
+
+bool DictationDesk::startScriptedEngine()
+{
+    m_engine = std::make_unique<TestEngine>();
+    if (!m_engine->listen()) {
+        m_failure = QStringLiteral("the scripted engine could not listen");
+        return false;
+    }
+    m_port = m_engine->port();
+    const QString text = *m_options.scriptedFinal;
+    TestEngine *engine = m_engine.get();
+    m_engine->setOnText([engine, text](const QByteArray &frame, int) {
+        const auto decoded = decodeOutbound(frame.toStdString());
+        if (!decoded || !std::holds_alternative<UtteranceEndMessage>(decoded.value())) {
+            return;
+        }
+        FinalMessage final;
+        final.utteranceId = std::get<UtteranceEndMessage>(decoded.value()).utteranceId;
+        final.rawText = final.formattedText = text.toStdString();
+        final.domain = "default";
+        final.domainSource = "context";
+        final.guardrail.applied = true;
+        final.stats = Stats {1.0, 8, 300.0, 0.2, 0.1, 0, 0.0};
+        engine->sendText(QByteArray::fromStdString(encode(final)));
+    });
+    return true;
 }
 
 bool DictationDesk::prepareRuntime()
@@ -124,6 +161,35 @@ void DictationDesk::writeSettings()
     file.sync();
 }
 
+QProcessEnvironment DictationDesk::sayvoEnvironment() const
+{
+    QProcessEnvironment environment = m_desktop->environment();
+    // Sayvo picks Qt's platform itself from the session.
+    environment.remove(QStringLiteral("QT_QPA_PLATFORM"));
+    environment.insert(QStringLiteral("PULSE_SERVER"), m_pulse->address());
+    environment.insert(
+        QStringLiteral("XDG_CONFIG_HOME"), m_home.filePath(QStringLiteral("config")));
+    environment.insert(QStringLiteral("XDG_DATA_HOME"), m_home.filePath(QStringLiteral("data")));
+    if (!m_runtimeApp.isEmpty()) {
+        environment.insert(QStringLiteral("SAYVO_RUNTIME_ROOT"), m_runtimeApp);
+    }
+    environment.insert(QStringLiteral("SAYVO_ENGINE_ASR"), m_options.asr);
+    environment.insert(
+        QStringLiteral("SAYVO_ENGINE_DATA_DIR"), m_home.filePath(QStringLiteral("engine-data")));
+    if (m_installation) {
+        for (auto it = m_installation->environment.cbegin();
+             it != m_installation->environment.cend(); ++it) {
+            environment.insert(it.key(), it.value());
+        }
+    }
+    return environment;
+}
+
+QString DictationDesk::sayvoBinary() const
+{
+    return m_installation ? m_installation->sayvoBinary : QStringLiteral(SAYVO_APP_BINARY);
+}
+
 bool DictationDesk::launchSayvo(int timeoutMs)
 {
     if (!startSayvo()) {
@@ -137,30 +203,13 @@ bool DictationDesk::startSayvo()
     if (!isReady()) {
         return false;
     }
-    QProcessEnvironment environment = m_desktop->environment();
-    environment.insert(QStringLiteral("PULSE_SERVER"), m_pulse->address());
-    environment.insert(
-        QStringLiteral("XDG_CONFIG_HOME"), m_home.filePath(QStringLiteral("config")));
-    environment.insert(QStringLiteral("XDG_DATA_HOME"), m_home.filePath(QStringLiteral("data")));
-    if (!m_installation) {
-        environment.insert(QStringLiteral("SAYVO_RUNTIME_ROOT"), m_runtimeApp);
-    }
-    environment.insert(QStringLiteral("SAYVO_ENGINE_ASR"), m_options.asr);
-    environment.insert(
-        QStringLiteral("SAYVO_ENGINE_DATA_DIR"), m_home.filePath(QStringLiteral("engine-data")));
-    if (m_installation) {
-        for (auto it = m_installation->environment.cbegin();
-             it != m_installation->environment.cend(); ++it) {
-            environment.insert(it.key(), it.value());
-        }
-    }
+    const QProcessEnvironment environment = sayvoEnvironment();
     m_sayvo = std::make_unique<QProcess>();
     m_sayvo->setProcessEnvironment(environment);
     m_sayvo->setProcessChannelMode(QProcess::MergedChannels);
     QObject::connect(m_sayvo.get(), &QProcess::readyRead, [this] { readOutput(); });
     m_log.clear();
-    m_sayvo->start(
-        m_installation ? m_installation->sayvoBinary : QStringLiteral(SAYVO_APP_BINARY), {});
+    m_sayvo->start(sayvoBinary(), {});
     return m_sayvo->waitForStarted(5000);
 }
 
@@ -176,6 +225,12 @@ bool DictationDesk::quitSayvo(int timeoutMs)
 bool DictationDesk::isSayvoRunning() const
 {
     return m_sayvo && m_sayvo->state() != QProcess::NotRunning;
+}
+
+bool DictationDesk::crashed() const
+{
+    return m_sayvo && m_sayvo->state() == QProcess::NotRunning
+        && m_sayvo->exitStatus() == QProcess::CrashExit;
 }
 
 qint64 DictationDesk::sayvoPid() const
@@ -237,12 +292,35 @@ QStringList DictationDesk::states()
 
 void DictationDesk::pressTrigger(const QString &key)
 {
+    if (m_options.wayland) {
+        trigger(QStringLiteral("press"));
+        return;
+    }
     m_desktop->run(QStringLiteral("xdotool"), {QStringLiteral("keydown"), key});
 }
 
 void DictationDesk::releaseTrigger(const QString &key)
 {
+    if (m_options.wayland) {
+        trigger(QStringLiteral("release"));
+        return;
+    }
     m_desktop->run(QStringLiteral("xdotool"), {QStringLiteral("keyup"), key});
+}
+
+int DictationDesk::trigger(const QString &verb)
+{
+    // Run to its end while this process's event loop keeps a scripted engine answering.
+    QProcess command;
+    command.setProcessEnvironment(sayvoEnvironment());
+    command.start(sayvoBinary(), {QStringLiteral("trigger"), verb});
+    if (!command.waitForStarted(5000)
+        || !QTest::qWaitFor([&] { return command.state() == QProcess::NotRunning; }, 10000)) {
+        command.kill();
+        command.waitForFinished(2000);
+        return -1;
+    }
+    return command.exitStatus() == QProcess::NormalExit ? command.exitCode() : -1;
 }
 
 void DictationDesk::speak(const QByteArray &pcm)

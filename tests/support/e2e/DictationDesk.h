@@ -3,6 +3,7 @@
 #include "support/audio/pulse/PulseAudioServer.h"
 #include "support/desktop/DesktopSession.h"
 #include "support/desktop/TestEditor.h"
+#include "support/engine/TestEngine.h"
 
 #include <QProcess>
 #include <QRegularExpression>
@@ -14,11 +15,12 @@
 
 namespace sayvo::test {
 
-// A whole desktop for end-to-end runs of the real Sayvo: an X server with a window manager,
-// the session and accessibility buses, a sound server whose default microphone this object
-// speaks into, a GTK editor with the focus, a runtime with the reference engine, and Sayvo
-// itself as a child process reading its settings from a private configuration directory.
-// Everything stops when the desk is destroyed, also when the test fails.
+// A whole desktop for end-to-end runs of the real Sayvo: an X server with a window manager
+// (or a headless sway with no X display), the session and accessibility buses, a sound server
+// whose default microphone this object speaks into, a GTK editor with the focus, a runtime
+// with the reference engine (or a scripted engine in this process), and Sayvo itself as a
+// child process reading its settings from a private configuration directory. Everything
+// stops when the desk is destroyed, also when the test fails.
 class DictationDesk
 {
 public:
@@ -29,6 +31,12 @@ public:
         // Settings written before launch, under their stored keys ("sayvo.triggerMode", ...).
         QMap<QString, QString> settings;
         QString editorTitle = QStringLiteral("Sayvo Test Editor");
+        // A headless sway instead of Xvfb: the trigger is `sayvo trigger`, as a key binding
+        // of the compositor would run it.
+        bool wayland = false;
+        // When set, no reference engine: a scripted one in this process answers every
+        // utterance with this text (its frames and close codes readable through engine()).
+        std::optional<QString> scriptedFinal = std::nullopt;
     };
     // An installed Sayvo instead of the build's. The build's program runs with a runtime the
     // desk sets up from the build's payload; an installed one finds none, and its Engine
@@ -53,6 +61,8 @@ public:
     // SIGTERM, as a logout would send; waits for the process to end.
     bool quitSayvo(int timeoutMs = 15000);
     bool isSayvoRunning() const;
+    // Sayvo ended by a signal (a crash or an abort) rather than by exiting.
+    bool crashed() const;
     qint64 sayvoPid() const;
 
     QStringList log();
@@ -61,8 +71,11 @@ public:
     // The dictation states Sayvo went through, as it logged them ("listening(chars=5)", ...).
     QStringList states();
 
+    // The trigger key (xdotool on X11; `sayvo trigger press` and `release` on Wayland).
     void pressTrigger(const QString &key = QStringLiteral("F5"));
     void releaseTrigger(const QString &key = QStringLiteral("F5"));
+    // Runs `sayvo trigger <verb>` in the desk's session; its exit code.
+    int trigger(const QString &verb);
     // Plays 16 kHz mono s16le into the microphone, a little faster than real time.
     void speak(const QByteArray &pcm);
     // The sentence in festival's US English voice, 16 kHz mono s16le (cached per text).
@@ -80,12 +93,19 @@ public:
     testing::TestEditor &editor() { return *m_editor; }
     testing::DesktopSession &desktop() { return *m_desktop; }
     quint16 enginePort() const { return m_port; }
+    // The scripted engine; null with the reference engine.
+    TestEngine *engine() const { return m_engine.get(); }
+    // Sayvo's environment.
+    QProcessEnvironment sayvoEnvironment() const;
+    // The `sayvo` command this desk runs.
+    QString sayvoBinary() const;
     QString runtimeDir() const { return m_runtimeApp; }
     // Processes of the engine serving this desk's port.
     QList<qint64> enginePids() const;
 
 private:
     bool prepareRuntime();
+    bool startScriptedEngine();
     void writeSettings();
     void readOutput();
 
@@ -97,6 +117,7 @@ private:
     std::unique_ptr<PulseAudioServer> m_pulse;
     std::unique_ptr<PipeMicrophone> m_microphone;
     std::unique_ptr<testing::TestEditor> m_editor;
+    std::unique_ptr<TestEngine> m_engine;
     std::unique_ptr<QProcess> m_sayvo;
     QString m_runtimeApp;
     quint16 m_port = 0;

@@ -13,8 +13,10 @@
 #include "support/engine/TestEngine.h"
 #include "support/runtime/RuntimeSandbox.h"
 #include "support/store/FakePreferenceStore.h"
+#include "ui/DesktopCapabilityList.h"
 #include "ui/MenuBarController.h"
 #include "ui/NoTrayNotice.h"
+#include "ui/SettingsWindow.h"
 #include "ui/TrayAvailability.h"
 
 #include <QAction>
@@ -605,4 +607,56 @@ TEST_F(AppDelegateTest, WhenTheTrayGoesAwayTheSettingsWindowTakesItsPlace)
     ASSERT_NE(delegate->settingsWindow(), nullptr);
     EXPECT_TRUE(delegate->settingsWindow()->isVisible());
     EXPECT_TRUE(delegate->settingsWindow()->findChild<NoTrayNotice *>()->isVisible());
+}
+
+TEST_F(AppDelegateTest, AWindowComingToTheFrontSendsTheEngineItsContext)
+{
+    launch();
+    ASSERT_TRUE(waitConnected());
+    const auto contexts = [&] {
+        const std::vector<QString> types = engine.textTypes();
+        return std::count(types.begin(), types.end(), QStringLiteral("context.update"));
+    };
+    const auto before = contexts();
+    fakes.workspace->activate(FrontApplication {QStringLiteral("org.gnome.TextEditor"),
+        QStringLiteral("org.gnome.TextEditor"), 0, QStringLiteral("Letter")});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return contexts() > before; }, 5000));
+    EXPECT_TRUE(engine.textFrames().back().contains("Letter"));
+}
+
+TEST_F(AppDelegateTest, NoHeadsUpDisplayWhereItWouldTakeTheFocus)
+{
+    fakes.desktopPlan.canShowPanelWithoutFocus = false;
+    launch();
+    EXPECT_EQ(delegate->hudController(), nullptr);
+    ASSERT_TRUE(waitConnected());
+    // Dictation goes on without it, levels and all.
+    delegate->coordinator()->handleTriggerDown();
+    fakes.audioEngine->playS16(QByteArray(3200, '\x10'), 1600);
+    delegate->coordinator()->handleTriggerUp();
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return delegate->coordinator()->state().is<AppState::Processing>(); }, 5000));
+}
+
+TEST_F(AppDelegateTest, TheSettingsWindowSaysWhatEachDesktopCapabilityCanDo)
+{
+    DesktopSessionFacts facts;
+    facts.kind = SessionKind::wayland;
+    facts.desktopName = QStringLiteral("sway");
+    facts.dataControl = true;
+    fakes.desktopPlan = DesktopPlan::choose(facts);
+    launch();
+    delegate->showSettings();
+    auto *settings = qobject_cast<SettingsWindow *>(delegate->settingsWindow());
+    ASSERT_TRUE(settings);
+    const QStringList lines = settings->desktopCapabilities()->lines();
+    ASSERT_EQ(lines.size(), 5) << lines.join('\n').toStdString();
+    EXPECT_TRUE(lines[0].startsWith(QStringLiteral("Trigger key: ")));
+    EXPECT_TRUE(lines[0].contains(
+        QStringLiteral("bindsym --release Control_R exec sayvo trigger release")));
+    EXPECT_TRUE(lines[1].startsWith(QStringLiteral("Pasting: unavailable.")));
+    EXPECT_TRUE(lines[2].startsWith(QStringLiteral("Clipboard: Puts the transcript")));
+    EXPECT_TRUE(lines[3].startsWith(QStringLiteral("Focused window: unavailable.")));
+    settings->selectTab(SettingsTab::permissions);
+    EXPECT_TRUE(settings->desktopCapabilities()->isVisibleTo(settings));
 }

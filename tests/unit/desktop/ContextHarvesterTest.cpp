@@ -63,6 +63,27 @@ TEST_F(ContextHarvesterTest, AFullHarvest)
     EXPECT_EQ(m_windows->queryCount, 0);
 }
 
+TEST_F(ContextHarvesterTest, AWindowWithoutProcessGivesItsTitleAndTheDesktopsFocusedText)
+{
+    // A Wayland toplevel: app id and title, no process.
+    m_workspace->front = FrontApplication {QStringLiteral("org.gnome.TextEditor"),
+        QStringLiteral("org.gnome.TextEditor"), 0, QStringLiteral("Draft - Text Editor")};
+    const auto field = m_accessibility->addApplication(kPid, std::nullopt, QStringLiteral("Hi"));
+    m_accessibility->focusSystemWide(field);
+    const ContextPack pack = harvest();
+    EXPECT_EQ(pack.appBundleId, "org.gnome.TextEditor");
+    EXPECT_EQ(pack.windowTitle, "Draft - Text Editor");
+    EXPECT_EQ(pack.screenText, "Hi");
+    EXPECT_EQ(m_windows->queryCount, 0);
+}
+
+TEST_F(ContextHarvesterTest, TheAccessibleTitleWinsOverTheOneGivenWithTheApplication)
+{
+    m_workspace->front->windowTitle = QStringLiteral("Given");
+    m_accessibility->addApplication(kPid, QStringLiteral("Accessible"), std::nullopt);
+    EXPECT_EQ(harvest().windowTitle, "Accessible");
+}
+
 TEST_F(ContextHarvesterTest, AFieldOf500CharactersGivesItsLast200)
 {
     const QString text = digits(500);

@@ -179,6 +179,33 @@ TEST_F(HotkeyManagerTest, RefusedTapIsTapCreationFailedAndCanBeRetried)
     EXPECT_EQ(fake->installCount, 1);
 }
 
+TEST_F(HotkeyManagerTest, WithoutLeaveToWatchTheKeyboardNothingCountsAsInstalledUntilGiven)
+{
+    auto source = std::make_unique<FakeKeyboardEventSource>();
+    FakeKeyboardEventSource *fake = source.get();
+    fake->permitted = false;
+    HotkeyManager manager(HotkeyTrigger::f5, std::move(source));
+    int starts = 0;
+    manager.setOnStart([&] { ++starts; });
+
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        const Status<HotkeyError> refused = manager.start();
+        ASSERT_FALSE(refused.ok());
+        EXPECT_EQ(refused.error(), HotkeyError::permissionMissing);
+    }
+    EXPECT_EQ(describe(HotkeyError::permissionMissing),
+        QStringLiteral("Sayvo may not watch the keyboard yet"));
+    EXPECT_FALSE(manager.isInstalled());
+    EXPECT_EQ(fake->installCount, 0);
+
+    // The user grants it; the next attempt installs and the trigger works.
+    fake->permitted = true;
+    ASSERT_TRUE(manager.start().ok());
+    EXPECT_TRUE(manager.isInstalled());
+    fake->keyDown(kF5);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return starts == 1; }, 2000));
+}
+
 TEST_F(HotkeyManagerTest, StopRemovesTheTapAndForgetsAHeldKeyWithoutAnEnd)
 {
     make(HotkeyTrigger::f5);
@@ -221,6 +248,52 @@ TEST_F(HotkeyManagerTest, NoCallbackRunsAfterTheManagerIsGone)
     m_source->keyDown(kF5);
     m_manager.reset();
     EXPECT_TRUE(reports().empty());
+}
+
+TEST_F(HotkeyManagerTest, ABindingsPressAndReleaseAreTheKeysDownAndUp)
+{
+    make(HotkeyTrigger::fnGlobe);
+    m_manager->press();
+    // A key binding that repeats, or a second press while down.
+    m_manager->press();
+    EXPECT_TRUE(m_manager->isKeyDown());
+    EXPECT_EQ(reports(), (Reports {"start"}));
+    m_manager->release();
+    m_manager->release();
+    EXPECT_EQ(reports(), (Reports {"start", "end"}));
+}
+
+TEST_F(HotkeyManagerTest, AToggleIsOneWholePressAndRelease)
+{
+    make(HotkeyTrigger::f5);
+    m_manager->pressAndRelease();
+    EXPECT_FALSE(m_manager->isKeyDown());
+    EXPECT_EQ(reports(), (Reports {"start", "end"}));
+    m_manager->pressAndRelease();
+    EXPECT_EQ(reports(), (Reports {"start", "end", "start", "end"}));
+}
+
+TEST_F(HotkeyManagerTest, TheBindingAndTheWatchedKeyShareOneKeyState)
+{
+    make(HotkeyTrigger::f5);
+    m_source->keyDown(kF5);
+    m_manager->press();
+    m_manager->release();
+    m_source->keyUp(kF5);
+    EXPECT_EQ(reports(), (Reports {"start", "end"}));
+}
+
+TEST_F(HotkeyManagerTest, ABindingWorksWithoutAnInstalledTap)
+{
+    auto source = std::make_unique<FakeKeyboardEventSource>();
+    source->failInstall = true;
+    HotkeyManager manager(HotkeyTrigger::fnGlobe, std::move(source));
+    int starts = 0;
+    manager.setOnStart([&starts] { ++starts; });
+    ASSERT_FALSE(manager.start().ok());
+    manager.press();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(starts, 1);
 }
 
 TEST_F(HotkeyManagerTest, MissingCallbacksAreFine)

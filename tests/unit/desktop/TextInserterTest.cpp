@@ -211,6 +211,21 @@ TEST_F(TextInserterTest, AFailedSynthesisRestoresAtOnceAndFails)
     EXPECT_EQ(m_pasteboard->contents, before);
 }
 
+TEST_F(TextInserterTest, WithoutLeaveToPostKeysThePasteFailsBeforeTheClipboardIsTouched)
+{
+    const std::vector<PasteboardItem> before {item({{"text/plain", "mine"}})};
+    m_pasteboard->preload(before);
+    m_keys->mayPost = false;
+
+    EXPECT_EQ(*insert(QStringLiteral("dictated"), InsertionMethod::paste), false);
+
+    EXPECT_TRUE(m_keys->posted.empty());
+    EXPECT_FALSE(m_inserter.isRestorePending());
+    EXPECT_TRUE(m_pasteboard->log.filter(QStringLiteral("writeItems")).isEmpty());
+    EXPECT_TRUE(m_pasteboard->log.filter(QStringLiteral("setConcealedString")).isEmpty());
+    EXPECT_EQ(m_pasteboard->contents, before);
+}
+
 TEST_F(TextInserterTest, ASecondPasteWaitsForTheFirstToBeReadAndTheUsersClipboardComesBack)
 {
     m_pasteboard->servedReports = true;
@@ -367,6 +382,27 @@ TEST_F(TextInserterTest, AReadOnlyFocusFallsBackToPaste)
     EXPECT_EQ(m_keys->posted.size(), 1u);
 }
 
+TEST_F(TextInserterTest, WithoutKeystrokesEvenPasteInsertionWritesThroughAccessibility)
+{
+    m_keys->available = false;
+    m_pasteboard->preload({item({{"text/plain", "the user's"}})});
+    const auto before = m_pasteboard->contents;
+    auto field = std::make_shared<FakeAccessibleElement>(QStringLiteral("field"));
+    field->text = QString();
+    field->writable = {QStringLiteral("AXSelectedText")};
+    m_accessibility->focusSystemWide(field);
+
+    EXPECT_EQ(*insert(QStringLiteral("typed in"), InsertionMethod::paste), true);
+    EXPECT_EQ(field->text, QStringLiteral("typed in"));
+    EXPECT_TRUE(m_keys->posted.empty());
+    EXPECT_EQ(m_pasteboard->contents, before);
+    EXPECT_FALSE(m_inserter.isRestorePending());
+
+    m_accessibility->focusSystemWide(std::make_shared<FakeAccessibleElement>());
+    EXPECT_EQ(*insert(QStringLiteral("nowhere"), InsertionMethod::paste), false);
+    EXPECT_TRUE(m_keys->posted.empty());
+}
+
 TEST_F(TextInserterTest, WhenBothWaysFailInsertionFails)
 {
     m_keys->succeeds = false;
@@ -389,6 +425,30 @@ TEST(PasteboardSnapshotTest, CaptureKeepsEveryItemAndTypeInOrder)
     EXPECT_EQ(pasteboard.contents, items);
     EXPECT_EQ(pasteboard.log.last(), QStringLiteral("writeItems:2"));
     EXPECT_FALSE(pasteboard.log.contains(QStringLiteral("clear")));
+}
+
+TEST(PasteboardSnapshotTest, ItemsWithoutAReadableTypeAreLeftOut)
+{
+    FakePasteboard pasteboard;
+    pasteboard.preload({PasteboardItem {}, item({{"text/plain", "kept"}}), PasteboardItem {}});
+    const PasteboardSnapshot snapshot = PasteboardSnapshot::capture(pasteboard);
+    EXPECT_EQ(snapshot.items, std::vector<PasteboardItem> {item({{"text/plain", "kept"}})});
+
+    pasteboard.writeFromElsewhere({item({{"text/plain", "other"}})});
+    snapshot.restore(pasteboard);
+    EXPECT_EQ(pasteboard.log.last(), QStringLiteral("writeItems:1"));
+}
+
+TEST(PasteboardSnapshotTest, AClipboardOfUnreadableItemsComesBackEmpty)
+{
+    FakePasteboard pasteboard;
+    pasteboard.preload({PasteboardItem {}});
+    const PasteboardSnapshot snapshot = PasteboardSnapshot::capture(pasteboard);
+    EXPECT_TRUE(snapshot.items.empty());
+    pasteboard.writeFromElsewhere({item({{"text/plain", "transcript"}})});
+    snapshot.restore(pasteboard);
+    EXPECT_TRUE(pasteboard.contents.empty());
+    EXPECT_EQ(pasteboard.log.last(), QStringLiteral("clear"));
 }
 
 TEST(PasteboardSnapshotTest, RestoringAnEmptySnapshotOnlyClears)

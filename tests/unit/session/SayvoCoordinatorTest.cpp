@@ -9,6 +9,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <thread>
+
 using namespace sayvo;
 using sayvo::test::CoordinatorHarness;
 
@@ -608,6 +610,53 @@ TEST_F(CoordinatorTest, EachDeviceChangeRebuildsTheCaptureOnce)
     h.settings->setInputDeviceUID(std::nullopt);
     EXPECT_EQ(h.audioEngine->installTapCalls(), initialBuilds + 3);
     EXPECT_EQ(h.capture->activeDeviceUID(), std::nullopt);
+}
+
+TEST_F(CoordinatorTest, ANewSystemDefaultInputIsFollowedOnlyWithoutAChosenDevice)
+{
+    ASSERT_TRUE(h.capture->isPrepared());
+    const int initialBuilds = h.audioEngine->installTapCalls();
+
+    // "System default": the capture moves to the input the user just picked in the system.
+    h.audioEngine->setFormat({44100.0, 2});
+    h.hardware.notifyDefaultInputChanged();
+    ASSERT_TRUE(waitFor([&] { return h.audioEngine->installTapCalls() == initialBuilds + 1; }));
+    EXPECT_EQ(h.audioEngine->tapFormat(), (AudioStreamFormat {44100.0, 2}));
+
+    // A chosen microphone stays bound whatever the system prefers.
+    FakeAudioDevice usb;
+    usb.id = 12;
+    usb.uid = QStringLiteral("usb-1");
+    usb.name = QStringLiteral("USB Mic");
+    h.hardware.addDevice(usb);
+    h.settings->setInputDeviceUID(QStringLiteral("usb-1"));
+    ASSERT_EQ(h.capture->activeDeviceUID(), QStringLiteral("usb-1"));
+    const int chosenBuilds = h.audioEngine->installTapCalls();
+    h.hardware.notifyDefaultInputChanged();
+    QCoreApplication::processEvents();
+    QTest::qWait(50);
+    EXPECT_EQ(h.audioEngine->installTapCalls(), chosenBuilds);
+}
+
+TEST_F(CoordinatorTest, AnInterruptedMicrophoneIsRebuiltAndTheUtteranceGoesOn)
+{
+    h.answerWith(CoordinatorHarness::finalWithText("Still here."));
+    c().handleTriggerDown();
+    ASSERT_TRUE(h.audioEngine->isRunning());
+    const int builds = h.audioEngine->installTapCalls();
+    h.speak(CoordinatorHarness::tone(3200));
+
+    // The input changed format under the running engine, which stopped.
+    h.audioEngine->setFormat({48000.0, 1});
+    std::thread soundSystem([&] { h.audioEngine->interrupt(QStringLiteral("format change")); });
+    soundSystem.join();
+    ASSERT_TRUE(waitFor([&] { return h.audioEngine->isRunning(); }));
+    EXPECT_EQ(h.audioEngine->installTapCalls(), builds + 1);
+    EXPECT_EQ(h.audioEngine->tapFormat(), (AudioStreamFormat {48000.0, 1}));
+
+    c().handleTriggerUp();
+    ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Success>(); }));
+    EXPECT_EQ(countOfType(h, "utterance.end"), 1);
 }
 
 TEST_F(CoordinatorTest, ChangingTheFeedbackSettingReconnectsEachTime)

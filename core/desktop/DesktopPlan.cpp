@@ -1,0 +1,215 @@
+#include "desktop/DesktopPlan.h"
+
+namespace sayvo {
+
+namespace {
+
+const QString kX11Session = QStringLiteral("Log in with an X11 session to have it.");
+
+QString triggerBindingAdvice(const QString &desktopName)
+{
+    if (desktopName.contains(QLatin1String("GNOME"), Qt::CaseInsensitive)
+        || desktopName.contains(QLatin1String("KDE"), Qt::CaseInsensitive)) {
+        return QStringLiteral("Add a custom shortcut in the desktop's keyboard settings that runs "
+                              "\"sayvo trigger toggle\", and choose Toggle as the trigger mode.");
+    }
+    if (desktopName.contains(QLatin1String("Hyprland"), Qt::CaseInsensitive)) {
+        return QStringLiteral("Bind a key in hyprland.conf: \"bind = , Control_R, exec, sayvo "
+                              "trigger press\" and \"bindr = , Control_R, exec, sayvo trigger "
+                              "release\".");
+    }
+    return QStringLiteral("Bind a key in the compositor, in sway: \"bindsym --no-repeat Control_R "
+                          "exec sayvo trigger press\" and \"bindsym --release Control_R exec "
+                          "sayvo trigger release\".");
+}
+
+DesktopCapabilityStatus accessibility()
+{
+    return {DesktopCapability::accessibility, DesktopAdapter::atspi,
+        QStringLiteral("Reads the text around the cursor and writes into fields directly "
+                       "through AT-SPI."),
+        {}};
+}
+
+DesktopPlan x11Plan()
+{
+    DesktopPlan plan;
+    plan.session = SessionKind::x11;
+    plan.capabilities = {
+        {DesktopCapability::trigger, DesktopAdapter::x11,
+            QStringLiteral("Watches the trigger key through the X server."), {}},
+        {DesktopCapability::keystrokes, DesktopAdapter::x11,
+            QStringLiteral("Pastes with Control-V (Control-Shift-V in terminals) through the X "
+                           "server."),
+            {}},
+        {DesktopCapability::clipboard, DesktopAdapter::x11,
+            QStringLiteral("Puts the transcript on the clipboard and your own content back "
+                           "afterwards."),
+            {}},
+        {DesktopCapability::focusedWindow, DesktopAdapter::x11,
+            QStringLiteral("Knows the application and window title in front."), {}},
+        accessibility(),
+    };
+    return plan;
+}
+
+DesktopPlan waylandPlan(const DesktopSessionFacts &facts)
+{
+    DesktopPlan plan;
+    plan.session = SessionKind::wayland;
+    plan.canShowPanelWithoutFocus = false;
+    // The compositor hands keys to no other application: its own key binding runs the command.
+    plan.capabilities.push_back({DesktopCapability::trigger, DesktopAdapter::triggerCommand,
+        QStringLiteral("The compositor keeps keys to itself: a key binding in it runs \"sayvo "
+                       "trigger press\" and \"sayvo trigger release\"."),
+        triggerBindingAdvice(facts.desktopName)});
+    if (facts.virtualKeyboard) {
+        plan.capabilities.push_back({DesktopCapability::keystrokes, DesktopAdapter::waylandProtocol,
+            QStringLiteral("Pastes with Control-V (Control-Shift-V in terminals) through a virtual "
+                           "keyboard."),
+            {}});
+    } else {
+        plan.capabilities.push_back({DesktopCapability::keystrokes, DesktopAdapter::none,
+            QStringLiteral("This compositor lets no application type keys, so Sayvo cannot "
+                           "paste. It writes into fields through accessibility instead, where "
+                           "the field allows it."),
+            QStringLiteral("Keep accessibility on.")});
+    }
+    if (facts.dataControl) {
+        plan.capabilities.push_back({DesktopCapability::clipboard, DesktopAdapter::waylandProtocol,
+            QStringLiteral("Puts the transcript on the clipboard and your own content back "
+                           "afterwards."),
+            {}});
+    } else {
+        plan.capabilities.push_back({DesktopCapability::clipboard, DesktopAdapter::none,
+            QStringLiteral("This compositor keeps the clipboard from Sayvo: it is neither used "
+                           "for pasting nor sent as context."),
+            kX11Session});
+    }
+    if (facts.foreignToplevel) {
+        plan.capabilities.push_back(
+            {DesktopCapability::focusedWindow, DesktopAdapter::waylandProtocol,
+                QStringLiteral("Knows the application and window title in front."), {}});
+    } else {
+        plan.capabilities.push_back({DesktopCapability::focusedWindow, DesktopAdapter::none,
+            QStringLiteral("This compositor does not say which window is in front: terminals get "
+                           "Control-V and the engine is not told the window title."),
+            kX11Session});
+    }
+    plan.capabilities.push_back(accessibility());
+    return plan;
+}
+
+DesktopPlan noSessionPlan()
+{
+    DesktopPlan plan;
+    for (const DesktopCapability capability :
+        {DesktopCapability::trigger, DesktopCapability::keystrokes, DesktopCapability::clipboard,
+            DesktopCapability::focusedWindow, DesktopCapability::accessibility}) {
+        plan.capabilities.push_back(
+            {capability, DesktopAdapter::none, QStringLiteral("No graphical session was found."),
+                QStringLiteral("Start Sayvo from within your desktop session.")});
+    }
+    return plan;
+}
+
+QString adapterName(DesktopCapability capability, DesktopAdapter adapter)
+{
+    switch (adapter) {
+    case DesktopAdapter::x11:
+        return QStringLiteral("X11");
+    case DesktopAdapter::waylandProtocol:
+        switch (capability) {
+        case DesktopCapability::keystrokes:
+            return QStringLiteral("Wayland virtual keyboard");
+        case DesktopCapability::clipboard:
+            return QStringLiteral("Wayland data-control");
+        case DesktopCapability::focusedWindow:
+            return QStringLiteral("Wayland foreign-toplevel");
+        case DesktopCapability::trigger:
+        case DesktopCapability::accessibility:
+            break;
+        }
+        return QStringLiteral("Wayland");
+    case DesktopAdapter::triggerCommand:
+        return QStringLiteral("compositor key binding (sayvo trigger)");
+    case DesktopAdapter::atspi:
+        return QStringLiteral("AT-SPI");
+    case DesktopAdapter::none:
+        return QStringLiteral("unavailable");
+    }
+    return {};
+}
+
+QString sessionName(SessionKind kind)
+{
+    switch (kind) {
+    case SessionKind::x11:
+        return QStringLiteral("X11");
+    case SessionKind::wayland:
+        return QStringLiteral("Wayland");
+    case SessionKind::none:
+        return QStringLiteral("no graphical");
+    }
+    return {};
+}
+
+} // namespace
+
+DesktopPlan DesktopPlan::choose(const DesktopSessionFacts &facts)
+{
+    switch (facts.kind) {
+    case SessionKind::x11:
+        return x11Plan();
+    case SessionKind::wayland:
+        return waylandPlan(facts);
+    case SessionKind::none:
+        break;
+    }
+    return noSessionPlan();
+}
+
+DesktopAdapter DesktopPlan::adapter(DesktopCapability capability) const
+{
+    for (const DesktopCapabilityStatus &status : capabilities) {
+        if (status.capability == capability) {
+            return status.adapter;
+        }
+    }
+    return DesktopAdapter::none;
+}
+
+QStringList DesktopPlan::logLines() const
+{
+    QStringList lines;
+    for (const DesktopCapabilityStatus &status : capabilities) {
+        lines << QStringLiteral("desktop (%1 session): %2: %3")
+                     .arg(sessionName(session), displayName(status.capability).toLower(),
+                         adapterName(status.capability, status.adapter));
+    }
+    if (!canShowPanelWithoutFocus) {
+        lines << QStringLiteral("desktop (%1 session): heads-up display: hidden, it would take "
+                                "the focus; the tray icon shows the state")
+                     .arg(sessionName(session));
+    }
+    return lines;
+}
+
+QString displayName(DesktopCapability capability)
+{
+    switch (capability) {
+    case DesktopCapability::trigger:
+        return QStringLiteral("Trigger key");
+    case DesktopCapability::keystrokes:
+        return QStringLiteral("Pasting");
+    case DesktopCapability::clipboard:
+        return QStringLiteral("Clipboard");
+    case DesktopCapability::focusedWindow:
+        return QStringLiteral("Focused window");
+    case DesktopCapability::accessibility:
+        return QStringLiteral("Accessibility");
+    }
+    return {};
+}
+
+} // namespace sayvo

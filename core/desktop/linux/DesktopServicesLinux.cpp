@@ -1,0 +1,97 @@
+#include "base/Logging.h"
+#include "desktop/DesktopServices.h"
+#include "desktop/atspi/AccessibilityProviderAtSpi.h"
+#include "desktop/wayland/KeySynthesizerWayland.h"
+#include "desktop/wayland/PasteboardWayland.h"
+#include "desktop/wayland/WaylandConnection.h"
+#include "desktop/wayland/WorkspaceWayland.h"
+#include "desktop/x11/KeySynthesizerX11.h"
+#include "desktop/x11/KeyboardEventSourceX11.h"
+#include "desktop/x11/PasteboardX11.h"
+#include "desktop/x11/WindowListX11.h"
+#include "desktop/x11/WorkspaceX11.h"
+
+#include <QProcessEnvironment>
+
+namespace sayvo {
+
+namespace {
+
+DesktopSessionFacts gatherFacts()
+{
+    const QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    DesktopSessionFacts facts;
+    facts.kind = sessionKind(environment);
+    facts.desktopName = environment.value(QStringLiteral("XDG_CURRENT_DESKTOP"));
+    if (facts.kind != SessionKind::wayland) {
+        return facts;
+    }
+    // One look at the compositor's globals; each adapter then opens its own connection.
+    if (const auto probe = WaylandConnection::open(QStringLiteral("session probe"))) {
+        facts.dataControl = probe->offers("ext_data_control_manager_v1")
+            || probe->offers("zwlr_data_control_manager_v1");
+        facts.virtualKeyboard = probe->offers("zwp_virtual_keyboard_manager_v1");
+        facts.foreignToplevel = probe->offers("zwlr_foreign_toplevel_manager_v1");
+    }
+    return facts;
+}
+
+} // namespace
+
+DesktopServices createDesktopServices()
+{
+    DesktopServices services;
+    services.plan = DesktopPlan::choose(gatherFacts());
+    for (const QString &line : services.plan.logLines()) {
+        Logging::shared().info(line);
+    }
+    const DesktopPlan &plan = services.plan;
+
+    if (plan.adapter(DesktopCapability::trigger) == DesktopAdapter::x11) {
+        services.keyboard = std::make_unique<KeyboardEventSourceX11>();
+    } else {
+        services.keyboard = std::make_unique<NoKeyboardEventSource>();
+    }
+    switch (plan.adapter(DesktopCapability::keystrokes)) {
+    case DesktopAdapter::x11:
+        services.keySynthesizer = std::make_shared<KeySynthesizerX11>();
+        break;
+    case DesktopAdapter::waylandProtocol:
+        services.keySynthesizer = std::make_shared<KeySynthesizerWayland>();
+        break;
+    default:
+        services.keySynthesizer = std::make_shared<NoKeySynthesizer>();
+        break;
+    }
+    switch (plan.adapter(DesktopCapability::clipboard)) {
+    case DesktopAdapter::x11:
+        services.pasteboard = std::make_shared<PasteboardX11>();
+        services.primarySelection
+            = std::make_shared<PasteboardX11>(PasteboardX11::Selection::primary);
+        break;
+    case DesktopAdapter::waylandProtocol:
+        services.pasteboard = std::make_shared<PasteboardWayland>();
+        break;
+    default:
+        services.pasteboard = std::make_shared<NoPasteboard>();
+        break;
+    }
+    switch (plan.adapter(DesktopCapability::focusedWindow)) {
+    case DesktopAdapter::x11:
+        services.workspace = std::make_shared<WorkspaceX11>();
+        services.windowList = std::make_shared<WindowListX11>();
+        break;
+    case DesktopAdapter::waylandProtocol:
+        services.workspace = std::make_shared<WorkspaceWayland>();
+        services.windowList = std::make_shared<NoWindowList>();
+        break;
+    default:
+        services.workspace = std::make_shared<NoWorkspace>();
+        services.windowList = std::make_shared<NoWindowList>();
+        break;
+    }
+    services.accessibility = std::make_shared<AccessibilityProviderAtSpi>();
+    return services;
+}
+
+} // namespace sayvo

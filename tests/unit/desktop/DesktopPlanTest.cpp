@@ -1,0 +1,143 @@
+#include "desktop/DesktopPlan.h"
+
+#include <gtest/gtest.h>
+
+using namespace sayvo;
+
+namespace {
+
+QProcessEnvironment environment(std::initializer_list<std::pair<const char *, const char *>> values)
+{
+    QProcessEnvironment result;
+    for (const auto &[name, value] : values) {
+        result.insert(QString::fromLatin1(name), QString::fromLatin1(value));
+    }
+    return result;
+}
+
+DesktopSessionFacts wlroots()
+{
+    DesktopSessionFacts facts;
+    facts.kind = SessionKind::wayland;
+    facts.desktopName = QStringLiteral("sway");
+    facts.dataControl = true;
+    facts.virtualKeyboard = true;
+    facts.foreignToplevel = true;
+    return facts;
+}
+
+const DesktopCapabilityStatus &status(const DesktopPlan &plan, DesktopCapability capability)
+{
+    for (const DesktopCapabilityStatus &entry : plan.capabilities) {
+        if (entry.capability == capability) {
+            return entry;
+        }
+    }
+    throw std::logic_error("no status for the capability");
+}
+
+TEST(SessionKindTest, TheSessionsVariablesDecideNotAnAnsweringXDisplay)
+{
+    // XWayland sets DISPLAY too; the compositor's socket decides.
+    EXPECT_EQ(sessionKind(environment({{"WAYLAND_DISPLAY", "wayland-1"}, {"DISPLAY", ":0"}})),
+        SessionKind::wayland);
+    EXPECT_EQ(sessionKind(environment({{"XDG_SESSION_TYPE", "wayland"}})), SessionKind::wayland);
+    EXPECT_EQ(sessionKind(environment({{"DISPLAY", ":0"}, {"XDG_SESSION_TYPE", "x11"}})),
+        SessionKind::x11);
+    EXPECT_EQ(sessionKind(environment({{"DISPLAY", ":1"}})), SessionKind::x11);
+    EXPECT_EQ(sessionKind(environment({{"XDG_SESSION_TYPE", "x11"}})), SessionKind::x11);
+    EXPECT_EQ(sessionKind(environment({{"XDG_SESSION_TYPE", "tty"}})), SessionKind::none);
+    EXPECT_EQ(
+        sessionKind(environment({{"WAYLAND_DISPLAY", ""}, {"DISPLAY", ""}})), SessionKind::none);
+}
+
+TEST(DesktopPlanTest, AnX11SessionKeepsEveryX11Adapter)
+{
+    DesktopSessionFacts facts;
+    facts.kind = SessionKind::x11;
+    const DesktopPlan plan = DesktopPlan::choose(facts);
+    EXPECT_EQ(plan.adapter(DesktopCapability::trigger), DesktopAdapter::x11);
+    EXPECT_EQ(plan.adapter(DesktopCapability::keystrokes), DesktopAdapter::x11);
+    EXPECT_EQ(plan.adapter(DesktopCapability::clipboard), DesktopAdapter::x11);
+    EXPECT_EQ(plan.adapter(DesktopCapability::focusedWindow), DesktopAdapter::x11);
+    EXPECT_EQ(plan.adapter(DesktopCapability::accessibility), DesktopAdapter::atspi);
+    EXPECT_TRUE(plan.canShowPanelWithoutFocus);
+    for (const DesktopCapabilityStatus &entry : plan.capabilities) {
+        EXPECT_TRUE(entry.isAvailable());
+        EXPECT_TRUE(entry.action.isEmpty()) << entry.action.toStdString();
+    }
+}
+
+TEST(DesktopPlanTest, AWlrootsCompositorGetsItsProtocolsAndTheTriggerCommand)
+{
+    const DesktopPlan plan = DesktopPlan::choose(wlroots());
+    EXPECT_EQ(plan.adapter(DesktopCapability::trigger), DesktopAdapter::triggerCommand);
+    EXPECT_EQ(plan.adapter(DesktopCapability::keystrokes), DesktopAdapter::waylandProtocol);
+    EXPECT_EQ(plan.adapter(DesktopCapability::clipboard), DesktopAdapter::waylandProtocol);
+    EXPECT_EQ(plan.adapter(DesktopCapability::focusedWindow), DesktopAdapter::waylandProtocol);
+    EXPECT_EQ(plan.adapter(DesktopCapability::accessibility), DesktopAdapter::atspi);
+    // No xdg-shell window stays out of the focus.
+    EXPECT_FALSE(plan.canShowPanelWithoutFocus);
+    const QString binding = status(plan, DesktopCapability::trigger).action;
+    EXPECT_TRUE(binding.contains(QStringLiteral("bindsym --no-repeat")));
+    EXPECT_TRUE(binding.contains(QStringLiteral("bindsym --release")));
+    EXPECT_TRUE(binding.contains(QStringLiteral("sayvo trigger press")));
+    EXPECT_TRUE(binding.contains(QStringLiteral("sayvo trigger release")));
+}
+
+TEST(DesktopPlanTest, EveryMissingProtocolIsUnavailableWithOneLineOfAdvice)
+{
+    DesktopSessionFacts facts;
+    facts.kind = SessionKind::wayland;
+    facts.desktopName = QStringLiteral("GNOME");
+    const DesktopPlan plan = DesktopPlan::choose(facts);
+    ASSERT_EQ(plan.capabilities.size(), 5u);
+    for (const DesktopCapability capability : {DesktopCapability::keystrokes,
+             DesktopCapability::clipboard, DesktopCapability::focusedWindow}) {
+        const DesktopCapabilityStatus &entry = status(plan, capability);
+        EXPECT_FALSE(entry.isAvailable()) << displayName(capability).toStdString();
+        EXPECT_FALSE(entry.works.isEmpty());
+        EXPECT_FALSE(entry.action.isEmpty());
+    }
+    // Pasting gone, text still goes in through accessibility.
+    EXPECT_TRUE(status(plan, DesktopCapability::keystrokes)
+                    .works.contains(QStringLiteral("accessibility")));
+    EXPECT_EQ(plan.adapter(DesktopCapability::accessibility), DesktopAdapter::atspi);
+    // A desktop with its own shortcut settings gets the toggle advice.
+    EXPECT_EQ(plan.adapter(DesktopCapability::trigger), DesktopAdapter::triggerCommand);
+    EXPECT_TRUE(status(plan, DesktopCapability::trigger)
+                    .action.contains(QStringLiteral("sayvo trigger toggle")));
+}
+
+TEST(DesktopPlanTest, HyprlandGetsItsOwnBindingSyntax)
+{
+    DesktopSessionFacts facts = wlroots();
+    facts.desktopName = QStringLiteral("Hyprland");
+    const QString action = status(DesktopPlan::choose(facts), DesktopCapability::trigger).action;
+    EXPECT_TRUE(action.contains(QStringLiteral("bindr = , Control_R, exec, sayvo trigger release")))
+        << action.toStdString();
+}
+
+TEST(DesktopPlanTest, TheLogNamesEachCapabilitysAdapterOnce)
+{
+    const QStringList lines = DesktopPlan::choose(wlroots()).logLines();
+    EXPECT_EQ(lines.filter(QStringLiteral("clipboard: Wayland data-control")).size(), 1);
+    EXPECT_EQ(lines.filter(QStringLiteral("pasting: Wayland virtual keyboard")).size(), 1);
+    EXPECT_EQ(lines.filter(QStringLiteral("trigger key: compositor key binding")).size(), 1);
+    EXPECT_EQ(lines.filter(QStringLiteral("heads-up display")).size(), 1);
+
+    DesktopSessionFacts bare;
+    bare.kind = SessionKind::wayland;
+    EXPECT_EQ(DesktopPlan::choose(bare).logLines().filter(QStringLiteral("unavailable")).size(), 3);
+}
+
+TEST(DesktopPlanTest, WithoutASessionNothingIsAvailable)
+{
+    const DesktopPlan plan = DesktopPlan::choose(DesktopSessionFacts {});
+    ASSERT_EQ(plan.capabilities.size(), 5u);
+    for (const DesktopCapabilityStatus &entry : plan.capabilities) {
+        EXPECT_FALSE(entry.isAvailable());
+    }
+}
+
+} // namespace
