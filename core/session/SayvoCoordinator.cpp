@@ -297,9 +297,10 @@ void SayvoCoordinator::cancelCalibrationUtterance()
     }
     m_calibrationSink.reset();
     // The engine is told the utterance is over so it frees its decoder; whatever it answers
-    // carries an identifier nobody waits for any more.
+    // carries an identifier nobody waits for any more, and no answer is awaited.
     endUtterance();
-    m_currentUtteranceId.reset();
+    m_cancelledUtteranceId = m_currentUtteranceId;
+    closeUtterance();
     m_returnToIdleTimer.stop();
     setState(AppState::idle());
 }
@@ -406,13 +407,15 @@ void SayvoCoordinator::consume(OutboundEvent event, const std::function<void()> 
             done();
         };
     };
-    // The start or end of an utterance that has ended meanwhile is not sent: it would reach
-    // whatever connection is open by then, for an utterance the engine never saw or that
-    // is over.
+    // The start or end of an utterance that failed or lost its connection meanwhile is not
+    // sent: it would reach whatever connection is open by then, for an utterance the engine
+    // never saw or that is over. A cancelled one still goes out whole.
     const auto *start = std::get_if<OutboundEvent::Start>(&event.value);
     const auto *end = std::get_if<OutboundEvent::End>(&event.value);
-    if ((start != nullptr && m_currentUtteranceId != start->id)
-        || (end != nullptr && m_currentUtteranceId != end->id)) {
+    const auto isLive = [this](const QString &id) {
+        return m_currentUtteranceId == id || m_cancelledUtteranceId == id;
+    };
+    if ((start != nullptr && !isLive(start->id)) || (end != nullptr && !isLive(end->id))) {
         done();
         return;
     }
@@ -442,6 +445,9 @@ void SayvoCoordinator::consume(OutboundEvent event, const std::function<void()> 
         m_engineClient.sendBinary(
             audio->bytes, [done](const std::optional<SendFailure> &) { done(); });
         return;
+    }
+    if (m_cancelledUtteranceId == end->id) {
+        m_cancelledUtteranceId.reset();
     }
     m_engineClient.endUtterance(end->id, failUnlessSent("utterance.end", end->id));
 }
@@ -480,6 +486,9 @@ void SayvoCoordinator::engineClientDidChangeConnection(EngineClient &, const Con
 {
     m_hasEverConnected = m_hasEverConnected || state.is<ConnectionState::Connected>();
     setConnectionHealth(EngineConnectionHealth::from(state));
+    if (!state.is<ConnectionState::Connected>()) {
+        m_cancelledUtteranceId.reset();
+    }
     if (!m_currentUtteranceId || state.is<ConnectionState::Connected>()) {
         return;
     }

@@ -210,6 +210,9 @@ private:
 
     std::optional<CalibrationSink> m_calibrationSink;
     std::optional<QString> m_currentUtteranceId;
+    // A cancelled calibration utterance whose start and end still go to the engine, so that it
+    // frees the decoder; forgotten once its end is sent or the connection goes.
+    std::optional<QString> m_cancelledUtteranceId;
     std::optional<std::chrono::steady_clock::time_point> m_utteranceStartedAt;
     QTimer m_returnToIdleTimer;
     DisplayDurations m_displayDurations;

@@ -791,6 +791,7 @@ TEST_F(CoordinatorTest, ACancelledCalibrationUtteranceEndsAndItsFinalReachesNobo
     EXPECT_FALSE(c().hasCalibrationSink());
     EXPECT_FALSE(c().currentUtteranceId().has_value());
     EXPECT_FALSE(h.capture->isForwarding());
+    EXPECT_FALSE(c().isAwaitingFinal());
     ASSERT_TRUE(waitFor([&] { return countOfType(h, "utterance.end") == 1; }));
     h.answerWith(CoordinatorHarness::finalWithText("Typed."));
     c().handleTriggerDown();
@@ -799,6 +800,24 @@ TEST_F(CoordinatorTest, ACancelledCalibrationUtteranceEndsAndItsFinalReachesNobo
     ASSERT_TRUE(waitFor([&] { return h.pastedTexts().size() == 1; }));
     EXPECT_EQ(h.pastedTexts().front(), QStringLiteral("Typed."));
     EXPECT_EQ(calls, 0);
+}
+
+TEST_F(CoordinatorTest, TheEndOfACancelledCalibrationUtteranceNeverReachesTheNextConnection)
+{
+    h.answerNothing();
+    ASSERT_TRUE(c().beginCalibrationUtterance({}).ok());
+    ASSERT_TRUE(waitFor([&] { return countOfType(h, "utterance.start") == 1; }));
+    c().cancelCalibrationUtterance();
+    h.client->disconnect(); // before the pump sends the end
+    h.client->connect();
+    ASSERT_TRUE(
+        waitFor([&] { return c().connectionHealth().is<EngineConnectionHealth::Connected>(); }));
+    EXPECT_EQ(countOfType(h, "utterance.end"), 0);
+    EXPECT_TRUE(isIdle(c()));
+    h.answerWith(CoordinatorHarness::finalWithText("Fine."));
+    dictate();
+    EXPECT_EQ(c().state(), AppState::success("Fine.", false));
+    EXPECT_EQ(countOfType(h, "utterance.end"), 1);
 }
 
 TEST_F(CoordinatorTest, ACalibrationUtteranceThatFailsTellsItsSinkWhy)
