@@ -18,12 +18,14 @@
 #include "ui/HUDController.h"
 #include "ui/LoginItem.h"
 #include "ui/MenuBarController.h"
+#include "ui/TrayAvailability.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QGuiApplication>
 #include <QMenuBar>
 #include <QScreen>
+#include <QSystemTrayIcon>
 #include <QWidget>
 
 namespace sayvo {
@@ -37,6 +39,8 @@ AppPlatform AppPlatform::native()
     platform.permissions = createPermissions;
     platform.runtimeLocator = [] { return RuntimeLocator::standard(mainAppBundle()); };
     platform.supervisorOptions = [] { return EngineSupervisor::Options {}; };
+    platform.trayAvailable = &QSystemTrayIcon::isSystemTrayAvailable;
+    platform.watchTrayHost = &sayvo::watchTrayHost;
     return platform;
 }
 
@@ -55,6 +59,7 @@ AppDelegate::~AppDelegate()
     m_calibrationWindow.reset();
     m_setupWindow.reset();
     m_menuBarController.reset();
+    m_trayAvailability.reset();
     m_hudController.reset();
     m_coordinator.reset();
 }
@@ -65,9 +70,10 @@ void AppDelegate::applicationDidFinishLaunching()
     becomeAccessoryApplication();
     QApplication::setQuitOnLastWindowClosed(false);
 
-    // 2. The engine client.
+    // 2. The engine client, whose hello names the language chosen in Settings; the
+    // coordinator passes on later changes.
     m_engineClient = std::make_unique<EngineClient>(
-        m_settings->endpointURL(), QString::fromLatin1(kClientVersion), std::nullopt);
+        m_settings->endpointURL(), QString::fromLatin1(kClientVersion), m_settings->language());
 
     // 3. The runtime locator and the engine supervisor.
     m_engineSupervisor = std::make_unique<EngineSupervisor>(
@@ -126,6 +132,7 @@ void AppDelegate::applicationDidFinishLaunching()
         m_settings->hotkeyTrigger(), call(&AppDelegate::showSettings),
         call(&AppDelegate::showSetup), call(&AppDelegate::showCalibration),
         makeLoginItem(launchCommandPath()));
+    m_trayAvailability = std::make_unique<TrayAvailability>(m_platform.trayAvailable);
 
     // 8. Endpoint: the client moves first, then the supervisor; the current value comes at once.
     subscribe(m_settings.get(), &SettingsStore::endpointURL, &SettingsStore::endpointURLChanged,
@@ -180,6 +187,29 @@ void AppDelegate::applicationDidFinishLaunching()
 
     // 14. Edit and quit shortcuts.
     installMainMenu();
+
+    // Without a tray host (GNOME without an extension, some Wayland compositors) the tray menu
+    // cannot be reached, so the settings window, which then offers Quit and says why, opens at
+    // launch and whenever the tray goes away.
+    connect(m_trayAvailability.get(), &TrayAvailability::availabilityChanged, this,
+        [this](bool available) {
+            Logging::shared().info(QStringLiteral("system tray: ")
+                + (available ? QStringLiteral("available") : QStringLiteral("gone")));
+            if (!available) {
+                showSettings();
+            }
+        });
+    QPointer<TrayAvailability> tray(m_trayAvailability.get());
+    m_platform.watchTrayHost(m_trayAvailability.get(), [tray] {
+        if (tray) {
+            tray->recheck();
+        }
+    });
+    if (!m_trayAvailability->isAvailable()) {
+        Logging::shared().info(
+            QStringLiteral("no system tray: the settings window stands in for the tray menu"));
+        showSettings();
+    }
 }
 
 void AppDelegate::applicationWillTerminate()
@@ -264,12 +294,15 @@ void AppDelegate::installMainMenu()
         }
         QAction *action = edit->addAction(QString::fromLatin1(item.title));
         action->setShortcut(item.keys);
-        // Only as a menu entry: the focused field already owns the key, and a second owner
-        // would make the shortcut ambiguous.
-        action->setShortcutContext(Qt::WidgetShortcut);
+        // Each of the app's windows carries these actions (prepareWindow). A text field takes
+        // its own keys first (it overrides shortcuts for them), so the shortcut fires for the
+        // rest, and the menu entry acts on whatever has the focus when it has the command.
+        action->setShortcutContext(Qt::WindowShortcut);
+        const QByteArray signature = QByteArray(item.slot) + "()";
         const char *slot = item.slot;
-        connect(action, &QAction::triggered, this, [slot] {
-            if (QWidget *focus = QApplication::focusWidget()) {
+        connect(action, &QAction::triggered, this, [slot, signature] {
+            QWidget *focus = QApplication::focusWidget();
+            if (focus != nullptr && focus->metaObject()->indexOfMethod(signature) >= 0) {
                 QMetaObject::invokeMethod(focus, slot);
             }
         });
@@ -282,8 +315,14 @@ void AppDelegate::prepareWindow(QWidget *window, const QString &title, bool cent
     window->setAttribute(Qt::WA_DeleteOnClose, false);
     window->setWindowFlag(Qt::WindowMaximizeButtonHint, false);
     if (m_mainMenu) {
-        // Quit works from every window.
-        window->addAction(m_mainMenu->actions().constFirst()->menu()->actions().constFirst());
+        // Quit and the edit commands work in every window.
+        for (QAction *menu : m_mainMenu->actions()) {
+            for (QAction *action : menu->menu()->actions()) {
+                if (!action->isSeparator()) {
+                    window->addAction(action);
+                }
+            }
+        }
     }
     if (centred) {
         if (QScreen *screen = QGuiApplication::primaryScreen()) {
@@ -291,6 +330,11 @@ void AppDelegate::prepareWindow(QWidget *window, const QString &title, bool cent
         }
     }
     emit windowCreated(window);
+}
+
+void AppDelegate::quit()
+{
+    m_mainMenu->actions().constFirst()->menu()->actions().constFirst()->trigger();
 }
 
 void AppDelegate::bringToFront(QWidget *window)
@@ -304,8 +348,14 @@ void AppDelegate::bringToFront(QWidget *window)
 void AppDelegate::showSettings()
 {
     if (!m_settingsWindow) {
-        m_settingsWindow = makeSettingsWindow(*m_settings, *m_usageStats, *m_coordinator,
-            *m_engineSupervisor, *m_permissions, m_desktop.plan.capabilities);
+        QPointer<AppDelegate> weak(this);
+        m_settingsWindow
+            = makeSettingsWindow(*m_settings, *m_usageStats, *m_coordinator, *m_engineSupervisor,
+                *m_permissions, *m_trayAvailability, m_desktop.plan.capabilities, [weak] {
+                    if (weak) {
+                        weak->quit();
+                    }
+                });
         prepareWindow(m_settingsWindow.get(), QStringLiteral("Settings"), true);
     }
     bringToFront(m_settingsWindow.get());

@@ -30,6 +30,7 @@ class PreferenceStore;
 class SayvoCoordinator;
 class SettingsStore;
 class TextInserter;
+class TrayAvailability;
 class UsageStatsStore;
 
 // The platform pieces the application is assembled from. The defaults are this platform's
@@ -42,6 +43,9 @@ struct AppPlatform
     std::function<std::unique_ptr<Permissions>(AudioHardware &, const HotkeyManager &)> permissions;
     std::function<RuntimeLocator()> runtimeLocator;
     std::function<EngineSupervisor::Options()> supervisorOptions;
+    // Whether the desktop shows tray icons now, and a hook told when that may have changed.
+    std::function<bool()> trayAvailable;
+    std::function<void(QObject *context, std::function<void()> changed)> watchTrayHost;
 
     static AppPlatform native();
 };
@@ -79,6 +83,7 @@ public:
     SayvoCoordinator *coordinator() const { return m_coordinator.get(); }
     HUDController *hudController() const { return m_hudController.get(); }
     MenuBarController *menuBarController() const { return m_menuBarController.get(); }
+    TrayAvailability *trayAvailability() const { return m_trayAvailability.get(); }
     AudioCapture *audioCapture() const { return m_audioCapture.get(); }
     HotkeyManager *hotkeyManager() const { return m_hotkeyManager.get(); }
     Permissions *permissions() const { return m_permissions.get(); }
@@ -95,6 +100,7 @@ signals:
 private:
     void bringToFront(QWidget *window);
     void prepareWindow(QWidget *window, const QString &title, bool centred);
+    void quit();
 
     AppPlatform m_platform;
     std::unique_ptr<SettingsStore> m_settings;
@@ -113,6 +119,7 @@ private:
     std::unique_ptr<SayvoCoordinator> m_coordinator;
     std::unique_ptr<HUDController> m_hudController;
     std::unique_ptr<MenuBarController> m_menuBarController;
+    std::unique_ptr<TrayAvailability> m_trayAvailability;
     std::unique_ptr<Permissions> m_permissions;
 
     std::unique_ptr<QWidget> m_settingsWindow;

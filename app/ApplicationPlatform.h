@@ -2,6 +2,10 @@
 
 #include <QString>
 
+#include <functional>
+
+class QObject;
+
 namespace sayvo {
 
 // The steps of running the application process that differ between platforms. Defined once
@@ -24,5 +28,9 @@ void becomeAccessoryApplication();
 // Brings the application in front of the others, so that the window it shows next gets the
 // keyboard even while another application is active.
 void activateIgnoringOtherApps();
+
+// Calls `changed` (while `context` lives) whenever the desktop's tray host may have come or
+// gone, without waking the app otherwise.
+void watchTrayHost(QObject *context, std::function<void()> changed);
 
 } // namespace sayvo

@@ -7,18 +7,21 @@
 #include "ui/CalibrationWindow.h"
 #include "ui/EngineSetupWindow.h"
 #include "ui/LoginItem.h"
+#include "ui/NoTrayNotice.h"
 #include "ui/SettingsWindow.h"
 
 namespace sayvo {
 
 std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
     SayvoCoordinator &coordinator, EngineSupervisor &, Permissions &permissions,
-    const std::vector<DesktopCapabilityStatus> &desktopCapabilities)
+    TrayAvailability &tray, const std::vector<DesktopCapabilityStatus> &desktopCapabilities,
+    std::function<void()> quit)
 {
     auto window = std::make_unique<SettingsWindow>(
         settings, usageStats, coordinator, [&permissions] { return permissions.snapshot(); },
         [&permissions](Permission permission) { permissions.openSettings(permission); },
         makeLoginItem(launchCommandPath()));
+    window->setNotice(new NoTrayNotice(tray, std::move(quit), window.get()));
     window->setDesktopCapabilities(desktopCapabilities);
     return window;
 }

@@ -70,3 +70,42 @@ function(sayvo_benchmark name)
   sayvo_warnings(${name})
   set_property(GLOBAL APPEND PROPERTY SAYVO_BENCHMARKS ${name})
 endfunction()
+
+# A GoogleTest executable built with AddressSanitizer and UndefinedBehaviorSanitizer: the test
+# sources and the sources of the libraries under test (COMPILED_IN), which are compiled into
+# it as the fuzz targets do, so the sanitizers see inside them; everything else (LIBS) links
+# as usual, and the compiled-in copies take the place of those libraries. Its cases run as
+# "<name>.<Suite>.<Case>" with the labels given plus "asan".
+#   sayvo_sanitized_test(name SOURCES ... COMPILED_IN libs... LIBS ... [LABELS ...] [TIMEOUT s])
+function(sayvo_sanitized_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;COMPILED_IN;LIBS;LABELS" ${ARGN})
+  if(NOT SAYVO_SANITIZED_TESTS)
+    return()
+  endif()
+  set(sources ${ARG_SOURCES} ${PROJECT_SOURCE_DIR}/tests/support/SanitizerOptions.cpp)
+  foreach(lib ${ARG_COMPILED_IN})
+    get_target_property(lib_dir ${lib} SOURCE_DIR)
+    get_target_property(lib_sources ${lib} SOURCES)
+    foreach(source ${lib_sources})
+      if(NOT IS_ABSOLUTE "${source}")
+        set(source "${lib_dir}/${source}")
+      endif()
+      list(APPEND sources "${source}")
+    endforeach()
+  endforeach()
+  add_executable(${name} ${sources})
+  set(flags -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -g -O1)
+  target_compile_options(${name} PRIVATE ${flags})
+  target_link_options(${name} PRIVATE -fsanitize=address,undefined)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/core ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE sayvo_test_main ${ARG_LIBS} GTest::gmock GTest::gtest)
+  sayvo_warnings(${name})
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  gtest_discover_tests(${name}
+    TEST_PREFIX "${name}."
+    DISCOVERY_MODE PRE_TEST
+    DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS};asan")
+endfunction()

@@ -23,7 +23,7 @@ QScreen *HUDController::screenUnderPointer()
 }
 
 HUDController::HUDController(SayvoCoordinator &coordinator, QObject *parent)
-    : QObject(parent), m_screen(&HUDController::screenUnderPointer)
+    : QObject(parent), m_coordinator(coordinator), m_screen(&HUDController::screenUnderPointer)
 {
     m_hideTimer.setSingleShot(true);
     m_hideTimer.setTimerType(Qt::PreciseTimer);
@@ -82,10 +82,12 @@ void HUDController::render(const AppState &state, bool captureLive)
     positionNearCaretOrFixed();
     m_panel->show();
     m_panel->raise();
+    // Outcomes stay exactly as long as the coordinator shows them before its return to idle.
+    const auto &durations = m_coordinator.displayDurations();
     if (state.is<AppState::Success>()) {
-        scheduleHide(kSuccessHideSeconds);
+        scheduleHide(durations.successSeconds);
     } else if (state.is<AppState::Error>() || state.is<AppState::EmptyTranscript>()) {
-        scheduleHide(kErrorHideSeconds);
+        scheduleHide(durations.errorSeconds);
     }
 }
 

@@ -29,8 +29,6 @@ public:
     static constexpr int kWidth = 260;
     static constexpr int kHeight = 44;
     static constexpr int kBottomOffset = 80;
-    static constexpr double kSuccessHideSeconds = 1.2;
-    static constexpr double kErrorHideSeconds = 2.0;
 
     using ScreenProvider = std::function<QScreen *()>;
 
@@ -62,6 +60,7 @@ private:
     void createPanel();
     void applyLatestLevel();
 
+    SayvoCoordinator &m_coordinator;
     std::unique_ptr<QWidget> m_panel;
     HUDView *m_view = nullptr;
     QTimer m_hideTimer;

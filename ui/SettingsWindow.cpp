@@ -179,7 +179,11 @@ SettingsWindow::SettingsWindow(SettingsStore &settings, UsageStatsStore &usageSt
     m_pages->addWidget(buildUsage());
     m_pages->addWidget(buildPrivacy());
     m_pages->addWidget(buildPermissions());
-    layout->addWidget(m_pages, 1);
+    m_content = new QVBoxLayout;
+    m_content->setContentsMargins(0, 0, 0, 0);
+    m_content->setSpacing(0);
+    m_content->addWidget(m_pages, 1);
+    layout->addLayout(m_content, 1);
 
     connect(m_sidebar, &QListWidget::currentRowChanged, m_pages, &QStackedWidget::setCurrentIndex);
     selectTab(SettingsTab::general);
@@ -188,6 +192,11 @@ SettingsWindow::SettingsWindow(SettingsStore &settings, UsageStatsStore &usageSt
 }
 
 SettingsWindow::~SettingsWindow() = default;
+
+void SettingsWindow::setNotice(QWidget *notice)
+{
+    m_content->insertWidget(0, notice);
+}
 
 SettingsWindow::SamplerFactory SettingsWindow::defaultSamplerFactory()
 {

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "desktop/DesktopPlan.h"
 #include "runtime/EngineFootprint.h"
 #include "ui/LoginItem.h"
-#include "desktop/DesktopPlan.h"
 #include "ui/PermissionSnapshot.h"
 
 #include <QList>
@@ -86,6 +86,9 @@ public:
 
     SettingsTab selectedTab() const;
     void selectTab(SettingsTab tab);
+    // A band above every tab, for what the app must tell the user whichever tab is open. Make it
+    // with the window as its parent; it keeps its own visibility.
+    void setNotice(QWidget *notice);
     // What works in this desktop session, one line per capability, under the permissions.
     void setDesktopCapabilities(const std::vector<DesktopCapabilityStatus> &statuses);
     DesktopCapabilityList *desktopCapabilities() const { return m_desktopCapabilities; }
@@ -128,6 +131,7 @@ private:
 
     QListWidget *m_sidebar = nullptr;
     QStackedWidget *m_pages = nullptr;
+    QVBoxLayout *m_content = nullptr;
 
     QLineEdit *m_endpoint = nullptr;
     QLabel *m_endpointError = nullptr;

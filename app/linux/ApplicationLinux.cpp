@@ -4,7 +4,8 @@
 #include "runtime/AppBundle.h"
 
 #include <QCoreApplication>
-
+#include <QDBusConnection>
+#include <QDBusServiceWatcher>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QtGlobal>
@@ -56,6 +57,21 @@ void becomeAccessoryApplication()
 void activateIgnoringOtherApps()
 {
     // X11 window managers activate the window itself; there is no application to activate.
+}
+
+void watchTrayHost(QObject *context, std::function<void()> changed)
+{
+    // Panels show tray icons through the StatusNotifierItem watcher on the session bus; it
+    // starting or stopping is the change. An XEmbed tray that appears later is found by
+    // asking again while there is none.
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) {
+        return;
+    }
+    auto *watcher = new QDBusServiceWatcher(QStringLiteral("org.kde.StatusNotifierWatcher"), bus,
+        QDBusServiceWatcher::WatchForOwnerChange, context);
+    QObject::connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, context,
+        [changed = std::move(changed)] { changed(); });
 }
 
 } // namespace sayvo

@@ -93,7 +93,9 @@ void PermissionsLinux::promptAccessibility()
 
 bool PermissionsLinux::isInputMonitoringGranted()
 {
-    return m_hotkeyManager.isInstalled();
+    // Nothing is granted ahead on Linux: the key watch is refused only when the tap is tried
+    // and fails. Asked before the first try (the launch's preflight), it is not refused.
+    return !m_hotkeyManager.wasRefused();
 }
 
 void PermissionsLinux::requestInputMonitoringAccess()

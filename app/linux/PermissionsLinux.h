@@ -9,7 +9,7 @@ class HotkeyManager;
 
 // Linux has no permission prompts: the microphone is usable when the sound server answers
 // and offers a source, accessibility when the AT-SPI bus is switched on, and input
-// monitoring when the X server let Sayvo watch the trigger key.
+// monitoring unless the X server refused to let Sayvo watch the trigger key.
 class PermissionsLinux : public Permissions
 {
 public:

@@ -194,7 +194,7 @@ void AudioCapture::enqueue(QByteArray bytes)
     });
 }
 
-void AudioCapture::startForwarding()
+Status<AudioCaptureError> AudioCapture::startForwarding()
 {
     m_queue->sync([this] {
         m_pendingBytes.clear();
@@ -208,18 +208,20 @@ void AudioCapture::startForwarding()
             m_converter->reset();
         }
     }
-    openMicrophone();
     m_isForwarding = true;
+    return openMicrophone();
 }
 
-void AudioCapture::openMicrophone()
+Status<AudioCaptureError> AudioCapture::openMicrophone()
 {
     if (m_isPrepared && !m_engine->isRunning()) {
         if (const auto failure = m_engine->start()) {
             Logging::shared().error(
                 QStringLiteral("could not start mic capture: %1").arg(*failure));
+            return AudioCaptureError::microphoneStartFailed(*failure);
         }
     }
+    return {};
 }
 
 void AudioCapture::stopForwarding(bool flush)

@@ -65,9 +65,10 @@ public:
     bool isPrepared() const { return m_isPrepared.load(); }
     bool isReady() const { return isPrepared(); }
 
-    // Opens the microphone and starts a new utterance's statistics. Never fails: a dead
-    // microphone shows as no live signal and a zero byte count.
-    void startForwarding();
+    // Opens the microphone and starts a new utterance's statistics. Forwarding is on even when
+    // the microphone would not open, which is returned (and then shows as no live signal and a
+    // zero byte count); an unprepared capture opens nothing and reports nothing.
+    Status<AudioCaptureError> startForwarding();
     // Closes the microphone. With flush, the resampler's tail and the last partial chunk are
     // delivered before this returns; without, they are dropped. Either way the next
     // utterance's audio starts clean.
@@ -104,8 +105,8 @@ public:
 
 private:
     std::optional<QString> selectConfiguredDevice();
-    // Starts the prepared engine unless it runs; a failure is logged, never raised.
-    void openMicrophone();
+    // Starts the prepared engine unless it runs; a failure is logged and returned.
+    Status<AudioCaptureError> openMicrophone();
     // Rebuilds, and reopens the microphone when an utterance is under way.
     void rebuildAndResume();
     void handleBuffer(const AudioBufferView &buffer);

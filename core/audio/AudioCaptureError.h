@@ -5,7 +5,7 @@
 
 namespace sayvo {
 
-// Why the capture could not be prepared.
+// Why the capture could not be prepared or started.
 struct AudioCaptureError
 {
     enum class Kind {
@@ -15,6 +15,8 @@ struct AudioCaptureError
         converterUnavailable,
         // The sound server cannot be reached (not running, or gone); `reason` says why.
         soundServerUnavailable,
+        // The prepared microphone would not open (busy, unplugged); `reason` says why.
+        microphoneStartFailed,
         // The sound system refused the tap on the input (a format it no longer has, or a
         // device that vanished meanwhile); `reason` says why.
         tapRefused,
@@ -37,7 +39,10 @@ struct AudioCaptureError
     {
         return {Kind::soundServerUnavailable, 0.0, 0, reason};
     }
-
+    static AudioCaptureError microphoneStartFailed(const QString &reason)
+    {
+        return {Kind::microphoneStartFailed, 0.0, 0, reason};
+    }
     static AudioCaptureError tapRefused(const QString &reason)
     {
         return {Kind::tapRefused, 0.0, 0, reason};

@@ -1,6 +1,7 @@
 #include "desktop/ContextHarvester.h"
 
 #include "desktop/AXHelpers.h"
+#include "protocol/ContextBounds.h"
 
 #include <limits>
 
@@ -14,6 +15,30 @@ std::optional<std::string> toStd(const std::optional<QString> &text)
         return std::nullopt;
     }
     return text->toStdString();
+}
+
+// Every UTF-16 unit takes at least one byte on the wire, so a head (tail) of that many units
+// holds all the engine will get of a text of any size; only that part is converted.
+std::optional<QString> headUnits(std::optional<QString> text, std::size_t units)
+{
+    if (text && static_cast<std::size_t>(text->size()) > units) {
+        text->truncate(static_cast<qsizetype>(units));
+        if (text->back().isHighSurrogate()) {
+            text->chop(1);
+        }
+    }
+    return text;
+}
+
+std::optional<QString> tailUnits(std::optional<QString> text, std::size_t units)
+{
+    if (text && static_cast<std::size_t>(text->size()) > units) {
+        *text = text->right(static_cast<qsizetype>(units));
+        if (text->front().isLowSurrogate()) {
+            text->remove(0, 1);
+        }
+    }
+    return text;
 }
 
 } // namespace
@@ -43,9 +68,11 @@ ContextPack ContextHarvester::harvestCheapContext(const QStringList &personalDic
             title = fallbackWindowTitle(front->pid);
         }
         pack.windowTitle = toStd(title);
-        pack.screenText = toStd(AXHelpers::screenText(*m_accessibility, front->pid, kWindowChars));
+        pack.screenText
+            = toStd(tailUnits(AXHelpers::screenText(*m_accessibility, front->pid, kWindowChars),
+                ContextLimits::kScreenTextBytes));
     }
-    pack.clipboard = toStd(m_pasteboard->string());
+    pack.clipboard = toStd(headUnits(m_pasteboard->string(), ContextLimits::kClipboardBytes));
     if (!personalDictionary.isEmpty()) {
         std::vector<std::string> words;
         words.reserve(personalDictionary.size());
@@ -54,7 +81,7 @@ ContextPack ContextHarvester::harvestCheapContext(const QStringList &personalDic
         }
         pack.personalDictionary = std::move(words);
     }
-    return pack;
+    return boundedForWire(std::move(pack));
 }
 
 std::optional<QString> ContextHarvester::fallbackWindowTitle(qint64 pid)

@@ -15,7 +15,8 @@ namespace sayvo {
 
 // Gathers what the engine is told about the application in front. No state of its own;
 // main thread only; blocks for the accessibility queries (each bounded by the provider's
-// time-out) and never fails: what cannot be read is left absent.
+// time-out) and never fails: what cannot be read is left absent. Every text is cut to
+// ContextLimits, so the pack fits one frame the engine accepts.
 class ContextHarvester
 {
 public:

@@ -47,6 +47,7 @@ Status<HotkeyError> HotkeyManager::start()
         // A source that outlives its manager passes everything through.
         return self ? self->handleEvent(event) : KeyEventDisposition::pass;
     });
+    m_refused = !installed;
     if (!installed) {
         return HotkeyError::tapCreationFailed;
     }

@@ -56,6 +56,8 @@ public:
     // Removes the tap. A key still held gets no onEnd.
     void stop();
     bool isInstalled() const { return m_installed; }
+    // The last start() failed (the system refused the tap); cleared by a successful one.
+    bool wasRefused() const { return m_refused; }
 
     // The trigger key going down and up as a compositor's key binding reports them (`sayvo
     // trigger press` and `release`), under the same rules as the watched key: a press while
@@ -78,6 +80,7 @@ private:
     std::function<void()> m_onStart;
     std::function<void()> m_onEnd;
     bool m_installed = false;
+    bool m_refused = false;
     bool m_isKeyDown = false;
     // Runs while the Fn/Globe key is held and might still become part of a shortcut.
     QTimer m_aloneTimer;

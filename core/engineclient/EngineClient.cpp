@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <utility>
 
 namespace sayvo {
 
@@ -60,6 +61,7 @@ EngineClient::~EngineClient()
     // Quietly: the delegate may already be gone, and nobody is left to reconnect.
     m_delegate = nullptr;
     m_pending.clear();
+    m_pendingBytes = 0;
     if (m_socket != nullptr) {
         m_socket->QObject::disconnect(this);
         m_socket->abort();
@@ -134,6 +136,7 @@ void EngineClient::openSocket()
 
     auto *socket = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
     m_socket = socket;
+    ++m_socketGeneration;
     QObject::connect(
         socket, &QWebSocket::connected, this, [this, socket] { onSocketConnected(socket); });
     QObject::connect(
@@ -151,6 +154,22 @@ void EngineClient::openSocket()
     QObject::connect(socket, &QWebSocket::binaryMessageReceived, this,
         [this, socket](const QByteArray &bytes) { handleInbound(socket, bytes); });
     socket->open(m_endpoint);
+    if (socket->state() == QAbstractSocket::UnconnectedState) {
+        // Qt turns some endpoints down inside open() (a scheme other than ws or wss, an
+        // invalid URL, wss without TLS support) and reports nothing afterwards: treat that as a
+        // failed handshake, from the event loop like every other failure, so the back-off runs.
+        const QString reason = socket->errorString();
+        const quint64 generation = m_socketGeneration;
+        QMetaObject::invokeMethod(
+            this,
+            [this, generation, reason] {
+                if (generation == m_socketGeneration && m_socket != nullptr) {
+                    handleConnectionFailure(QStringLiteral("hello handshake failed: ") + reason);
+                }
+            },
+            Qt::QueuedConnection);
+        return;
+    }
 
     HelloMessage hello;
     hello.version = m_clientVersion.toStdString();
@@ -257,6 +276,15 @@ void EngineClient::writeFrame(PendingFrame frame)
         return;
     }
     if (m_socket->state() != QAbstractSocket::ConnectedState || !m_pending.empty()) {
+        // A socket that takes long to open must not gather every context update meanwhile.
+        if (m_pendingBytes + frame.bytes.size() > kMaxPendingBytes) {
+            if (frame.done) {
+                frame.done(SendFailure {EngineClientError::sendFailed,
+                    QStringLiteral("too much is waiting for the engine connection to open")});
+            }
+            return;
+        }
+        m_pendingBytes += frame.bytes.size();
         m_pending.push_back(std::move(frame));
         return;
     }
@@ -281,6 +309,7 @@ void EngineClient::onSocketConnected(QWebSocket *socket)
     // Frames sent while the socket was opening go out now, the hello first.
     std::vector<PendingFrame> pending;
     pending.swap(m_pending);
+    m_pendingBytes = 0;
     for (PendingFrame &frame : pending) {
         if (m_socket != socket) {
             if (frame.done) {
@@ -318,6 +347,7 @@ void EngineClient::failPending(const SendFailure &failure)
 {
     std::vector<PendingFrame> pending;
     pending.swap(m_pending);
+    m_pendingBytes = 0;
     for (PendingFrame &frame : pending) {
         if (frame.done) {
             frame.done(failure);
@@ -372,12 +402,13 @@ void EngineClient::handleInbound(QWebSocket *socket, const QByteArray &bytes)
 
 void EngineClient::handleConnectionFailure(const QString &message)
 {
-    if (m_socket != nullptr) {
-        QWebSocket *socket = m_socket;
-        m_socket = nullptr;
+    QWebSocket *socket = std::exchange(m_socket, nullptr);
+    m_receiving = false;
+    // After the socket is cleared, so that a waiting hello's completion finds it gone.
+    failPending({EngineClientError::sendFailed, message});
+    if (socket != nullptr) {
         retireSocket(socket, /*graceful=*/false);
     }
-    m_receiving = false;
     setConnectionState(ConnectionState::failed(message));
     if (m_shouldStayConnected) {
         scheduleReconnect();

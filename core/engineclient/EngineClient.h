@@ -26,8 +26,8 @@ namespace sayvo {
 // callback arrives there.
 //
 // Sends need only a socket, not a finished handshake: frames sent while the socket is still
-// opening wait for it, in order, and fail if it fails. Completions are always delivered
-// later from the event loop, never from inside the call that sent.
+// opening wait for it, in order, up to kMaxPendingBytes, and fail if it fails. Completions
+// are always delivered later from the event loop, never from inside the call that sent.
 class EngineClient : public QObject
 {
     Q_OBJECT
@@ -39,6 +39,8 @@ public:
     static constexpr double kInitialReconnectDelaySeconds = 0.5;
     static constexpr double kMaxReconnectDelaySeconds = 8.0;
     static constexpr quint16 kGoingAwayCloseCode = 1001;
+    // Frames waiting for a socket that is still opening, in bytes; sends beyond it fail.
+    static constexpr qsizetype kMaxPendingBytes = qsizetype {4} * 1024 * 1024;
 
     EngineClient(QUrl endpoint, QString clientVersion,
         std::optional<QString> language = std::nullopt, QObject *parent = nullptr);
@@ -55,9 +57,10 @@ public:
     const ConnectionState &connectionState() const { return m_connectionState; }
     QUrl endpoint() const { return m_endpoint; }
     QString clientVersion() const { return m_clientVersion; }
-    std::optional<QString> language() const { return m_language; }
 
-    // Carried by the next "hello"; changing it sends nothing.
+    // Carried by the next "hello"; changing them sends nothing.
+    std::optional<QString> language() const { return m_language; }
+    void setLanguage(std::optional<QString> language) { m_language = std::move(language); }
     bool feedbackEnabled() const { return m_feedbackEnabled; }
     void setFeedbackEnabled(bool enabled) { m_feedbackEnabled = enabled; }
 
@@ -120,6 +123,8 @@ private:
     QWebSocket *m_socket = nullptr; // the current socket, owned
     bool m_receiving = false; // the hello went out; inbound frames are read
     std::vector<PendingFrame> m_pending;
+    qsizetype m_pendingBytes = 0;
+    quint64 m_socketGeneration = 0; // tells a queued failure whether its socket is still current
     QTimer m_reconnectTimer;
     double m_reconnectDelaySeconds = kInitialReconnectDelaySeconds;
     bool m_shouldStayConnected = false;

@@ -5,12 +5,14 @@ namespace sayvo {
 
 QString describe(const AppState &state)
 {
+    // What the user said never goes into a description: it ends up in the journal.
     if (const auto *s = state.as<AppState::Listening>()) {
-        return QStringLiteral("listening(\"%1\")").arg(s->partialText);
+        return QStringLiteral("listening(chars=%1)").arg(s->partialText.size());
     }
     if (const auto *s = state.as<AppState::Success>()) {
-        return QStringLiteral("success(\"%1\", raw=%2)")
-            .arg(s->formattedText, s->wasRaw ? QStringLiteral("yes") : QStringLiteral("no"));
+        return QStringLiteral("success(chars=%1, raw=%2)")
+            .arg(s->formattedText.size())
+            .arg(s->wasRaw ? QStringLiteral("yes") : QStringLiteral("no"));
     }
     if (const auto *s = state.as<AppState::Error>()) {
         return QStringLiteral("error(\"%1\")").arg(s->message);

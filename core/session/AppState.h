@@ -62,6 +62,7 @@ struct AppState
     bool operator==(const AppState &) const = default;
 };
 
+// For the log: the case, and the length of any dictated text instead of the text itself.
 QString describe(const AppState &state);
 
 } // namespace sayvo

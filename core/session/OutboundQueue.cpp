@@ -3,6 +3,9 @@
 #include <QMetaObject>
 #include <QPointer>
 
+#include <algorithm>
+#include <iterator>
+
 namespace sayvo {
 
 OutboundQueue::OutboundQueue(QObject *context, Consumer consume)
@@ -14,11 +17,24 @@ OutboundQueue::~OutboundQueue()
     *m_alive = false;
 }
 
+namespace {
+
+bool isAudio(const OutboundEvent &event)
+{
+    return std::holds_alternative<OutboundEvent::Audio>(event.value);
+}
+
+} // namespace
+
 void OutboundQueue::enqueue(OutboundEvent event)
 {
     {
         std::lock_guard lock(m_mutex);
         if (m_finished) {
+            return;
+        }
+        if (m_holdingAudio && isAudio(event)) {
+            m_heldAudio.push_back(std::move(event));
             return;
         }
         m_events.push_back(std::move(event));
@@ -30,11 +46,44 @@ void OutboundQueue::enqueue(OutboundEvent event)
     wake();
 }
 
+void OutboundQueue::holdAudio()
+{
+    std::lock_guard lock(m_mutex);
+    m_holdingAudio = true;
+}
+
+void OutboundQueue::releaseAudio()
+{
+    {
+        std::lock_guard lock(m_mutex);
+        m_holdingAudio = false;
+        if (m_finished || m_heldAudio.empty()) {
+            m_heldAudio.clear();
+            return;
+        }
+        std::move(m_heldAudio.begin(), m_heldAudio.end(), std::back_inserter(m_events));
+        m_heldAudio.clear();
+        if (m_busy) {
+            return;
+        }
+        m_busy = true;
+    }
+    wake();
+}
+
+void OutboundQueue::discardAudio()
+{
+    std::lock_guard lock(m_mutex);
+    m_heldAudio.clear();
+    std::erase_if(m_events, isAudio);
+}
+
 void OutboundQueue::finish()
 {
     std::lock_guard lock(m_mutex);
     m_finished = true;
     m_events.clear();
+    m_heldAudio.clear();
 }
 
 bool OutboundQueue::isFinished() const

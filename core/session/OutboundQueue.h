@@ -31,6 +31,14 @@ public:
     // Thread-safe. Ignored once the queue is finished.
     void enqueue(OutboundEvent event);
 
+    // Audio events wait aside from holdAudio() until releaseAudio(), which queues them behind
+    // whatever was queued meanwhile: the microphone can open before its utterance's start is
+    // queued.
+    void holdAudio();
+    void releaseAudio();
+    // Drops the audio events not yet handed out (those of an utterance that has ended).
+    void discardAudio();
+
     // No further events are accepted or handed out.
     void finish();
     bool isFinished() const;
@@ -45,6 +53,8 @@ private:
     Consumer m_consume;
     mutable std::mutex m_mutex;
     std::deque<OutboundEvent> m_events;
+    std::deque<OutboundEvent> m_heldAudio;
+    bool m_holdingAudio = false;
     bool m_finished = false;
     bool m_busy = false; // an event is being handled or a wake-up is on its way
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);

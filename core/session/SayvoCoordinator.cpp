@@ -51,6 +51,14 @@ SayvoCoordinator::SayvoCoordinator(EngineClient &engineClient, AudioCapture &aud
     m_returnToIdleTimer.setSingleShot(true);
     m_returnToIdleTimer.setTimerType(Qt::PreciseTimer);
     connect(&m_returnToIdleTimer, &QTimer::timeout, this, [this] { setState(AppState::idle()); });
+    m_finalDeadlineTimer.setSingleShot(true);
+    m_finalDeadlineTimer.setTimerType(Qt::PreciseTimer);
+    connect(&m_finalDeadlineTimer, &QTimer::timeout, this, [this] {
+        Logging::shared().error(QStringLiteral("no final within %1 ms: audioBytes=%2")
+                                    .arg(m_finalDeadlineTimer.interval())
+                                    .arg(m_audioCapture.lastUtteranceBytes()));
+        failUtterance(kNoAnswerMessage);
+    });
 
     m_engineClient.setDelegate(this, this);
     wireHotkey();
@@ -60,15 +68,16 @@ SayvoCoordinator::SayvoCoordinator(EngineClient &engineClient, AudioCapture &aud
         });
     wireAudio();
 
-    // A changed feedback choice must reach the engine in the handshake, so reconnect.
+    // The feedback choice and the language travel in the handshake: a change reconnects.
     connect(&m_settings, &SettingsStore::feedbackEnabledChanged, this, [this](bool enabled) {
         m_engineClient.setFeedbackEnabled(enabled);
-        m_engineClient.disconnect();
-        const ConnectionState &state = m_engineClient.connectionState();
-        if (state.is<ConnectionState::Disconnected>() || state.is<ConnectionState::Failed>()) {
-            reconnectClient();
-        }
+        renewHandshake();
     });
+    connect(&m_settings, &SettingsStore::languageChanged, this,
+        [this](const std::optional<QString> &language) {
+            m_engineClient.setLanguage(language);
+            renewHandshake();
+        });
 
     // Rebuilds a prepared capture by itself; an unprepared one binds the choice when prepared.
     m_audioCapture.setInputDevice(m_settings.inputDeviceUID());
@@ -167,6 +176,7 @@ void SayvoCoordinator::wireAudio()
 void SayvoCoordinator::start()
 {
     m_engineClient.setFeedbackEnabled(m_settings.feedbackEnabled());
+    m_engineClient.setLanguage(m_settings.language());
     retryInputSetupIfNeeded();
     const ConnectionState &state = m_engineClient.connectionState();
     if (state.is<ConnectionState::Failed>() || state.is<ConnectionState::Disconnected>()) {
@@ -184,6 +194,19 @@ void SayvoCoordinator::stop()
     m_audioCapture.stopForwarding(false);
     m_outbound->finish();
     m_engineClient.disconnect();
+}
+
+void SayvoCoordinator::renewHandshake()
+{
+    // Once stopped, the coordinator opens no connection again.
+    if (m_outbound->isFinished()) {
+        return;
+    }
+    m_engineClient.disconnect();
+    const ConnectionState &state = m_engineClient.connectionState();
+    if (state.is<ConnectionState::Disconnected>() || state.is<ConnectionState::Failed>()) {
+        reconnectClient();
+    }
 }
 
 void SayvoCoordinator::reconnectClient()
@@ -233,11 +256,7 @@ void SayvoCoordinator::handleTriggerDown()
         beginUtterance();
         return;
     }
-    if (m_state.is<AppState::Listening>()) {
-        endUtterance();
-    } else if (m_state.is<AppState::Idle>()) {
-        beginUtterance();
-    }
+    toggleDictation();
 }
 
 void SayvoCoordinator::handleTriggerUp()
@@ -284,24 +303,51 @@ void SayvoCoordinator::cancelCalibrationUtterance()
     }
     m_calibrationSink.reset();
     // The engine is told the utterance is over so it frees its decoder; whatever it answers
-    // carries an identifier nobody waits for any more.
+    // carries an identifier nobody waits for any more, and no answer is awaited.
     endUtterance();
-    m_currentUtteranceId.reset();
+    m_cancelledUtteranceId = m_currentUtteranceId;
+    closeUtterance();
     m_returnToIdleTimer.stop();
     setState(AppState::idle());
 }
 
 void SayvoCoordinator::beginUtterance()
 {
-    if (!m_state.is<AppState::Idle>()) {
+    if (!m_state.is<AppState::Idle>() || refuseWithoutEngine()) {
         return;
     }
+    m_returnToIdleTimer.stop();
+    // The microphone opens before the context is gathered, whose accessibility and clipboard
+    // queries may take a while, so the first words are not lost; its audio waits aside until
+    // the start is queued, so the engine still gets the context, the start, then the audio.
+    m_outbound->holdAudio();
+    if (const auto opened = openMicrophone(); !opened) {
+        m_outbound->discardAudio();
+        m_outbound->releaseAudio();
+        const QString message = opened.error().describe();
+        Logging::shared().error(QStringLiteral("could not start dictation: ") + message);
+        setState(AppState::error(message));
+        scheduleReturnToIdle(m_displayDurations.errorSeconds);
+        return;
+    }
+    const QString id = newUtteranceId();
+    m_currentUtteranceId = id;
+    m_utteranceStartedAt = std::chrono::steady_clock::now();
+    setIsCaptureLive(false);
+    setState(AppState::listening());
+    ContextPack context = m_contextHarvester.harvestCheapContext(m_settings.personalDictionary());
+    m_outbound->enqueue(OutboundEvent {OutboundEvent::Start {id, std::move(context)}});
+    m_outbound->releaseAudio();
+}
+
+bool SayvoCoordinator::refuseWithoutEngine()
+{
     const auto *connected = m_connectionHealth.as<EngineConnectionHealth::Connected>();
     if (connected == nullptr) {
         setState(AppState::error(m_hasEverConnected ? QString::fromUtf8("Reconnecting to engine…")
                                                     : QString::fromUtf8("Engine starting up…")));
         scheduleReturnToIdle(m_displayDurations.errorSeconds);
-        return;
+        return true;
     }
     if (connected->mockBackends) {
         Logging::shared().error(QString::fromUtf8(
@@ -309,19 +355,25 @@ void SayvoCoordinator::beginUtterance()
         setState(AppState::error(
             QString::fromUtf8("Engine in mock mode — restart it (no transcription)")));
         scheduleReturnToIdle(m_displayDurations.errorSeconds);
-        return;
+        return true;
     }
-    m_returnToIdleTimer.stop();
-    const QString id = newUtteranceId();
-    m_currentUtteranceId = id;
-    m_utteranceStartedAt = std::chrono::steady_clock::now();
-    setIsCaptureLive(false);
-    setState(AppState::listening());
-    ContextPack context = m_contextHarvester.harvestCheapContext(m_settings.personalDictionary());
-    if (!m_outbound->isFinished()) {
-        m_outbound->enqueue(OutboundEvent {OutboundEvent::Start {id, std::move(context)}});
+    return false;
+}
+
+// A microphone that never came up, or will not open now, is reported before anything is sent:
+// otherwise the user would speak into nothing and be told the engine heard nothing.
+Status<AudioCaptureError> SayvoCoordinator::openMicrophone()
+{
+    if (!m_audioCapture.isPrepared()) {
+        if (auto prepared = m_audioCapture.prepare(); !prepared) {
+            return prepared;
+        }
     }
-    m_audioCapture.startForwarding();
+    auto started = m_audioCapture.startForwarding();
+    if (!started) {
+        m_audioCapture.stopForwarding(false);
+    }
+    return started;
 }
 
 void SayvoCoordinator::endUtterance()
@@ -332,29 +384,53 @@ void SayvoCoordinator::endUtterance()
     // Returns only after the last chunks went into the queue, so the end follows them.
     m_audioCapture.stopForwarding(true);
     setState(AppState::processing());
-    if (!m_outbound->isFinished()) {
-        m_outbound->enqueue(OutboundEvent {OutboundEvent::End {*m_currentUtteranceId}});
-    }
+    m_outbound->enqueue(OutboundEvent {OutboundEvent::End {*m_currentUtteranceId}});
+    m_finalDeadlineTimer.start(m_finalDeadline.forAudioBytes(m_audioCapture.lastUtteranceBytes()));
+}
+
+std::chrono::milliseconds SayvoCoordinator::FinalDeadline::forAudioBytes(qint64 bytes) const
+{
+    // 16 kHz mono s16le: 32000 bytes a second.
+    const double audioSeconds = static_cast<double>(bytes) / 32000.0;
+    return std::chrono::milliseconds(
+        std::llround((baseSeconds + perAudioSecond * audioSeconds) * 1000.0));
 }
 
 void SayvoCoordinator::consume(OutboundEvent event, const std::function<void()> &done)
 {
     QPointer<SayvoCoordinator> weak(this);
-    if (auto *start = std::get_if<OutboundEvent::Start>(&event.value)) {
-        const QString id = start->id;
-        auto sendStart = [weak, id, done] {
-            if (!weak) {
-                return;
+    // A start or end the engine did not take ends its utterance, unless that has ended already
+    // (a closed or lost connection fails the utterance before the send reports it).
+    auto failUnlessSent = [weak, done](const char *what, const QString &id) {
+        return [weak, done, what, id](const std::optional<SendFailure> &failure) {
+            if (weak && failure) {
+                Logging::shared().error(
+                    QString::fromLatin1(what) + QStringLiteral(" failed: ") + failure->description);
+                if (weak->m_currentUtteranceId == id) {
+                    weak->failUtterance(kUnreachableMessage);
+                }
             }
-            weak->m_engineClient.startUtterance(
-                id, [weak, done](const std::optional<SendFailure> &failure) {
-                    if (weak && failure) {
-                        Logging::shared().error(
-                            QStringLiteral("utterance.start failed: ") + failure->description);
-                        weak->failUtterance(QStringLiteral("failed to reach engine"));
-                    }
-                    done();
-                });
+            done();
+        };
+    };
+    // The start or end of an utterance that failed or lost its connection meanwhile is not
+    // sent: it would reach whatever connection is open by then, for an utterance the engine
+    // never saw or that is over. A cancelled one still goes out whole.
+    const auto *start = std::get_if<OutboundEvent::Start>(&event.value);
+    const auto *end = std::get_if<OutboundEvent::End>(&event.value);
+    const auto isLive = [this](const QString &id) {
+        return m_currentUtteranceId == id || m_cancelledUtteranceId == id;
+    };
+    if ((start != nullptr && !isLive(start->id)) || (end != nullptr && !isLive(end->id))) {
+        done();
+        return;
+    }
+    if (start != nullptr) {
+        const QString id = start->id;
+        auto sendStart = [weak, id, sent = failUnlessSent("utterance.start", id)] {
+            if (weak) {
+                weak->m_engineClient.startUtterance(id, sent);
+            }
         };
         if (start->context.isEmpty()) {
             sendStart();
@@ -376,22 +452,33 @@ void SayvoCoordinator::consume(OutboundEvent event, const std::function<void()> 
             audio->bytes, [done](const std::optional<SendFailure> &) { done(); });
         return;
     }
-    const auto &end = std::get<OutboundEvent::End>(event.value);
-    m_engineClient.endUtterance(end.id, [weak, done](const std::optional<SendFailure> &failure) {
-        markLatency("end-sent");
-        if (weak && failure) {
-            Logging::shared().error(
-                QStringLiteral("utterance.end failed: ") + failure->description);
-            weak->failUtterance(QStringLiteral("failed to reach engine"));
-        }
-        done();
-    });
+    if (m_cancelledUtteranceId == end->id) {
+        m_cancelledUtteranceId.reset();
+    }
+    m_engineClient.endUtterance(end->id,
+        [sent = failUnlessSent("utterance.end", end->id)](
+            const std::optional<SendFailure> &failure) {
+            markLatency("end-sent");
+            sent(failure);
+        });
+}
+
+// However an utterance ends (its final, an error, a lost connection, no answer), the
+// microphone closes and audio still waiting for the engine is dropped: a final may come while
+// the key is still held, when the engine ends an utterance by itself.
+void SayvoCoordinator::closeUtterance()
+{
+    m_currentUtteranceId.reset();
+    m_finalDeadlineTimer.stop();
+    if (m_audioCapture.isForwarding()) {
+        m_audioCapture.stopForwarding(false);
+    }
+    m_outbound->discardAudio();
 }
 
 void SayvoCoordinator::failUtterance(const QString &message)
 {
-    m_currentUtteranceId.reset();
-    m_audioCapture.stopForwarding(false);
+    closeUtterance();
     setState(AppState::error(message));
     scheduleReturnToIdle(m_displayDurations.errorSeconds);
     std::optional<CalibrationSink> sink = std::exchange(m_calibrationSink, std::nullopt);
@@ -408,19 +495,19 @@ void SayvoCoordinator::scheduleReturnToIdle(double seconds)
 
 void SayvoCoordinator::engineClientDidChangeConnection(EngineClient &, const ConnectionState &state)
 {
-    if (const auto *connected = state.as<ConnectionState::Connected>()) {
-        m_hasEverConnected = true;
-        setConnectionHealth(EngineConnectionHealth::connected(connected->backends.isMock()));
-        return;
-    }
-    if (state.is<ConnectionState::Failed>()) {
-        setConnectionHealth(EngineConnectionHealth::offline());
-        if (m_currentUtteranceId) {
-            failUtterance(QStringLiteral("connection lost"));
-        }
-        return;
-    }
+    m_hasEverConnected = m_hasEverConnected || state.is<ConnectionState::Connected>();
     setConnectionHealth(EngineConnectionHealth::from(state));
+    if (!state.is<ConnectionState::Connected>()) {
+        m_cancelledUtteranceId.reset();
+    }
+    if (!m_currentUtteranceId || state.is<ConnectionState::Connected>()) {
+        return;
+    }
+    // A socket closed on purpose (the feedback choice, the language or the endpoint changed) takes
+    // the utterance's final with it just as a lost one does, so the utterance fails now instead of
+    // waiting for an answer that cannot come.
+    failUtterance(
+        state.is<ConnectionState::Failed>() ? kConnectionLostMessage : kConnectionRestartedMessage);
 }
 
 void SayvoCoordinator::engineClientDidReceiveHelloAck(
@@ -433,7 +520,10 @@ void SayvoCoordinator::engineClientDidReceiveHelloAck(
 
 void SayvoCoordinator::engineClientDidReceivePartial(EngineClient &, const PartialMessage &message)
 {
-    if (m_currentUtteranceId && *m_currentUtteranceId == text(message.utteranceId)) {
+    // The engine answers the last frames after the key is up: such a partial must not take
+    // processing back to listening.
+    if (m_state.is<AppState::Listening>() && m_currentUtteranceId
+        && *m_currentUtteranceId == text(message.utteranceId)) {
         setState(AppState::listening(text(message.text)));
     }
 }
@@ -444,7 +534,7 @@ void SayvoCoordinator::engineClientDidReceiveFinal(EngineClient &, const FinalMe
     if (!m_currentUtteranceId || *m_currentUtteranceId != id) {
         return;
     }
-    m_currentUtteranceId.reset();
+    closeUtterance();
     setResolvedDomain(text(message.domain));
     if (message.stats) {
         m_usageStats.record(*message.stats);

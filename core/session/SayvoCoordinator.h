@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/AudioCaptureError.h"
 #include "audio/AudioInputDevice.h"
 #include "base/Expected.h"
 #include "desktop/KeyboardEventSource.h"
@@ -69,6 +70,26 @@ public:
         double errorSeconds = kErrorDisplaySeconds;
     };
     void setDisplayDurations(DisplayDurations durations) { m_displayDurations = durations; }
+    const DisplayDurations &displayDurations() const { return m_displayDurations; }
+
+    // How long the final may take once the end is queued: a fixed allowance plus a multiple of
+    // the utterance's audio length, since the engine's work grows with it. When it passes, the
+    // utterance fails and dictation is free again. Tests shorten it.
+    struct FinalDeadline
+    {
+        double baseSeconds = 10.0;
+        double perAudioSecond = 2.0;
+
+        std::chrono::milliseconds forAudioBytes(qint64 bytes) const;
+    };
+    void setFinalDeadline(FinalDeadline deadline) { m_finalDeadline = deadline; }
+
+    // User-visible texts of the failures this class reports itself.
+    static inline const QString kNoAnswerMessage = QStringLiteral("engine didn't answer");
+    static inline const QString kConnectionLostMessage = QStringLiteral("connection lost");
+    static inline const QString kConnectionRestartedMessage
+        = QStringLiteral("connection restarted — try again");
+    static inline const QString kUnreachableMessage = QStringLiteral("failed to reach engine");
 
     SayvoCoordinator(EngineClient &engineClient, AudioCapture &audioCapture,
         HotkeyManager &hotkeyManager, ContextHarvester &contextHarvester,
@@ -123,6 +144,7 @@ public:
     const std::optional<QString> &currentUtteranceId() const { return m_currentUtteranceId; }
     bool hasEverConnected() const { return m_hasEverConnected; }
     bool isReturnToIdlePending() const { return m_returnToIdleTimer.isActive(); }
+    bool isAwaitingFinal() const { return m_finalDeadlineTimer.isActive(); }
 
     // EngineClientDelegate
     void engineClientDidChangeConnection(
@@ -151,11 +173,16 @@ private:
     void wireHotkey();
     void wireAudio();
     void beginUtterance();
+    bool refuseWithoutEngine();
+    Status<AudioCaptureError> openMicrophone();
     void endUtterance();
     void consume(OutboundEvent event, const std::function<void()> &done);
+    void closeUtterance();
     void failUtterance(const QString &message);
     void scheduleReturnToIdle(double seconds);
     void startFeedback(const QString &utteranceId, const QString &text, qint64 editDelayMs);
+    // Closes the connection and opens a new one, whose hello carries the current settings.
+    void renewHandshake();
     void reconnectClient();
 
     void setState(AppState state);
@@ -186,9 +213,14 @@ private:
 
     std::optional<CalibrationSink> m_calibrationSink;
     std::optional<QString> m_currentUtteranceId;
+    // A cancelled calibration utterance whose start and end still go to the engine, so that it
+    // frees the decoder; forgotten once its end is sent or the connection goes.
+    std::optional<QString> m_cancelledUtteranceId;
     std::optional<std::chrono::steady_clock::time_point> m_utteranceStartedAt;
     QTimer m_returnToIdleTimer;
     DisplayDurations m_displayDurations;
+    QTimer m_finalDeadlineTimer;
+    FinalDeadline m_finalDeadline;
     bool m_hasEverConnected = false;
     // Shared with the capture queue's chunk callback, which may still hold it briefly.
     std::shared_ptr<OutboundQueue> m_outbound;

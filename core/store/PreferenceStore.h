@@ -25,6 +25,10 @@ public:
     virtual bool contains(const QString &key) const = 0;
     // Pushes pending writes to the backing store now.
     virtual void sync() = 0;
+
+    // Whether a one-entry list comes back as a lone string: the INI format writes it as a plain
+    // value and cannot tell the two apart when reading. Stores with real lists keep them.
+    virtual bool readsOneEntryListsAsText() const { return false; }
 };
 
 } // namespace sayvo

@@ -17,8 +17,8 @@ namespace sayvo {
 //
 // Before Qt parses the file, values Qt would decode as binary variants are rewritten as plain
 // text (see IniVariantScrubber), because a damaged one can end the process. If the repaired
-// file cannot be saved, this run starts from defaults in a private file and the user's file is
-// left as it was.
+// file cannot be saved, this run works on a private copy of the repaired text (owner-only)
+// and writes it back to the user's file at every sync() and on destruction, as far as it can.
 class PreferenceStoreQSettings : public PreferenceStore
 {
 public:
@@ -27,12 +27,14 @@ public:
 
     PreferenceStoreQSettings();
     explicit PreferenceStoreQSettings(const QString &iniFilePath);
+    ~PreferenceStoreQSettings() override;
 
     std::optional<QVariant> value(const QString &key) const override;
     void setValue(const QString &key, const QVariant &value) override;
     void remove(const QString &key) override;
     bool contains(const QString &key) const override;
     void sync() override;
+    bool readsOneEntryListsAsText() const override { return true; }
 
     // Where the values live: the file path on Linux, the domain's property list on macOS.
     QString location() const;
@@ -42,9 +44,12 @@ public:
 
 private:
     void openRepaired(std::unique_ptr<QSettings> settings);
+    std::unique_ptr<QSettings> privateCopy(const QByteArray &contents);
 
     // Holds the private file when the user's file could not be repaired.
     std::unique_ptr<QTemporaryDir> m_fallbackDir;
+    // The user's file, while the run works on the private one.
+    QString m_userFilePath;
     std::unique_ptr<QSettings> m_settings;
 };
 

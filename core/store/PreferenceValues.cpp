@@ -116,6 +116,9 @@ std::optional<QStringList> readStringList(const PreferenceStore &store, const QS
     case QMetaType::QStringList:
         return value->toStringList();
     case QMetaType::QString:
+        if (!store.readsOneEntryListsAsText()) {
+            return std::nullopt;
+        }
         return QStringList {value->toString()};
     case QMetaType::QVariantList: {
         QStringList strings;

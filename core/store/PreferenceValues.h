@@ -19,8 +19,8 @@ namespace sayvo {
 std::optional<QString> readString(const PreferenceStore &store, const QString &key);
 
 // A list of strings, or nullopt when the key is absent or holds anything but strings. A
-// single string counts as a one-entry list: the INI format writes a one-entry list as a plain
-// value and cannot tell the two apart when reading it back.
+// single string counts as a one-entry list only in a store that reads one-entry lists back
+// that way (the INI format); elsewhere it is a value of the wrong type.
 std::optional<QStringList> readStringList(const PreferenceStore &store, const QString &key);
 
 // A Boolean: true for a true Boolean, a non-zero number, or the text "true", "yes" or a

@@ -4,6 +4,7 @@
 
 #include <QElapsedTimer>
 #include <QSignalSpy>
+#include <QSslSocket>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
@@ -21,6 +22,7 @@ class RecordingDelegate : public QObject, public EngineClientDelegate
 public:
     std::vector<ConnectionState> states;
     std::vector<qint64> connectingAtMs;
+    std::vector<qint64> failedAtMs;
     std::vector<HelloAckMessage> acks;
     std::vector<PartialMessage> partials;
     std::vector<FinalMessage> finals;
@@ -36,6 +38,9 @@ public:
         states.push_back(state);
         if (state.is<ConnectionState::Connecting>()) {
             connectingAtMs.push_back(clock.elapsed());
+        }
+        if (state.is<ConnectionState::Failed>()) {
+            failedAtMs.push_back(clock.elapsed());
         }
     }
     void engineClientDidReceiveHelloAck(EngineClient &client, const HelloAckMessage &m) override
@@ -183,6 +188,28 @@ TEST_F(EngineClientTest, ConnectWhileConnectedKeepsTheDoubledDelay)
     EXPECT_EQ(client->reconnectDelaySeconds(), 1.0);
 }
 
+TEST_F(EngineClientTest, ASuccessfulHandshakeDoesNotResetTheBackOff)
+{
+    auto client = makeClient(engine.url());
+    client->connect();
+    ASSERT_TRUE(waitConnected(*client));
+    engine.dropConnection(); // waits 0.5 s
+    ASSERT_TRUE(QTest::qWaitFor([&] { return engine.connectionCount() == 2; }, 5000));
+    ASSERT_TRUE(waitConnected(*client));
+    engine.dropConnection(); // a second handshake went well, and still this waits 1 s
+    ASSERT_TRUE(QTest::qWaitFor([&] { return engine.connectionCount() == 3; }, 5000));
+    ASSERT_TRUE(waitConnected(*client));
+    ASSERT_EQ(delegate.connectingAtMs.size(), 3u);
+    ASSERT_EQ(delegate.failedAtMs.size(), 2u);
+    EXPECT_GE(delegate.connectingAtMs[1] - delegate.failedAtMs[0], 450);
+    // Half a second had the handshake reset the delay; a timer may run late on a busy machine,
+    // never early.
+    const qint64 secondWaitMs = delegate.connectingAtMs[2] - delegate.failedAtMs[1];
+    EXPECT_GE(secondWaitMs, 950);
+    EXPECT_LT(secondWaitMs, 1900);
+    EXPECT_EQ(client->reconnectDelaySeconds(), 2.0);
+}
+
 TEST_F(EngineClientTest, NoEngineFailsTheHandshakeAndBacksOffDoubling)
 {
     auto client = makeClient(deadUrl());
@@ -298,6 +325,8 @@ TEST_F(EngineClientTest, InboundMessagesReachTheDelegateAndGarbageIsSkipped)
     engine.sendBinary(
         R"({"type":"partial","utterance_id":"U1","text":"hello"})"); // JSON in a binary frame
     engine.sendBinary(QByteArray("\x00\x01\x02", 3));
+    engine.sendText(R"({"type":"final","utterance_id":"U0","raw_text":"x","formatted_text":"X.",)"
+                    R"("domain":"default","domain_source":"context"})"); // no guardrail: dropped
     engine.sendText(kFinal);
     engine.sendText(R"({"type":"domain.changed","domain":"email","source":"context"})");
     engine.sendText(R"({"type":"error","code":"bad_audio","message":"odd"})");
@@ -308,6 +337,7 @@ TEST_F(EngineClientTest, InboundMessagesReachTheDelegateAndGarbageIsSkipped)
     EXPECT_EQ(delegate.partials[0].text, "hel");
     EXPECT_EQ(delegate.partials[1].text, "hello");
     ASSERT_EQ(delegate.finals.size(), 1u);
+    EXPECT_EQ(delegate.finals[0].utteranceId, "U1");
     EXPECT_EQ(delegate.finals[0].formattedText, "Hi.");
     ASSERT_EQ(delegate.domains.size(), 1u);
     EXPECT_EQ(delegate.domains[0].domain, "email");
@@ -377,6 +407,137 @@ TEST_F(EngineClientTest, AServerThatIsNotAWebSocketFailsTheHandshake)
         "hello handshake failed: "));
 }
 
+// Endpoints Qt refuses inside open(): each one fails the handshake and is retried with the
+// back-off, and what was sent meanwhile fails instead of waiting for ever.
+void expectRefusedAndRetried(RecordingDelegate &delegate, EngineClient &client)
+{
+    client.connect();
+    std::optional<SendFailure> sent;
+    bool answered = false;
+    client.startUtterance("U1", [&](const auto &f) {
+        answered = true;
+        sent = f;
+    });
+    ASSERT_TRUE(QTest::qWaitFor([&] { return delegate.connectingAtMs.size() >= 3; }, 5000));
+    client.disconnect();
+    ASSERT_GE(delegate.states.size(), 2u);
+    EXPECT_EQ(delegate.states[0], ConnectionState::connecting());
+    const auto *failed = delegate.states[1].as<ConnectionState::Failed>();
+    ASSERT_NE(failed, nullptr) << describe(delegate.states[1]).toStdString();
+    EXPECT_TRUE(failed->message.startsWith("hello handshake failed: "))
+        << failed->message.toStdString();
+    EXPECT_GT(failed->message.size(), QString("hello handshake failed: ").size());
+    EXPECT_NEAR((delegate.connectingAtMs[1] - delegate.failedAtMs[0]) / 1000.0, 0.5, 0.4);
+    EXPECT_GE(delegate.connectingAtMs[2] - delegate.failedAtMs[1], 950);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return answered; }, 1000));
+    ASSERT_TRUE(sent.has_value());
+}
+
+TEST_F(EngineClientTest, AWebAddressFailsTheHandshakeAndIsRetried)
+{
+    auto client = makeClient(QUrl(QStringLiteral("http://127.0.0.1:%1").arg(engine.port())));
+    expectRefusedAndRetried(delegate, *client);
+    EXPECT_EQ(engine.connectionCount(), 0);
+}
+
+TEST_F(EngineClientTest, AnInvalidUrlFailsTheHandshakeAndIsRetried)
+{
+    const QUrl invalid(QStringLiteral("ws://[::1"));
+    ASSERT_FALSE(invalid.isValid());
+    auto client = makeClient(invalid);
+    expectRefusedAndRetried(delegate, *client);
+}
+
+TEST_F(EngineClientTest, SecureWebSocketsWithoutTlsFailTheHandshakeAndAreRetried)
+{
+    // The certificate-only backend has no TLS sockets, as on a system without OpenSSL. The
+    // choice is possible only before the first socket of the process (CTest runs each case
+    // in a process of its own).
+    if (!QSslSocket::setActiveBackend(QStringLiteral("cert-only"))) {
+        GTEST_SKIP() << "another test of this process chose the TLS backend already";
+    }
+    ASSERT_FALSE(QSslSocket::supportsSsl());
+    auto client = makeClient(QUrl(QStringLiteral("wss://127.0.0.1:%1").arg(engine.port())));
+    expectRefusedAndRetried(delegate, *client);
+    EXPECT_EQ(engine.connectionCount(), 0);
+}
+
+// A server that accepts the connection and never answers the WebSocket upgrade: the client's
+// socket stays opening.
+class SilentServer
+{
+public:
+    SilentServer()
+    {
+        server.listen(QHostAddress::LocalHost, 0);
+        QObject::connect(&server, &QTcpServer::newConnection, [this] {
+            while (QTcpSocket *socket = server.nextPendingConnection()) {
+                sockets << socket;
+            }
+        });
+    }
+    QUrl url() const { return QUrl(QStringLiteral("ws://127.0.0.1:%1").arg(server.serverPort())); }
+    bool anyClosed() const
+    {
+        return std::any_of(sockets.begin(), sockets.end(),
+            [](QTcpSocket *s) { return s->state() != QAbstractSocket::ConnectedState; });
+    }
+
+    QTcpServer server;
+    QList<QTcpSocket *> sockets;
+};
+
+TEST_F(EngineClientTest, DisconnectWhileTheSocketIsStillOpeningStopsEverything)
+{
+    SilentServer silent;
+    auto client = makeClient(silent.url());
+    client->connect();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return silent.sockets.size() == 1; }, 5000));
+    std::optional<SendFailure> waiting;
+    bool answered = false;
+    client->startUtterance("U1", [&](const auto &f) {
+        answered = true;
+        waiting = f;
+    });
+    EXPECT_TRUE(client->connectionState().is<ConnectionState::Connecting>());
+    client->disconnect();
+    EXPECT_EQ(client->connectionState(), ConnectionState::disconnected());
+    EXPECT_FALSE(client->hasSocket());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return answered; }, 1000));
+    ASSERT_TRUE(waiting.has_value());
+    EXPECT_EQ(waiting->error, EngineClientError::sendFailed);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return silent.anyClosed(); }, 5000));
+    QTest::qWait(1200);
+    EXPECT_EQ(delegate.states.back(), ConnectionState::disconnected());
+    EXPECT_EQ(delegate.connectingAtMs.size(), 1u);
+    EXPECT_EQ(silent.sockets.size(), 1);
+}
+
+TEST_F(EngineClientTest, WhatWaitsForAnOpeningSocketIsBounded)
+{
+    SilentServer silent;
+    auto client = makeClient(silent.url());
+    client->connect();
+    const QByteArray frame(256 * 1024, 'a');
+    const int sends = 32;
+    std::vector<int> refused;
+    for (int i = 0; i < sends; ++i) {
+        client->sendBinary(frame, [&refused, i](const auto &f) {
+            if (f) {
+                EXPECT_EQ(f->error, EngineClientError::sendFailed);
+                refused.push_back(i);
+            }
+        });
+    }
+    // What fits waits for the socket; the rest fails at once.
+    const int fits = static_cast<int>(EngineClient::kMaxPendingBytes / frame.size()) - 1;
+    ASSERT_TRUE(QTest::qWaitFor([&] { return refused.size() == size_t(sends - fits); }, 2000));
+    EXPECT_EQ(refused.front(), fits);
+    EXPECT_TRUE(client->connectionState().is<ConnectionState::Connecting>());
+    client->disconnect();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return refused.size() == size_t(sends); }, 2000));
+}
+
 TEST_F(EngineClientTest, SendsWithoutASocketFailWithNotConnected)
 {
     auto client = makeClient(engine.url());
@@ -392,12 +553,20 @@ TEST_F(EngineClientTest, SendsWithoutASocketFailWithNotConnected)
         ASSERT_TRUE(result.has_value());
         EXPECT_EQ(result->error, EngineClientError::notConnected);
     }
-    // The fire-and-forget operations stay silent.
+    // The fire-and-forget operations stay silent: no state change, and nothing of theirs is
+    // kept for a later socket.
     client->pinDomain("x");
     client->unpinDomain();
     client->requestSuggestions();
     client->sendFeedback("U", "t", 1, "user");
     client->updateContext(ContextPack {std::string("a"), {}, {}, {}, {}, {}});
+    QTest::qWait(100);
+    EXPECT_TRUE(delegate.states.empty());
+    client->connect();
+    ASSERT_TRUE(waitConnected(*client));
+    QTest::qWait(200);
+    EXPECT_EQ(engine.textTypes(), std::vector<QString> {"hello"});
+    EXPECT_EQ(engine.frames().size(), 1u);
 }
 
 TEST_F(EngineClientTest, SendsWhileConnectingGoOutInOrderAfterTheHello)

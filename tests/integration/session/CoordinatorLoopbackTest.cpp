@@ -2,6 +2,7 @@
 #include "support/session/CoordinatorHarness.h"
 
 #include "support/ProcessStatus.h"
+#include "support/engine/EngineProcess.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -139,4 +140,48 @@ TEST(CoordinatorLoopbackTest, TwoHundredUtterancesLeaveNoGrowthInMemory)
               << " kB\n";
     EXPECT_EQ(h.usage->utterances(), 203);
     EXPECT_LT(after - before, 2048) << "grew by " << (after - before) << " kB";
+}
+
+// A clipboard of megabytes fails no dictation: the context that goes with the start is
+// always one frame the reference engine takes, and the engine's answer is inserted.
+TEST(CoordinatorLoopbackTest, AHugeClipboardFailsNoDictationWithTheReferenceEngine)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    {
+        QFile replay(dir.filePath("heard.txt"));
+        ASSERT_TRUE(replay.open(QIODevice::WriteOnly));
+        replay.write("send the report\nsend it again\n");
+    }
+    test::EngineProcess engine;
+    ASSERT_TRUE(engine.start(
+        {QStringLiteral("--asr"), QStringLiteral("replay:") + dir.filePath("heard.txt"),
+            QStringLiteral("--data-dir"), dir.filePath("data")}))
+        << engine.log().toStdString();
+
+    CoordinatorHarness h;
+    h.coordinator->setDisplayDurations({0.01, 0.01});
+    h.client->updateEndpoint(QUrl(engine.url()));
+    ASSERT_TRUE(h.startAndConnect()) << engine.log().toStdString();
+    int dictated = 0;
+    for (const qsizetype megabytes : {2, 20}) {
+        const QByteArray copied
+            = QByteArray("Quarterly figures ") + QByteArray(megabytes << 20, 'x');
+        h.pasteboard->preload({{{sayvo::testing::FakePasteboard::kPlainTextType, copied}}});
+        h.coordinator->handleTriggerDown();
+        h.speak(CoordinatorHarness::tone(16000));
+        h.coordinator->handleTriggerUp();
+        ASSERT_TRUE(QTest::qWaitFor(
+            [&] { return !h.coordinator->state().is<AppState::Processing>(); }, 10000));
+        EXPECT_TRUE(h.coordinator->state().is<AppState::Success>())
+            << megabytes << " MB: " << describe(h.coordinator->state()).toStdString() << "\n"
+            << engine.log().toStdString();
+        ++dictated;
+        ASSERT_TRUE(
+            QTest::qWaitFor([&] { return h.coordinator->state().is<AppState::Idle>(); }, 5000));
+    }
+    EXPECT_EQ(h.pastedTexts().size(), 2u);
+    EXPECT_EQ(dictated, 2);
+    EXPECT_EQ(h.engine.connectionCount(), 0); // the scripted engine was never used
+    EXPECT_FALSE(engine.log().contains("frame_too_large")) << engine.log().toStdString();
 }

@@ -7,14 +7,14 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <memory>
 #include <random>
 
-#include <sys/resource.h>
+#include <unistd.h>
 
 namespace sayvo {
 namespace {
@@ -205,30 +205,84 @@ TEST(DamagedSettingsFile, ABinaryValueClaimingBillionsOfEntriesIsReadAsText)
     EXPECT_EQ(contentsOf(copy), saved);
 }
 
-// The repaired file cannot be written (the file size limit stands in for a full disk or a
-// read-only folder, which root ignores): this run uses defaults and the file is left alone.
-TEST(DamagedSettingsFile, AFileThatCannotBeRepairedIsLeftAloneAndDefaultsAreUsed)
+// While it exists, the folder of the settings file is read-only to this process, the way a
+// configuration managed elsewhere is: root ignores permissions, so as root the process acts
+// as nobody meanwhile (only its effective user changes, so it can come back).
+class ReadOnlyFolder
+{
+public:
+    explicit ReadOnlyFolder(const QString &folder) : m_folder(folder)
+    {
+        const auto open = QFileDevice::ReadOwner | QFileDevice::ExeOwner | QFileDevice::ReadGroup
+            | QFileDevice::ExeGroup | QFileDevice::ReadOther | QFileDevice::ExeOther;
+        EXPECT_TRUE(QFile::setPermissions(m_folder, open));
+        if (geteuid() == 0) {
+            EXPECT_EQ(seteuid(kNobody), 0);
+        }
+    }
+    ~ReadOnlyFolder() { makeWritable(); }
+
+    void makeWritable()
+    {
+        if (geteuid() == kNobody) {
+            EXPECT_EQ(seteuid(0), 0);
+        }
+        QFile::setPermissions(m_folder, QFile::permissions(m_folder) | QFileDevice::WriteOwner);
+    }
+
+private:
+    static constexpr uid_t kNobody = 65534;
+    QString m_folder;
+};
+
+// The repaired file cannot be written: the run keeps every setting that was readable, in a
+// private copy only its user may read, and its changes reach the user's file once it can be
+// written again.
+TEST(DamagedSettingsFile, AFileThatCannotBeRepairedKeepsItsSettingsAndTheRunsChanges)
 {
     SettingsFile file;
     file.write(kFileWithAHugeList);
-
-    rlimit original {};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &original), 0);
-    rlimit tiny = original;
-    tiny.rlim_cur = 16;
-    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tiny), 0);
+    ReadOnlyFolder folder(QFileInfo(file.path()).path());
     auto preferences = std::make_unique<PreferenceStoreQSettings>(file.path());
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &original), 0);
-    std::signal(SIGXFSZ, previousHandler);
 
     EXPECT_EQ(file.contents(), kFileWithAHugeList);
     EXPECT_NE(preferences->location(), file.path());
-    SettingsStore settings(*preferences);
-    expectDefaultSettings(settings);
-    settings.setHotkeyTrigger(HotkeyTrigger::rightOption);
-    EXPECT_EQ(settings.hotkeyTrigger(), HotkeyTrigger::rightOption);
+    EXPECT_EQ(QFile::permissions(preferences->location())
+            & (QFileDevice::ReadGroup | QFileDevice::ReadOther | QFileDevice::WriteGroup
+                | QFileDevice::WriteOther),
+        QFileDevice::Permissions());
+    {
+        SettingsStore settings(*preferences);
+        EXPECT_EQ(settings.hotkeyTrigger(), HotkeyTrigger::f5);
+        EXPECT_EQ(settings.triggerMode(), TriggerMode::holdToTalk);
+        EXPECT_TRUE(settings.language().value_or(QString()).startsWith("@Variant("));
+        EXPECT_EQ(UsageStatsStore(*preferences).utterances(), 3);
+        settings.setInsertionMethod(InsertionMethod::axDirect);
+    }
+    folder.makeWritable();
     preferences.reset();
+
+    PreferenceStoreQSettings relaunched(file.freshCopy());
+    SettingsStore settings(relaunched);
+    EXPECT_EQ(settings.hotkeyTrigger(), HotkeyTrigger::f5);
+    EXPECT_EQ(settings.insertionMethod(), InsertionMethod::axDirect);
+    EXPECT_EQ(UsageStatsStore(relaunched).utterances(), 3);
+}
+
+// When even the end of the run cannot write it, the user's file is left as it was.
+TEST(DamagedSettingsFile, AFileThatStaysUnwritableIsLeftAlone)
+{
+    SettingsFile file;
+    file.write(kFileWithAHugeList);
+    {
+        ReadOnlyFolder folder(QFileInfo(file.path()).path());
+        PreferenceStoreQSettings preferences(file.path());
+        SettingsStore settings(preferences);
+        EXPECT_EQ(settings.hotkeyTrigger(), HotkeyTrigger::f5);
+        settings.setHotkeyTrigger(HotkeyTrigger::rightOption);
+        preferences.sync();
+        EXPECT_EQ(settings.hotkeyTrigger(), HotkeyTrigger::rightOption);
+    }
     EXPECT_EQ(file.contents(), kFileWithAHugeList);
 }
 

@@ -35,9 +35,11 @@ AppPlatform FakeAppPlatform::platform(std::function<RuntimeLocator()> runtimeLoc
         keyboard->failInstall = keyTapRefused;
         keys = keyboard.get();
         services.keyboard = std::move(keyboard);
-        services.pasteboard = std::make_shared<sayvo::testing::FakePasteboard>();
+        pasteboard = std::make_shared<sayvo::testing::FakePasteboard>();
+        services.pasteboard = pasteboard;
         services.keySynthesizer = std::make_shared<sayvo::testing::FakeKeySynthesizer>();
-        services.accessibility = std::make_shared<sayvo::testing::FakeAccessibilityProvider>();
+        accessibility = std::make_shared<sayvo::testing::FakeAccessibilityProvider>();
+        services.accessibility = accessibility;
         auto fakeWorkspace = std::make_shared<sayvo::testing::FakeWorkspace>();
         workspace = fakeWorkspace.get();
         services.workspace = fakeWorkspace;
@@ -50,6 +52,10 @@ AppPlatform FakeAppPlatform::platform(std::function<RuntimeLocator()> runtimeLoc
         *fake = permissionsTemplate;
         permissions = fake.get();
         return fake;
+    };
+    p.trayAvailable = [this] { return trayAvailable; };
+    p.watchTrayHost = [this](QObject *, std::function<void()> changed) {
+        trayHostChanged = std::move(changed);
     };
     p.runtimeLocator = std::move(runtimeLocator);
     p.supervisorOptions = [this] {

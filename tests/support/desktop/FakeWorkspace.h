@@ -2,6 +2,8 @@
 
 #include "desktop/Workspace.h"
 
+#include <functional>
+
 namespace sayvo::testing {
 
 // The application in front is whatever the test sets; counts the questions. activate()
@@ -12,6 +14,9 @@ public:
     std::optional<FrontApplication> frontmostApplication() override
     {
         ++queryCount;
+        if (onQuery) {
+            onQuery();
+        }
         return front;
     }
     void setOnActivation(std::function<void()> handler) override
@@ -29,6 +34,8 @@ public:
     std::function<void()> onActivation;
     std::optional<FrontApplication> front;
     int queryCount = 0;
+    // Runs inside each question, as the time a slow desktop takes to answer.
+    std::function<void()> onQuery;
 };
 
 } // namespace sayvo::testing

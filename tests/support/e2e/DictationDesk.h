@@ -73,7 +73,7 @@ public:
     QStringList log();
     bool waitForLog(const QRegularExpression &pattern, int timeoutMs);
     int countLog(const QRegularExpression &pattern);
-    // The dictation states Sayvo went through, as it logged them ("listening(\"...\")", ...).
+    // The dictation states Sayvo went through, as it logged them ("listening(chars=5)", ...).
     QStringList states();
 
     // The trigger key (xdotool on X11; `sayvo trigger press` and `release` on Wayland).

@@ -41,6 +41,9 @@ public:
     {
         if (m_record) {
             m_record->terminated = true;
+            if (m_record->onTerminate) {
+                m_record->onTerminate();
+            }
         }
     }
 

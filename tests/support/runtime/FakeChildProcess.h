@@ -4,6 +4,7 @@
 
 #include <QList>
 
+#include <functional>
 #include <memory>
 
 namespace sayvo::test {
@@ -18,6 +19,8 @@ struct FakeProcessRecord
     bool running = false;
     bool terminated = false;
     bool dropped = false;
+    // Runs when the child is told to terminate.
+    std::function<void()> onTerminate;
 
     // Plays the child's side: output as the reader thread would hand it over, and the exit.
     void write(const QByteArray &bytes) const;

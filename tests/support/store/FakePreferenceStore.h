@@ -11,8 +11,9 @@
 namespace sayvo {
 
 // An in-memory PreferenceStore for unit tests. It holds values with the types they were given
-// (like the macOS backend, unlike INI text) and records every write and removal in order, so
-// a test can assert both what is stored and that a write happened.
+// (like the macOS backend, unlike INI text, unless told to read a lone string as a one-entry
+// list) and records every write and removal in order, so a test can assert both what is
+// stored and that a write happened.
 class FakePreferenceStore : public PreferenceStore
 {
 public:
@@ -38,6 +39,10 @@ public:
     void remove(const QString &key) override;
     bool contains(const QString &key) const override;
     void sync() override;
+    bool readsOneEntryListsAsText() const override { return oneEntryListsAsText; }
+
+    // Like the INI format rather than the macOS user defaults.
+    bool oneEntryListsAsText = false;
 
     const QVariantMap &values() const { return m_values; }
     const std::vector<Write> &writes() const { return m_writes; }

@@ -5,21 +5,32 @@
 #include "audio/AudioCapture.h"
 #include "desktop/HotkeyManager.h"
 #include "engineclient/EngineClient.h"
+#include "protocol/WireCodec.h"
 #include "session/SayvoCoordinator.h"
 #include "store/SettingsStore.h"
+#include "support/LogCapture.h"
 #include "support/app/FakeAppPlatform.h"
 #include "support/engine/TestEngine.h"
 #include "support/runtime/RuntimeSandbox.h"
 #include "support/store/FakePreferenceStore.h"
 #include "ui/DesktopCapabilityList.h"
 #include "ui/MenuBarController.h"
+#include "ui/NoTrayNotice.h"
 #include "ui/SettingsWindow.h"
+#include "ui/TrayAvailability.h"
 
 #include <QAction>
 #include <QApplication>
+#include <QComboBox>
 #include <QGuiApplication>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLabel>
+#include <QLineEdit>
 #include <QMenuBar>
+#include <QPushButton>
 #include <QScreen>
+#include <QSignalSpy>
 #include <QTest>
 #include <QWidget>
 
@@ -58,6 +69,17 @@ protected:
         delegate->applicationDidFinishLaunching();
     }
 
+    bool waitConnected()
+    {
+        return QTest::qWaitFor(
+            [&] {
+                return delegate->coordinator()
+                    ->connectionHealth()
+                    .is<EngineConnectionHealth::Connected>();
+            },
+            5000);
+    }
+
     sayvo::test::TestEngine engine;
     FakePreferenceStore preferences;
     sayvo::test::RuntimeSandbox sandbox;
@@ -67,6 +89,24 @@ protected:
     QList<int> probedPorts;
     std::unique_ptr<AppDelegate> delegate;
 };
+
+// The "language" of every hello the engine received, in order; nullopt where it had none.
+std::vector<std::optional<QString>> helloLanguages(const sayvo::test::TestEngine &engine)
+{
+    std::vector<std::optional<QString>> languages;
+    for (const QByteArray &text : engine.textFrames()) {
+        const QJsonObject message = QJsonDocument::fromJson(text).object();
+        if (message.value("type") != "hello") {
+            continue;
+        }
+        if (message.contains("language")) {
+            languages.emplace_back(message.value("language").toString());
+        } else {
+            languages.emplace_back(std::nullopt);
+        }
+    }
+    return languages;
+}
 
 } // namespace
 
@@ -80,13 +120,7 @@ TEST_F(AppDelegateTest, LaunchCreatesEverythingAndConnects)
     EXPECT_EQ(delegate->engineClient()->clientVersion(), "0.1.0");
     EXPECT_FALSE(delegate->engineClient()->language().has_value());
     EXPECT_EQ(delegate->engineClient()->endpoint(), engine.url());
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            return delegate->coordinator()
-                ->connectionHealth()
-                .is<EngineConnectionHealth::Connected>();
-        },
-        5000));
+    ASSERT_TRUE(waitConnected());
     // The endpoint subscription starts the supervisor at once and launch starts it again:
     // the second start finds the engine it launched and leaves it alone.
     EXPECT_EQ(probedPorts.size(), 1);
@@ -188,6 +222,59 @@ TEST_F(AppDelegateTest, MissingPermissionsArePromptedAtLaunch)
             "requestMicrophoneAccess", "promptAccessibility", "requestInputMonitoringAccess"}));
 }
 
+// Permissions are asked for before dictation starts, and dictation starts before the engine
+// supervisor's own start (the endpoint subscription has started it once already).
+TEST_F(AppDelegateTest, PermissionsComeFirstThenTheCoordinatorThenTheSupervisor)
+{
+    portOpen = true; // an engine is there: each supervisor start looks for it
+    fakes.permissionsTemplate.microphone = Permissions::MicrophoneStatus::notDetermined;
+    fakes.permissionsTemplate.accessibility = false;
+    fakes.permissionsTemplate.inputMonitoring = false;
+    struct Moment
+    {
+        QString what;
+        bool clientConnecting;
+        bool tapInstalled;
+        qsizetype probes;
+    };
+    std::vector<Moment> moments;
+    auto note = [&](const QString &what) {
+        moments.push_back(
+            {what, delegate->engineClient()->connectionState().is<ConnectionState::Connecting>(),
+                fakes.keys->isInstalled(), probedPorts.size()});
+    };
+    AppPlatform p = platform();
+    auto makePermissions = p.permissions;
+    p.permissions = [&](AudioHardware &hardware, const HotkeyManager &hotkeys) {
+        auto permissions = makePermissions(hardware, hotkeys);
+        fakes.permissions->onCall = note;
+        return permissions;
+    };
+    auto probe = fakes.portProbe;
+    fakes.portProbe = [&](const QString &host, int port) {
+        const bool open = probe(host, port);
+        note(QStringLiteral("probe"));
+        return open;
+    };
+    delegate = std::make_unique<AppDelegate>(preferences, std::move(p));
+    delegate->applicationDidFinishLaunching();
+
+    QStringList order;
+    for (const Moment &m : moments) {
+        order << m.what;
+    }
+    EXPECT_EQ(order,
+        (QStringList {"probe", "requestMicrophoneAccess", "promptAccessibility",
+            "requestInputMonitoringAccess", "probe"}));
+    ASSERT_EQ(moments.size(), 5u);
+    for (size_t i = 1; i <= 3; ++i) {
+        EXPECT_FALSE(moments[i].clientConnecting) << moments[i].what.toStdString();
+        EXPECT_FALSE(moments[i].tapInstalled) << moments[i].what.toStdString();
+    }
+    EXPECT_TRUE(moments[4].clientConnecting);
+    EXPECT_TRUE(moments[4].tapInstalled);
+}
+
 TEST_F(AppDelegateTest, TheInputPollRetriesUntilMicrophoneAndKeysWorkThenStops)
 {
     fakes.microphoneMissing = true;
@@ -201,6 +288,43 @@ TEST_F(AppDelegateTest, TheInputPollRetriesUntilMicrophoneAndKeysWorkThenStops)
     fakes.keys->failInstall = false;
     ASSERT_TRUE(QTest::qWaitFor([&] { return !delegate->isInputSetupPollRunning(); }, 4000));
     EXPECT_TRUE(delegate->coordinator()->inputReady());
+}
+
+TEST_F(AppDelegateTest, TheLanguageChosenInSettingsTravelsInTheHello)
+{
+    const std::optional<QString> chosen = languageChoices().back().value;
+    ASSERT_TRUE(chosen.has_value());
+    portOpen = true;
+    launch();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return helloLanguages(engine).size() == 1; }, 5000));
+    EXPECT_EQ(helloLanguages(engine)[0], std::nullopt);
+
+    // Chosen while running: the client reconnects and its hello names the language.
+    delegate->showSettings();
+    auto *language = delegate->settingsWindow()->findChild<QComboBox *>("languageChoice");
+    ASSERT_NE(language, nullptr);
+    language->setFocus();
+    QTest::keyClick(language, Qt::Key_End);
+    ASSERT_EQ(delegate->settings().language(), chosen);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return helloLanguages(engine).size() == 2; }, 5000));
+    EXPECT_EQ(helloLanguages(engine)[1], chosen);
+
+    // Back to the engine's default.
+    QTest::keyClick(language, Qt::Key_Home);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return helloLanguages(engine).size() == 3; }, 5000));
+    EXPECT_EQ(helloLanguages(engine)[2], std::nullopt);
+}
+
+TEST_F(AppDelegateTest, ALanguageChosenInAnEarlierRunTravelsInTheFirstHello)
+{
+    const std::optional<QString> chosen = languageChoices().back().value;
+    ASSERT_TRUE(chosen.has_value());
+    preferences.setValue(SettingsStore::kLanguageKey, *chosen);
+    portOpen = true;
+    launch();
+    EXPECT_EQ(delegate->engineClient()->language(), chosen);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !helloLanguages(engine).empty(); }, 5000));
+    EXPECT_EQ(helloLanguages(engine)[0], chosen);
 }
 
 TEST_F(AppDelegateTest, WindowsAreCreatedOnceAndReused)
@@ -252,9 +376,31 @@ TEST_F(AppDelegateTest, OpeningAVisibleSetupWindowAgainLeavesItAlone)
     QWidget other;
     other.show();
     other.raise();
+    // Raising a window always tells it at once, whatever the window system does with it (the
+    // offscreen one used here does nothing).
+    struct Watcher : QObject
+    {
+        int raised = 0;
+        bool eventFilter(QObject *, QEvent *event) override
+        {
+            raised += event->type() == QEvent::ZOrderChange ? 1 : 0;
+            return false;
+        }
+    } watcher;
+    setup->installEventFilter(&watcher);
     delegate->showSetup();
+    setup->removeEventFilter(&watcher);
+    EXPECT_EQ(watcher.raised, 0);
     EXPECT_EQ(setup->pos(), QPoint(33, 44));
     EXPECT_EQ(QApplication::topLevelAt(other.geometry().center()), &other);
+
+    // The settings window, by contrast, comes forward every time.
+    delegate->showSettings();
+    QWidget *settings = delegate->settingsWindow();
+    settings->installEventFilter(&watcher);
+    delegate->showSettings();
+    settings->removeEventFilter(&watcher);
+    EXPECT_EQ(watcher.raised, 1);
 }
 
 TEST_F(AppDelegateTest, TheMainMenuHasQuitAndTheEditCommands)
@@ -286,15 +432,17 @@ TEST_F(AppDelegateTest, TheMainMenuHasQuitAndTheEditCommands)
 TEST_F(AppDelegateTest, TerminationStopsTheCoordinatorThenTheSupervisor)
 {
     launch();
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            return delegate->coordinator()
-                ->connectionHealth()
-                .is<EngineConnectionHealth::Connected>();
-        },
-        5000));
+    ASSERT_TRUE(waitConnected());
     ASSERT_EQ(fakes.launches->started.size(), 1);
+    // When the engine is told to go, dictation has already stopped.
+    std::optional<bool> stoppedFirst;
+    fakes.launches->started[0]->onTerminate = [&] {
+        stoppedFirst
+            = delegate->engineClient()->connectionState().is<ConnectionState::Disconnected>()
+            && !fakes.keys->isInstalled();
+    };
     delegate->applicationWillTerminate();
+    EXPECT_EQ(stoppedFirst, true);
     EXPECT_TRUE(delegate->engineClient()->connectionState().is<ConnectionState::Disconnected>());
     EXPECT_FALSE(fakes.keys->isInstalled());
     EXPECT_TRUE(fakes.launches->started[0]->terminated);
@@ -306,13 +454,7 @@ TEST_F(AppDelegateTest, OnceReadyAndIdleNothingOfSayvosWakesTheMainThread)
 {
     portOpen = true;
     launch();
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            return delegate->coordinator()
-                ->connectionHealth()
-                .is<EngineConnectionHealth::Connected>();
-        },
-        5000));
+    ASSERT_TRUE(waitConnected());
     ASSERT_FALSE(delegate->isInputSetupPollRunning());
     // Deferred clean-ups of earlier tests in this process (a socket's 2 s farewell) run out first.
     QTest::qWait(2500);
@@ -337,16 +479,140 @@ TEST_F(AppDelegateTest, OnceReadyAndIdleNothingOfSayvosWakesTheMainThread)
     EXPECT_TRUE(counter.seen.isEmpty()) << counter.seen.join(' ').toStdString();
 }
 
+TEST_F(AppDelegateTest, ADictationLeavesNoWordOfWhatWasSaidCopiedOrOnScreenInTheLog)
+{
+    test::LogCapture log;
+    // The engine hears something, says so in a partial and answers the end with a final.
+    engine.setOnText([&](const QByteArray &text, int) {
+        const auto decoded = decodeOutbound(text.toStdString());
+        if (!decoded) {
+            return;
+        }
+        if (const auto *start = std::get_if<UtteranceStartMessage>(&decoded.value())) {
+            engine.sendText(QByteArray::fromStdString(
+                encode(PartialMessage {start->utteranceId, "partial secret words"})));
+        }
+        if (const auto *end = std::get_if<UtteranceEndMessage>(&decoded.value())) {
+            FinalMessage final;
+            final.utteranceId = end->utteranceId;
+            final.rawText = "raw secret words";
+            final.formattedText = "Final secret words.";
+            final.domain = "default";
+            final.domainSource = "context";
+            final.guardrail.applied = true;
+            engine.sendText(QByteArray::fromStdString(encode(final)));
+        }
+    });
+    launch();
+    fakes.workspace->front
+        = FrontApplication {QStringLiteral("org.example.Mail"), QStringLiteral("Mail"), 77};
+    fakes.accessibility->addApplication(
+        77, QStringLiteral("Draft"), QStringLiteral("Dear Sam, the screen secret"));
+    fakes.pasteboard->preload(
+        {{{sayvo::testing::FakePasteboard::kPlainTextType, QByteArray("the clipboard secret")}}});
+    ASSERT_TRUE(waitConnected());
+
+    fakes.keys->keyDown(fakes.keys->codes.f5);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return delegate->coordinator()->state().is<AppState::Listening>(); }, 2000));
+    QByteArray pcm(9600, '\0');
+    for (qsizetype i = 0; i < pcm.size(); i += 2) {
+        pcm[i] = static_cast<char>(i * 7);
+    }
+    fakes.audioEngine->playS16(pcm, 1600);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            return delegate->coordinator()->state()
+                == AppState::listening(QStringLiteral("partial secret words"));
+        },
+        5000));
+    fakes.keys->keyUp(fakes.keys->codes.f5);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return delegate->coordinator()->state().is<AppState::Success>(); }, 5000));
+    EXPECT_TRUE(engine.textFrames()[1].contains("the clipboard secret"));
+
+    // Every line written at the levels on by default: the states are there, by length.
+    const QStringList lines = log.messages();
+    EXPECT_TRUE(lines.contains("state: listening(chars=20)")) << lines.join('\n').toStdString();
+    EXPECT_TRUE(lines.contains("state: success(chars=19, raw=no)"));
+    for (const QString &line : lines) {
+        EXPECT_FALSE(line.contains(QStringLiteral("secret"), Qt::CaseInsensitive))
+            << line.toStdString();
+    }
+}
+
+TEST_F(AppDelegateTest, TheEditShortcutsWorkInTheAppsWindows)
+{
+    launch();
+    delegate->showSettings();
+    QWidget *settings = delegate->settingsWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(settings));
+    QAction *selectAll = nullptr;
+    QAction *cut = nullptr;
+    for (QAction *action : delegate->mainMenu()->actions()[1]->menu()->actions()) {
+        selectAll = action->text() == "Select All" ? action : selectAll;
+        cut = action->text() == "Cut" ? action : cut;
+    }
+    ASSERT_TRUE(selectAll && cut);
+    QSignalSpy selected(selectAll, &QAction::triggered);
+
+    // A widget that does not take the keys itself: the shortcut reaches the menu's command.
+    auto *button = new QPushButton(QStringLiteral("x"), settings);
+    button->show();
+    button->setFocus();
+    QTest::keyClick(button, Qt::Key_A, Qt::ControlModifier);
+    EXPECT_EQ(selected.count(), 1);
+
+    // The command acts on the field that has the focus.
+    auto *field = new QLineEdit(QStringLiteral("dictated words"), settings);
+    field->show();
+    field->setFocus();
+    field->selectAll();
+    cut->trigger();
+    EXPECT_EQ(field->text(), QString());
+}
+
+TEST_F(AppDelegateTest, WithoutATrayTheSettingsWindowOpensAtLaunchSaysWhyAndOffersQuit)
+{
+    fakes.trayAvailable = false;
+    launch();
+    QWidget *settings = delegate->settingsWindow();
+    ASSERT_NE(settings, nullptr);
+    EXPECT_TRUE(settings->isVisible());
+    auto *notice = settings->findChild<NoTrayNotice *>();
+    ASSERT_NE(notice, nullptr);
+    EXPECT_TRUE(notice->isVisible());
+    EXPECT_TRUE(notice->label()->text().contains(QStringLiteral("no system tray")));
+    QAction *quit = delegate->mainMenu()->actions()[0]->menu()->actions()[0];
+    QSignalSpy quits(quit, &QAction::triggered);
+    QTest::mouseClick(notice->quitButton(), Qt::LeftButton);
+    EXPECT_EQ(quits.count(), 1);
+
+    // A panel that starts later brings the tray; the window says nothing more.
+    fakes.trayAvailable = true;
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return !notice->isVisible(); }, TrayAvailability::kRecheckIntervalMs * 3));
+    EXPECT_TRUE(settings->isVisible());
+}
+
+TEST_F(AppDelegateTest, WhenTheTrayGoesAwayTheSettingsWindowTakesItsPlace)
+{
+    launch();
+    EXPECT_EQ(delegate->settingsWindow(), nullptr);
+    ASSERT_TRUE(fakes.trayHostChanged);
+    fakes.trayHostChanged(); // nothing changed
+    EXPECT_EQ(delegate->settingsWindow(), nullptr);
+    fakes.trayAvailable = false;
+    fakes.trayHostChanged();
+    ASSERT_NE(delegate->settingsWindow(), nullptr);
+    EXPECT_TRUE(delegate->settingsWindow()->isVisible());
+    EXPECT_TRUE(delegate->settingsWindow()->findChild<NoTrayNotice *>()->isVisible());
+}
+
 TEST_F(AppDelegateTest, AWindowComingToTheFrontSendsTheEngineItsContext)
 {
     launch();
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            return delegate->coordinator()
-                ->connectionHealth()
-                .is<EngineConnectionHealth::Connected>();
-        },
-        5000));
+    ASSERT_TRUE(waitConnected());
     const auto contexts = [&] {
         const std::vector<QString> types = engine.textTypes();
         return std::count(types.begin(), types.end(), QStringLiteral("context.update"));
@@ -363,13 +629,7 @@ TEST_F(AppDelegateTest, NoHeadsUpDisplayWhereItWouldTakeTheFocus)
     fakes.desktopPlan.canShowPanelWithoutFocus = false;
     launch();
     EXPECT_EQ(delegate->hudController(), nullptr);
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            return delegate->coordinator()
-                ->connectionHealth()
-                .is<EngineConnectionHealth::Connected>();
-        },
-        5000));
+    ASSERT_TRUE(waitConnected());
     // Dictation goes on without it, levels and all.
     delegate->coordinator()->handleTriggerDown();
     fakes.audioEngine->playS16(QByteArray(3200, '\x10'), 1600);

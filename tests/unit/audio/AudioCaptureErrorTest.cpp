@@ -38,6 +38,12 @@ TEST(AudioCaptureErrorTest, UnreachableServerDescriptionCarriesTheReason)
         "could not reach the sound server: Connection refused");
 }
 
+TEST(AudioCaptureErrorTest, AMicrophoneThatWouldNotOpenSaysWhy)
+{
+    EXPECT_EQ(AudioCaptureError::microphoneStartFailed("Device or resource busy").describe(),
+        "could not start the microphone: Device or resource busy");
+}
+
 TEST(AudioCaptureErrorTest, EmDashIsTheUnicodeCharacter)
 {
     const QString text = AudioCaptureError::invalidInputFormat(0.0, 0).describe();

@@ -428,7 +428,9 @@ TEST_F(AudioCaptureTest, StartFailureIsLoggedAndForwardingIsStillFlagged)
     LogCapture log;
     prepared();
     engine->setStartFailure(QStringLiteral("device busy"));
-    capture->startForwarding();
+    const auto started = capture->startForwarding();
+    ASSERT_FALSE(started.ok());
+    EXPECT_EQ(started.error(), AudioCaptureError::microphoneStartFailed("device busy"));
     EXPECT_TRUE(capture->isForwarding());
     EXPECT_TRUE(log.lines().contains("error: could not start mic capture: device busy"));
 }
@@ -436,7 +438,7 @@ TEST_F(AudioCaptureTest, StartFailureIsLoggedAndForwardingIsStillFlagged)
 TEST_F(AudioCaptureTest, ForwardingWithoutPreparationIsFlaggedButOpensNothing)
 {
     makeCapture();
-    capture->startForwarding();
+    EXPECT_TRUE(capture->startForwarding().ok());
     EXPECT_TRUE(capture->isForwarding());
     EXPECT_EQ(engine->startCalls(), 0);
     capture->stopForwarding(true);

@@ -1,4 +1,5 @@
 #include "desktop/ContextHarvester.h"
+#include "protocol/ContextBounds.h"
 #include "support/desktop/FakeAccessibilityProvider.h"
 #include "support/desktop/FakePasteboard.h"
 #include "support/desktop/FakeWindowList.h"
@@ -216,6 +217,34 @@ TEST_F(ContextHarvesterTest, TheClipboardIsTakenWholeAndIsAbsentWithoutText)
     const QString big = digits(10000);
     m_pasteboard->preload({{{FakePasteboard::kPlainTextType, big.toUtf8()}}});
     EXPECT_EQ(harvest().clipboard, big.toStdString());
+}
+
+TEST_F(ContextHarvesterTest, AHugeClipboardGivesItsHeadWithinTheLimit)
+{
+    for (const qsizetype megabytes : {2, 20}) {
+        // Two-byte characters, so a cut by bytes could fall inside one.
+        const QString big
+            = QStringLiteral("Dear team,") + QString(megabytes * 512 * 1024, u'\u00e9');
+        m_pasteboard->preload({{{FakePasteboard::kPlainTextType, big.toUtf8()}}});
+        const std::optional<std::string> clipboard = harvest().clipboard;
+        ASSERT_TRUE(clipboard.has_value());
+        EXPECT_LE(clipboard->size(), ContextLimits::kClipboardBytes);
+        EXPECT_GE(clipboard->size(), ContextLimits::kClipboardBytes - 1);
+        EXPECT_EQ(QString::fromStdString(*clipboard),
+            big.left(QString::fromStdString(*clipboard).size()));
+    }
+}
+
+TEST_F(ContextHarvesterTest, AHugeSelectionGivesItsTailWithinTheLimit)
+{
+    const QString selected = QString(3 * 1024 * 1024, u'x') + QStringLiteral(" \U0001F600 end");
+    auto field = m_accessibility->addApplication(kPid, QStringLiteral("Notes"), selected);
+    field->selectionStart = 0;
+    field->selectionEnd = static_cast<int>(selected.size());
+    const std::optional<std::string> screen = harvest().screenText;
+    ASSERT_TRUE(screen.has_value());
+    EXPECT_EQ(screen->size(), ContextLimits::kScreenTextBytes);
+    EXPECT_TRUE(QString::fromStdString(*screen).endsWith(QStringLiteral(" \U0001F600 end")));
 }
 
 TEST_F(ContextHarvesterTest, AnApplicationWithoutBundleIdOrNameLeavesThemAbsent)

@@ -25,6 +25,15 @@ TEST(AppStateTest, CasesCarryTheirPayloads)
     EXPECT_EQ(describe(AppState::error("x")), "error(\"x\")");
 }
 
+TEST(AppStateTest, DescriptionsGiveTheLengthOfDictatedTextNotTheText)
+{
+    EXPECT_EQ(
+        describe(AppState::listening(QString::fromUtf8("dear doctor"))), "listening(chars=11)");
+    EXPECT_EQ(describe(AppState::success("Dear Doctor,", true)), "success(chars=12, raw=yes)");
+    EXPECT_EQ(describe(AppState::processing()), "processing");
+    EXPECT_EQ(describe(AppState::idle()), "idle");
+}
+
 TEST(EngineConnectionHealthTest, MapsEveryConnectionState)
 {
     EXPECT_EQ(EngineConnectionHealth::from(ConnectionState::disconnected()),

@@ -480,34 +480,46 @@ TEST(CoordinatorConnectionTest, AMockEngineIsRefused)
     EXPECT_EQ(h.engine.textTypes(), std::vector<QString> {"hello"});
 }
 
-TEST_F(CoordinatorTest, AFailedStartSendShowsFailedToReachEngine)
+TEST_F(CoordinatorTest, ASocketClosedBeforeTheStartIsSentFailsTheUtteranceOnce)
 {
     c().handleTriggerDown();
+    h.speak(CoordinatorHarness::tone(3200));
     h.client->disconnect(); // the socket is gone before the pump sends the start
-    ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Error>(); }));
-    EXPECT_EQ(c().state(), AppState::error("failed to reach engine"));
+    EXPECT_EQ(c().state(), AppState::error(SayvoCoordinator::kConnectionRestartedMessage));
     EXPECT_FALSE(c().currentUtteranceId());
     EXPECT_FALSE(h.capture->isForwarding());
-    const QStringList log = h.logLines();
-    EXPECT_TRUE(std::any_of(log.begin(), log.end(),
-        [](const QString &l) { return l.startsWith("utterance.start failed: "); }));
+    // Nothing of it reaches the next connection.
+    h.client->connect();
+    ASSERT_TRUE(waitFor([&] { return h.engine.connectionCount() == 2; }));
     const qint64 shown
         = shownForMs(lastIndexOf([](const AppState &s) { return s.is<AppState::Error>(); }));
     EXPECT_GE(shown, 1950);
     EXPECT_LE(shown, 2400);
+    EXPECT_EQ(h.engine.textTypes(), (std::vector<QString> {"hello", "hello"}));
+    EXPECT_TRUE(h.audioFramesReceived().empty());
+    EXPECT_EQ(std::count_if(h.states.begin(), h.states.end(),
+                  [](const CoordinatorHarness::StateChange &change) {
+                      return change.state.is<AppState::Error>();
+                  }),
+        1);
 }
 
-TEST_F(CoordinatorTest, AFailedEndSendShowsFailedToReachEngine)
+TEST_F(CoordinatorTest, AnEndNotYetSentWhenTheSocketClosedStaysUnsent)
 {
     c().handleTriggerDown();
     ASSERT_TRUE(waitFor([&] { return countOfType(h, "utterance.start") == 1; }));
     c().handleTriggerUp();
     h.client->disconnect();
-    ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Error>(); }));
-    EXPECT_EQ(c().state(), AppState::error("failed to reach engine"));
-    const QStringList log = h.logLines();
-    EXPECT_TRUE(std::any_of(log.begin(), log.end(),
-        [](const QString &l) { return l.startsWith("utterance.end failed: "); }));
+    EXPECT_EQ(c().state(), AppState::error(SayvoCoordinator::kConnectionRestartedMessage));
+    h.client->connect();
+    ASSERT_TRUE(
+        waitFor([&] { return c().connectionHealth().is<EngineConnectionHealth::Connected>(); }));
+    ASSERT_TRUE(waitFor([&] { return isIdle(c()); }));
+    EXPECT_EQ(countOfType(h, "utterance.end"), 0);
+    h.answerWith(CoordinatorHarness::finalWithText("Fine."));
+    dictate();
+    EXPECT_EQ(c().state(), AppState::success("Fine.", false));
+    EXPECT_EQ(countOfType(h, "utterance.end"), 1);
 }
 
 TEST_F(CoordinatorTest, ANewUtteranceCancelsThePendingReturnToIdle)
@@ -664,6 +676,27 @@ TEST_F(CoordinatorTest, ChangingTheFeedbackSettingReconnectsEachTime)
     EXPECT_EQ(h.engine.closeCode(0), 1001);
 }
 
+TEST_F(CoordinatorTest, ChangingTheLanguageReconnectsWithItInTheHello)
+{
+    ASSERT_EQ(h.engine.connectionCount(), 1);
+    EXPECT_FALSE(textMessages(h).front().contains("language"));
+    h.settings->setLanguage(QStringLiteral("hi"));
+    ASSERT_TRUE(waitFor([&] {
+        return h.engine.connectionCount() == 2
+            && c().connectionHealth().is<EngineConnectionHealth::Connected>();
+    }));
+    EXPECT_EQ(textMessages(h).back()["type"], "hello");
+    EXPECT_EQ(textMessages(h).back()["language"], "hi");
+    // Back to the engine's default: the hello names no language.
+    h.settings->setLanguage(std::nullopt);
+    ASSERT_TRUE(waitFor([&] {
+        return h.engine.connectionCount() == 3
+            && c().connectionHealth().is<EngineConnectionHealth::Connected>();
+    }));
+    EXPECT_EQ(textMessages(h).back()["type"], "hello");
+    EXPECT_FALSE(textMessages(h).back().contains("language"));
+}
+
 TEST_F(CoordinatorTest, FeedbackFollowsEachFinalOnlyWhenEnabled)
 {
     h.answerWith(CoordinatorHarness::finalWithText("No feedback."));
@@ -758,6 +791,7 @@ TEST_F(CoordinatorTest, ACancelledCalibrationUtteranceEndsAndItsFinalReachesNobo
     EXPECT_FALSE(c().hasCalibrationSink());
     EXPECT_FALSE(c().currentUtteranceId().has_value());
     EXPECT_FALSE(h.capture->isForwarding());
+    EXPECT_FALSE(c().isAwaitingFinal());
     ASSERT_TRUE(waitFor([&] { return countOfType(h, "utterance.end") == 1; }));
     h.answerWith(CoordinatorHarness::finalWithText("Typed."));
     c().handleTriggerDown();
@@ -766,6 +800,24 @@ TEST_F(CoordinatorTest, ACancelledCalibrationUtteranceEndsAndItsFinalReachesNobo
     ASSERT_TRUE(waitFor([&] { return h.pastedTexts().size() == 1; }));
     EXPECT_EQ(h.pastedTexts().front(), QStringLiteral("Typed."));
     EXPECT_EQ(calls, 0);
+}
+
+TEST_F(CoordinatorTest, TheEndOfACancelledCalibrationUtteranceNeverReachesTheNextConnection)
+{
+    h.answerNothing();
+    ASSERT_TRUE(c().beginCalibrationUtterance({}).ok());
+    ASSERT_TRUE(waitFor([&] { return countOfType(h, "utterance.start") == 1; }));
+    c().cancelCalibrationUtterance();
+    h.client->disconnect(); // before the pump sends the end
+    h.client->connect();
+    ASSERT_TRUE(
+        waitFor([&] { return c().connectionHealth().is<EngineConnectionHealth::Connected>(); }));
+    EXPECT_EQ(countOfType(h, "utterance.end"), 0);
+    EXPECT_TRUE(isIdle(c()));
+    h.answerWith(CoordinatorHarness::finalWithText("Fine."));
+    dictate();
+    EXPECT_EQ(c().state(), AppState::success("Fine.", false));
+    EXPECT_EQ(countOfType(h, "utterance.end"), 1);
 }
 
 TEST_F(CoordinatorTest, ACalibrationUtteranceThatFailsTellsItsSinkWhy)
@@ -783,12 +835,242 @@ TEST_F(CoordinatorTest, ACalibrationUtteranceThatFailsTellsItsSinkWhy)
 
 TEST_F(CoordinatorTest, StopRemovesTheTapDisconnectsAndSendsNothingMore)
 {
+    h.answerNothing();
+    c().handleTriggerDown();
+    h.speak(CoordinatorHarness::tone(6400));
+    ASSERT_TRUE(waitFor([&] { return h.audioFramesReceived().size() == 2; }));
+    const size_t frames = h.engine.frames().size();
+
     c().stop();
     EXPECT_FALSE(h.hotkeys->isInstalled());
+    EXPECT_FALSE(h.capture->isForwarding());
     EXPECT_TRUE(h.client->connectionState().is<ConnectionState::Disconnected>());
     EXPECT_EQ(c().connectionHealth(), EngineConnectionHealth::idle());
     ASSERT_TRUE(waitFor([&] { return h.engine.closeCode(0).has_value(); }));
     EXPECT_EQ(h.engine.closeCode(0), 1001);
+
+    // Neither the microphone, nor a setting that reconnects a running coordinator, nor the
+    // tray's toggle gets anything to the engine any more.
+    h.speak(CoordinatorHarness::tone(6400));
+    h.settings->setFeedbackEnabled(true);
+    c().toggleDictation();
+    h.keys->keyDown(h.keys->codes.f5);
+    QTest::qWait(300);
+    EXPECT_EQ(h.engine.connectionCount(), 1);
+    EXPECT_EQ(h.engine.frames().size(), frames);
+}
+
+TEST_F(CoordinatorTest, AFinalWhileTheKeyIsStillHeldClosesTheMicrophone)
+{
+    // An engine that ends the utterance by itself (its length cap, or silence).
+    h.answerNothing();
+    c().handleTriggerDown();
+    const std::string id = c().currentUtteranceId()->toStdString();
+    h.speak(CoordinatorHarness::tone(6400));
+    ASSERT_TRUE(waitFor([&] { return h.audioFramesReceived().size() == 2; }));
+    FinalMessage final = CoordinatorHarness::finalWithText("Capped.");
+    final.utteranceId = id;
+    h.engine.sendText(QByteArray::fromStdString(encode(final)));
+    ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Success>(); }));
+    EXPECT_EQ(h.pastedTexts(), std::vector<QString> {"Capped."});
+    EXPECT_FALSE(h.capture->isForwarding());
+    EXPECT_FALSE(h.audioEngine->isRunning()); // the microphone is closed
+
+    // The user goes on talking and lets go later: nothing more reaches the engine.
+    const size_t frames = h.engine.frames().size();
+    EXPECT_EQ(h.audioEngine->playS16(CoordinatorHarness::tone(6400), 1600), 0);
+    c().handleTriggerUp();
+    QTest::qWait(200);
+    EXPECT_EQ(h.engine.frames().size(), frames);
+    EXPECT_EQ(countOfType(h, "utterance.end"), 0);
+    EXPECT_EQ(c().state(), AppState::success("Capped.", false));
+}
+
+TEST_F(CoordinatorTest, ALatePartialLeavesProcessingAlone)
+{
+    h.answerNothing();
+    c().handleTriggerDown();
+    const std::string id = c().currentUtteranceId()->toStdString();
+    h.speak(CoordinatorHarness::tone(6400));
+    c().handleTriggerUp();
+    ASSERT_TRUE(c().state().is<AppState::Processing>());
+    // The engine answers the last frames with a partial after the key is up.
+    h.engine.sendText(QByteArray::fromStdString(encode(PartialMessage {id, "late words"})));
+    h.engine.sendText(R"({"type":"domain.changed","domain":"email","source":"context"})");
+    ASSERT_TRUE(waitFor([&] { return c().resolvedDomain() == QStringLiteral("email"); }));
+    EXPECT_TRUE(c().state().is<AppState::Processing>());
+    // So a press in that window is not taken for a release of a running utterance.
+    c().handleTriggerDown();
+    c().handleTriggerUp();
+    settle();
+    EXPECT_EQ(countOfType(h, "utterance.end"), 1);
+    EXPECT_EQ(countOfType(h, "utterance.start"), 1);
+}
+
+TEST_F(CoordinatorTest, AHoldModeReleaseWhileProcessingSendsNoSecondEnd)
+{
+    h.answerNothing();
+    c().handleTriggerDown();
+    h.speak(CoordinatorHarness::tone(3200));
+    c().handleTriggerUp();
+    ASSERT_TRUE(c().state().is<AppState::Processing>());
+    ASSERT_TRUE(waitFor([&] { return countOfType(h, "utterance.end") == 1; }));
+    c().handleTriggerUp();
+    settle();
+    EXPECT_TRUE(c().state().is<AppState::Processing>());
+    EXPECT_EQ(countOfType(h, "utterance.end"), 1);
+    EXPECT_TRUE(c().currentUtteranceId().has_value());
+}
+
+TEST_F(CoordinatorTest, AnEngineThatNeverAnswersFreesDictationAfterTheDeadline)
+{
+    c().setFinalDeadline({0.3, 1.0});
+    h.answerNothing();
+    c().handleTriggerDown();
+    h.speak(CoordinatorHarness::tone(32000)); // one second of audio
+    c().handleTriggerUp();
+    ASSERT_TRUE(c().state().is<AppState::Processing>());
+    EXPECT_TRUE(c().isAwaitingFinal());
+    const size_t processingAt = h.states.size() - 1;
+    ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Error>(); }, 8000));
+    EXPECT_EQ(c().state(), AppState::error(SayvoCoordinator::kNoAnswerMessage));
+    EXPECT_FALSE(c().currentUtteranceId());
+    // 0.3 s plus one second per second of audio.
+    const qint64 waitedMs = h.states.back().atMs - h.states[processingAt].atMs;
+    EXPECT_GE(waitedMs, 1300);
+    EXPECT_LT(waitedMs, 4000);
+    const QStringList log = h.logLines();
+    EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](const QString &l) {
+        return l.startsWith("no final within 1300 ms: audioBytes=32000");
+    })) << log.join('\n').toStdString();
+    ASSERT_TRUE(waitFor([&] { return isIdle(c()); }));
+
+    // Dictation works again, and a final that comes after all is ignored.
+    h.answerWith(CoordinatorHarness::finalWithText("Next."));
+    dictate();
+    EXPECT_EQ(c().state(), AppState::success("Next.", false));
+}
+
+TEST(CoordinatorDeadlineTest, TheFinalMayTakeTenSecondsPlusTwiceTheAudioLength)
+{
+    const SayvoCoordinator::FinalDeadline deadline;
+    EXPECT_EQ(deadline.forAudioBytes(0), std::chrono::milliseconds(10000));
+    EXPECT_EQ(deadline.forAudioBytes(32000), std::chrono::milliseconds(12000));
+    EXPECT_EQ(deadline.forAudioBytes(32000 * 300), std::chrono::milliseconds(610000));
+}
+
+TEST_F(CoordinatorTest, ADeliberateReconnectWhileProcessingFailsTheUtteranceAtOnce)
+{
+    h.answerNothing();
+    c().handleTriggerDown();
+    h.speak(CoordinatorHarness::tone(3200));
+    c().handleTriggerUp();
+    ASSERT_TRUE(waitFor([&] { return countOfType(h, "utterance.end") == 1; }));
+    h.settings->setFeedbackEnabled(true); // reconnects so the handshake carries the choice
+    EXPECT_EQ(c().state(), AppState::error(SayvoCoordinator::kConnectionRestartedMessage));
+    EXPECT_FALSE(c().currentUtteranceId());
+    EXPECT_FALSE(c().isAwaitingFinal());
+    ASSERT_TRUE(waitFor([&] { return isIdle(c()); }));
+    ASSERT_TRUE(
+        waitFor([&] { return c().connectionHealth().is<EngineConnectionHealth::Connected>(); }));
+
+    // The same for a new endpoint, while the user is still speaking.
+    sayvo::test::TestEngine other;
+    ASSERT_TRUE(other.listen());
+    c().handleTriggerDown();
+    ASSERT_TRUE(c().state().is<AppState::Listening>());
+    h.client->updateEndpoint(other.url());
+    EXPECT_EQ(c().state(), AppState::error(SayvoCoordinator::kConnectionRestartedMessage));
+    EXPECT_FALSE(h.capture->isForwarding());
+}
+
+TEST(CoordinatorMicrophoneTest, AMicrophoneThatCannotBePreparedIsShownAndNothingIsSent)
+{
+    CoordinatorHarness h;
+    h.audioEngine->setUnavailable(QStringLiteral("Connection refused"));
+    ASSERT_TRUE(h.startAndConnect());
+    ASSERT_FALSE(h.capture->isPrepared());
+    h.coordinator->handleTriggerDown();
+    EXPECT_EQ(h.coordinator->state(),
+        AppState::error("could not reach the sound server: Connection refused"));
+    EXPECT_FALSE(h.coordinator->currentUtteranceId());
+    h.coordinator->handleTriggerUp();
+    QTest::qWait(200);
+    EXPECT_EQ(h.engine.textTypes(), std::vector<QString> {"hello"});
+    EXPECT_EQ(h.usage->utterances(), 0);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return h.coordinator->state().is<AppState::Idle>(); }, 4000));
+
+    // Once the sound server answers, the next press prepares the microphone and dictates.
+    h.audioEngine->setUnavailable(std::nullopt);
+    h.coordinator->handleTriggerDown();
+    EXPECT_TRUE(h.coordinator->state().is<AppState::Listening>());
+    EXPECT_TRUE(h.capture->isPrepared());
+}
+
+TEST(CoordinatorMicrophoneTest, AMicrophoneThatWillNotOpenIsShownAndNothingIsSent)
+{
+    CoordinatorHarness h;
+    ASSERT_TRUE(h.startAndConnect());
+    h.audioEngine->setStartFailure(QStringLiteral("Device or resource busy"));
+    h.coordinator->handleTriggerDown();
+    EXPECT_EQ(h.coordinator->state(),
+        AppState::error("could not start the microphone: Device or resource busy"));
+    EXPECT_FALSE(h.coordinator->currentUtteranceId());
+    EXPECT_FALSE(h.capture->isForwarding());
+    h.coordinator->handleTriggerUp();
+    QTest::qWait(200);
+    EXPECT_EQ(h.engine.textTypes(), std::vector<QString> {"hello"});
+    EXPECT_TRUE(h.engine.frames().size() == 1);
+    EXPECT_EQ(h.usage->utterances(), 0);
+}
+
+TEST_F(CoordinatorTest, TheMicrophoneListensWhileTheContextIsGathered)
+{
+    h.answerWith(CoordinatorHarness::finalWithText("Every word."));
+    // The user starts speaking while a slow application is still being asked for its text.
+    const QByteArray early = CoordinatorHarness::tone(9600);
+    h.workspace->onQuery = [&] {
+        h.speak(early);
+        h.capture->queue().sync([] {}); // its chunks are out of the capture's hands
+    };
+    c().handleTriggerDown();
+    h.workspace->onQuery = nullptr;
+    const QByteArray later = CoordinatorHarness::tone(3200);
+    h.speak(later);
+    c().handleTriggerUp();
+    ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Success>(); }));
+
+    QByteArray received;
+    for (const QByteArray &frame : h.audioFramesReceived()) {
+        received += frame;
+    }
+    EXPECT_EQ(received, early + later);
+    // Context and start still go first.
+    const auto &frames = h.engine.frames();
+    ASSERT_GE(frames.size(), 4u);
+    EXPECT_TRUE(frames[1].bytes.contains("\"context.update\""));
+    EXPECT_TRUE(frames[2].bytes.contains("\"utterance.start\""));
+    EXPECT_TRUE(frames[3].binary);
+}
+
+TEST(CoordinatorConnectionTest, WhileConnectingOrDisconnectedTheEngineIsStartingUp)
+{
+    CoordinatorHarness h;
+    h.engine.setHelloAckBackends(std::nullopt); // the handshake never completes
+    h.coordinator->handleTriggerDown(); // not started: the client is disconnected
+    EXPECT_EQ(h.coordinator->connectionHealth(), EngineConnectionHealth::idle());
+    EXPECT_EQ(h.coordinator->state(), AppState::error(QString::fromUtf8("Engine starting up…")));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return h.coordinator->state().is<AppState::Idle>(); }, 4000));
+
+    h.coordinator->start();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return h.engine.textFrames().size() == 1; }, 5000));
+    EXPECT_EQ(h.coordinator->connectionHealth(), EngineConnectionHealth::connecting());
+    h.coordinator->handleTriggerDown();
+    EXPECT_EQ(h.coordinator->state(), AppState::error(QString::fromUtf8("Engine starting up…")));
+    EXPECT_FALSE(h.coordinator->currentUtteranceId());
+    EXPECT_FALSE(h.capture->isForwarding());
+    QTest::qWait(100);
+    EXPECT_EQ(h.engine.textTypes(), std::vector<QString> {"hello"});
 }
 
 // ---- Context, domains, suggestions ---------------------------------------------------------

@@ -46,10 +46,13 @@ TEST(PreferenceValues, StringListReadsListsOfStrings)
     EXPECT_EQ(readStringList(holding(QStringList {}), kKey), QStringList {});
 }
 
-TEST(PreferenceValues, StringListTakesALoneStringAsOneEntry)
+TEST(PreferenceValues, StringListTakesALoneStringAsOneEntryOnlyWhereListsComeBackAsText)
 {
-    EXPECT_EQ(
-        readStringList(holding(QStringLiteral("Kubernetes")), kKey), QStringList {"Kubernetes"});
+    FakePreferenceStore ini = holding(QStringLiteral("Kubernetes"));
+    ini.oneEntryListsAsText = true;
+    EXPECT_EQ(readStringList(ini, kKey), QStringList {"Kubernetes"});
+    // In a store that keeps real lists, a lone string is a value of the wrong type.
+    EXPECT_EQ(readStringList(holding(QStringLiteral("Kubernetes")), kKey), std::nullopt);
 }
 
 TEST(PreferenceValues, StringListRejectsMixedListsAndOtherTypes)

@@ -186,6 +186,15 @@ TEST(SettingsStore, ValuesOfTheWrongTypeLoadTheirDefaults)
     EXPECT_EQ(settings.inputDeviceUID(), std::nullopt);
 }
 
+TEST(SettingsStore, ALoneStringIsADictionaryOnlyWhereOneEntryListsAreStoredAsText)
+{
+    FakePreferenceStore userDefaults(QVariantMap {{kDictionary, QStringLiteral("Priya")}});
+    EXPECT_EQ(SettingsStore(userDefaults).personalDictionary(), QStringList {});
+    FakePreferenceStore ini(QVariantMap {{kDictionary, QStringLiteral("Priya")}});
+    ini.oneEntryListsAsText = true;
+    EXPECT_EQ(SettingsStore(ini).personalDictionary(), QStringList {"Priya"});
+}
+
 TEST(SettingsStore, DictionaryWithANonStringEntryLoadsEmpty)
 {
     FakePreferenceStore preferences(QVariantMap {{kDictionary, QVariantList {"Priya", 7}}});

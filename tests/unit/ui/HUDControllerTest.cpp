@@ -149,6 +149,20 @@ TEST_F(HUDTest, SuccessHidesAfterOnePointTwoSecondsAndErrorsAfterTwo)
     }
 }
 
+TEST_F(HUDTest, OutcomesHideWhenTheCoordinatorReturnsToIdle)
+{
+    h.coordinator->setDisplayDurations({0.1, 0.3});
+    for (const auto &[state, expectedMs] : {std::pair {AppState::success("Done.", false), 100},
+             std::pair {AppState::error("connection lost"), 300}}) {
+        QElapsedTimer clock;
+        clock.start();
+        hud.render(state, true);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !hud.isShown(); }, 4000));
+        EXPECT_GE(clock.elapsed(), expectedMs - 20) << describe(state).toStdString();
+        EXPECT_LT(clock.elapsed(), expectedMs + 900) << describe(state).toStdString();
+    }
+}
+
 TEST_F(HUDTest, ListeningAndProcessingStayUntilTheNextState)
 {
     hud.render(AppState::processing(), true);

@@ -1,3 +1,4 @@
+// What Linux reports for the three permissions the app asks about, and the help it offers.
 #include "app/linux/PermissionsLinux.h"
 
 #include "desktop/HotkeyManager.h"
@@ -24,6 +25,27 @@ QMessageBox *openHelp(Permissions &permissions, Permission permission)
         }
     }
     return nullptr;
+}
+
+TEST(PermissionsLinuxTest, InputMonitoringIsNotRefusedBeforeTheKeyTapIsTried)
+{
+    FakeAudioHardware hardware;
+    auto source = std::make_unique<testing::FakeKeyboardEventSource>();
+    testing::FakeKeyboardEventSource *keys = source.get();
+    HotkeyManager hotkeys(HotkeyTrigger::f5, std::move(source));
+    PermissionsLinux permissions(hardware, hotkeys);
+
+    // The launch asks before the coordinator installs the tap.
+    EXPECT_TRUE(permissions.isInputMonitoringGranted());
+    keys->failInstall = true;
+    EXPECT_FALSE(hotkeys.start().ok());
+    EXPECT_FALSE(permissions.isInputMonitoringGranted());
+    EXPECT_FALSE(permissions.isGranted(Permission::inputMonitoring));
+    keys->failInstall = false;
+    EXPECT_TRUE(hotkeys.start().ok());
+    EXPECT_TRUE(permissions.isInputMonitoringGranted());
+    hotkeys.stop();
+    EXPECT_TRUE(permissions.isInputMonitoringGranted());
 }
 
 // The trigger is chosen on the Trigger tab; the help sends Wayland users there.

@@ -1,0 +1,99 @@
+// The coordinator's outbound queue: order, audio held aside and dropped, finishing.
+#include "session/OutboundQueue.h"
+
+#include <QObject>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+using namespace sayvo;
+
+namespace {
+
+QString name(const OutboundEvent &event)
+{
+    if (const auto *start = std::get_if<OutboundEvent::Start>(&event.value)) {
+        return QStringLiteral("start ") + start->id;
+    }
+    if (const auto *audio = std::get_if<OutboundEvent::Audio>(&event.value)) {
+        return QStringLiteral("audio ") + QString::fromLatin1(audio->bytes);
+    }
+    return QStringLiteral("end ") + std::get<OutboundEvent::End>(event.value).id;
+}
+
+class OutboundQueueTest : public ::testing::Test
+{
+protected:
+    OutboundEvent start(const QString &id) { return {OutboundEvent::Start {id, {}}}; }
+    OutboundEvent audio(const char *bytes) { return {OutboundEvent::Audio {QByteArray(bytes)}}; }
+    OutboundEvent end(const QString &id) { return {OutboundEvent::End {id}}; }
+
+    bool waitForCount(int count)
+    {
+        return QTest::qWaitFor([&] { return handled.size() == count; }, 2000);
+    }
+
+    QObject context;
+    QStringList handled;
+    OutboundQueue queue {&context, [this](OutboundEvent event, const std::function<void()> &done) {
+                             handled << name(event);
+                             done();
+                         }};
+};
+
+} // namespace
+
+TEST_F(OutboundQueueTest, EventsAreHandedOutInOrderFromTheEventLoop)
+{
+    queue.enqueue(start("U1"));
+    queue.enqueue(audio("a"));
+    queue.enqueue(end("U1"));
+    EXPECT_TRUE(handled.isEmpty());
+    ASSERT_TRUE(waitForCount(3));
+    EXPECT_EQ(handled, (QStringList {"start U1", "audio a", "end U1"}));
+}
+
+TEST_F(OutboundQueueTest, HeldAudioFollowsWhatWasQueuedMeanwhile)
+{
+    queue.holdAudio();
+    std::thread capture([&] { queue.enqueue(audio("early")); });
+    capture.join();
+    queue.enqueue(start("U1"));
+    QTest::qWait(50);
+    EXPECT_EQ(handled, QStringList {"start U1"});
+    queue.releaseAudio();
+    queue.enqueue(audio("later"));
+    ASSERT_TRUE(waitForCount(3));
+    EXPECT_EQ(handled, (QStringList {"start U1", "audio early", "audio later"}));
+}
+
+TEST_F(OutboundQueueTest, DiscardingDropsOnlyTheAudioNotYetHandedOut)
+{
+    queue.enqueue(start("U1"));
+    queue.enqueue(audio("a"));
+    queue.enqueue(audio("b"));
+    queue.enqueue(end("U1"));
+    queue.holdAudio();
+    queue.enqueue(audio("held"));
+    queue.discardAudio();
+    queue.releaseAudio();
+    ASSERT_TRUE(waitForCount(2));
+    QTest::qWait(50);
+    EXPECT_EQ(handled, (QStringList {"start U1", "end U1"}));
+}
+
+TEST_F(OutboundQueueTest, AFinishedQueueTakesAndHandsOutNothing)
+{
+    queue.enqueue(start("U1"));
+    queue.holdAudio();
+    queue.enqueue(audio("held"));
+    queue.finish();
+    queue.releaseAudio();
+    queue.enqueue(end("U1"));
+    QTest::qWait(100);
+    EXPECT_TRUE(handled.isEmpty());
+    EXPECT_TRUE(queue.isFinished());
+    EXPECT_EQ(queue.pendingCount(), 0u);
+}
