@@ -31,6 +31,8 @@ public:
     virtual bool setConcealedString(const QString &text) = 0;
     virtual bool writeItems(const std::vector<PasteboardItem> &items) = 0;
     virtual qint64 changeCount() = 0;
+    // False where the session keeps the clipboard from Sayvo; pasting is not tried then.
+    virtual bool isAvailable() const { return true; }
 };
 
 // The clipboard of a session that keeps it from Sayvo: always empty, never written.
@@ -43,6 +45,7 @@ public:
     bool setConcealedString(const QString &) override { return false; }
     bool writeItems(const std::vector<PasteboardItem> &) override { return false; }
     qint64 changeCount() override { return 0; }
+    bool isAvailable() const override { return false; }
 };
 
 } // namespace sayvo

@@ -39,6 +39,13 @@ bool TextInserter::insert(const QString &text, InsertionMethod method)
     if (text.isEmpty()) {
         return false;
     }
+    // Where the session keeps the clipboard from Sayvo (GNOME), nothing can be pasted: the
+    // text goes in through accessibility or is typed key by key, and the clipboard is never
+    // touched.
+    if (!m_pasteboard->isAvailable()) {
+        return insertViaAX(text)
+            || (m_keySynthesizer->isAvailable() && m_keySynthesizer->typeText(text));
+    }
     // Where the session lets no application post keys, accessibility is the only way in.
     if (!m_keySynthesizer->isAvailable()) {
         return insertViaAX(text);

@@ -17,7 +17,8 @@ namespace sayvo {
 
 // Puts a transcript into the focused field of the application in front, by a synthetic paste
 // or by a direct accessibility write; only by the latter where the session lets no
-// application post keys. Main thread only; failures are a false result.
+// application post keys. Where it keeps the clipboard from Sayvo, an accessibility write or
+// else typing the text. Main thread only; failures are a false result.
 class TextInserter : public QObject
 {
     Q_OBJECT

@@ -2,6 +2,8 @@
 
 #include "desktop/KeySynthesizer.h"
 
+#include <QStringList>
+
 #include <functional>
 #include <vector>
 
@@ -21,12 +23,18 @@ public:
         return succeeds;
     }
     bool isAvailable() const override { return available; }
+    bool typeText(const QString &text) override
+    {
+        typed << text;
+        return succeeds;
+    }
 
     bool succeeds = true;
     // False: a session that lets no application post keys.
     bool available = true;
     std::function<void()> onPaste;
     std::vector<PasteShortcut> posted;
+    QStringList typed;
 };
 
 } // namespace sayvo::testing

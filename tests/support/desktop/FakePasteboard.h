@@ -22,6 +22,7 @@ public:
     bool setConcealedString(const QString &text) override;
     bool writeItems(const std::vector<PasteboardItem> &items) override;
     qint64 changeCount() override { return m_changeCount; }
+    bool isAvailable() const override { return available; }
 
     // Another program writing the clipboard.
     void writeFromElsewhere(std::vector<PasteboardItem> items);
@@ -31,6 +32,8 @@ public:
     std::vector<PasteboardItem> contents;
     QStringList log;
     bool failSetString = false;
+    // False: a session that keeps the clipboard from Sayvo.
+    bool available = true;
 
 private:
     qint64 m_changeCount = 0;

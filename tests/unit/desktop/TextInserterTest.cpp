@@ -224,6 +224,37 @@ TEST_F(TextInserterTest, WithoutKeystrokesEvenPasteInsertionWritesThroughAccessi
     EXPECT_TRUE(m_keys->posted.empty());
 }
 
+TEST_F(TextInserterTest, WithoutAClipboardTheTextGoesInThroughAccessibilityAndIsNeverPasted)
+{
+    m_pasteboard->available = false;
+    auto field = std::make_shared<FakeAccessibleElement>(QStringLiteral("field"));
+    field->text = QString();
+    field->writable = {QStringLiteral("AXSelectedText")};
+    m_accessibility->focusSystemWide(field);
+
+    EXPECT_TRUE(m_inserter.insert(QStringLiteral("straight in"), InsertionMethod::paste));
+    EXPECT_EQ(field->text, QStringLiteral("straight in"));
+    EXPECT_TRUE(m_keys->posted.empty());
+    EXPECT_TRUE(m_keys->typed.isEmpty());
+    EXPECT_TRUE(m_pasteboard->log.isEmpty());
+}
+
+TEST_F(TextInserterTest, WithoutAClipboardARefusedAccessibilityWriteIsTyped)
+{
+    m_pasteboard->available = false;
+    m_accessibility->focusSystemWide(std::make_shared<FakeAccessibleElement>());
+
+    EXPECT_TRUE(m_inserter.insert(QStringLiteral("typed über"), InsertionMethod::axDirect));
+    EXPECT_EQ(m_keys->typed, QStringList {QStringLiteral("typed über")});
+    EXPECT_TRUE(m_keys->posted.empty());
+    EXPECT_TRUE(m_pasteboard->log.isEmpty());
+    EXPECT_FALSE(m_inserter.isRestorePending());
+
+    m_keys->available = false;
+    EXPECT_FALSE(m_inserter.insert(QStringLiteral("nowhere"), InsertionMethod::paste));
+    EXPECT_EQ(m_keys->typed.size(), 1);
+}
+
 TEST_F(TextInserterTest, WhenBothWaysFailInsertionFails)
 {
     m_keys->succeeds = false;

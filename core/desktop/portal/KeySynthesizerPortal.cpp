@@ -1,0 +1,275 @@
+#include "desktop/portal/KeySynthesizerPortal.h"
+
+#include "base/Logging.h"
+#include "desktop/portal/PortalRequest.h"
+
+#include <QDBusMessage>
+#include <QDBusPendingCall>
+#include <QDBusObjectPath>
+#include <QPointer>
+
+#include <optional>
+
+namespace sayvo {
+
+namespace {
+
+const QString kInterface = QStringLiteral("org.freedesktop.portal.RemoteDesktop");
+const QString kSessionInterface = QStringLiteral("org.freedesktop.portal.Session");
+
+// The device types of SelectDevices: the keyboard alone.
+constexpr uint kKeyboardDevice = 1;
+// Kept until the user revokes it in the desktop's settings.
+constexpr uint kPersistUntilRevoked = 2;
+
+constexpr quint32 kKeysymControlL = 0xffe3;
+constexpr quint32 kKeysymShiftL = 0xffe1;
+constexpr quint32 kKeysymV = 0x0076;
+constexpr quint32 kKeysymReturn = 0xff0d;
+constexpr quint32 kKeysymTab = 0xff09;
+// Characters beyond Latin-1 have keysyms of their own: 0x01000000 plus the code point.
+constexpr quint32 kUnicodeKeysym = 0x01000000;
+
+std::optional<quint32> keysymFor(char32_t character)
+{
+    if (character == U'\n') {
+        return kKeysymReturn;
+    }
+    if (character == U'\t') {
+        return kKeysymTab;
+    }
+    if (character < 0x20 || (character >= 0x7f && character < 0xa0)) {
+        return std::nullopt;
+    }
+    if (character <= 0xff) {
+        return quint32(character);
+    }
+    return kUnicodeKeysym | quint32(character);
+}
+
+} // namespace
+
+KeySynthesizerPortal::KeySynthesizerPortal(int requestTimeoutMs)
+    : m_requestTimeoutMs(requestTimeoutMs), m_bus(QDBusConnection::sessionBus())
+{
+    m_sendTimer.setInterval(0);
+    connect(&m_sendTimer, &QTimer::timeout, this, &KeySynthesizerPortal::sendChunk);
+}
+
+KeySynthesizerPortal::~KeySynthesizerPortal()
+{
+    closeSession();
+}
+
+void KeySynthesizerPortal::request(const QString &restoreToken, Handlers handlers)
+{
+    m_handlers = std::move(handlers);
+    m_restoreToken = restoreToken;
+    createSession();
+}
+
+void KeySynthesizerPortal::askAgain()
+{
+    if (m_state == State::refused || m_state == State::idle) {
+        createSession();
+    }
+}
+
+void KeySynthesizerPortal::createSession()
+{
+    m_state = State::asking;
+    report(PortalState::asking, {});
+    if (!m_bus.isConnected()) {
+        fail(QStringLiteral("no session bus"), {});
+        return;
+    }
+    const QVariantMap options {{QStringLiteral("session_handle_token"), portalToken()}};
+    QPointer<KeySynthesizerPortal> weak(this);
+    PortalRequest::call(m_bus, kInterface, QStringLiteral("CreateSession"), {options},
+        m_requestTimeoutMs, [weak](const PortalRequest::Result &result, const QString &detail) {
+            if (!weak) {
+                return;
+            }
+            if (const auto *error = std::get_if<PortalError>(&result)) {
+                weak->fail(describe(*error), detail);
+                return;
+            }
+            weak->m_sessionPath = std::get<QVariantMap>(result)
+                                      .value(QStringLiteral("session_handle"))
+                                      .toString();
+            if (weak->m_sessionPath.isEmpty()) {
+                weak->fail(QStringLiteral("the portal named no session"), {});
+                return;
+            }
+            weak->m_bus.connect(kPortalService, weak->m_sessionPath, kSessionInterface,
+                QStringLiteral("Closed"), weak.data(), SLOT(onSessionClosed()));
+            weak->selectDevices();
+        });
+}
+
+void KeySynthesizerPortal::selectDevices()
+{
+    QVariantMap options {{QStringLiteral("types"), kKeyboardDevice},
+        {QStringLiteral("persist_mode"), kPersistUntilRevoked}};
+    if (!m_restoreToken.isEmpty()) {
+        options.insert(QStringLiteral("restore_token"), m_restoreToken);
+    }
+    QPointer<KeySynthesizerPortal> weak(this);
+    PortalRequest::call(m_bus, kInterface, QStringLiteral("SelectDevices"),
+        {QVariant::fromValue(QDBusObjectPath(m_sessionPath)), options}, m_requestTimeoutMs,
+        [weak](const PortalRequest::Result &result, const QString &detail) {
+            if (!weak) {
+                return;
+            }
+            if (const auto *error = std::get_if<PortalError>(&result)) {
+                weak->fail(describe(*error), detail);
+                return;
+            }
+            weak->startSession();
+        });
+}
+
+void KeySynthesizerPortal::startSession()
+{
+    QPointer<KeySynthesizerPortal> weak(this);
+    PortalRequest::call(m_bus, kInterface, QStringLiteral("Start"),
+        {QVariant::fromValue(QDBusObjectPath(m_sessionPath)), QString(), QVariantMap()},
+        m_requestTimeoutMs, [weak](const PortalRequest::Result &result, const QString &detail) {
+            if (!weak) {
+                return;
+            }
+            if (const auto *error = std::get_if<PortalError>(&result)) {
+                weak->fail(describe(*error), detail);
+                return;
+            }
+            const QVariantMap &results = std::get<QVariantMap>(result);
+            if ((results.value(QStringLiteral("devices")).toUInt() & kKeyboardDevice) == 0) {
+                weak->fail(QStringLiteral("the keyboard was not granted"), {});
+                return;
+            }
+            weak->m_state = State::started;
+            const QString token = results.value(QStringLiteral("restore_token")).toString();
+            if (!token.isEmpty() && token != weak->m_restoreToken) {
+                weak->m_restoreToken = token;
+                if (weak->m_handlers.onRestoreToken) {
+                    weak->m_handlers.onRestoreToken(token);
+                }
+            }
+            Logging::shared().info(QStringLiteral("keystrokes: the desktop allowed them"));
+            weak->report(PortalState::granted, {});
+        });
+}
+
+void KeySynthesizerPortal::fail(const QString &reason, const QString &detail)
+{
+    closeSession();
+    Logging::shared().info(QStringLiteral("keystrokes: the desktop did not allow them: %1 %2")
+                                  .arg(reason, detail));
+    if (!m_restoreToken.isEmpty() && !m_askedWithoutToken) {
+        // The desktop no longer honours the kept permission: forget it and ask the user.
+        m_askedWithoutToken = true;
+        m_restoreToken.clear();
+        if (m_handlers.onRestoreToken) {
+            m_handlers.onRestoreToken({});
+        }
+        createSession();
+        return;
+    }
+    m_state = State::refused;
+    report(PortalState::refused, reason);
+}
+
+void KeySynthesizerPortal::closeSession()
+{
+    if (m_sessionPath.isEmpty()) {
+        return;
+    }
+    m_bus.disconnect(kPortalService, m_sessionPath, kSessionInterface, QStringLiteral("Closed"),
+        this, SLOT(onSessionClosed()));
+    m_bus.asyncCall(QDBusMessage::createMethodCall(kPortalService, m_sessionPath,
+        kSessionInterface, QStringLiteral("Close")));
+    m_sessionPath.clear();
+}
+
+void KeySynthesizerPortal::onSessionClosed()
+{
+    m_sessionPath.clear();
+    m_state = State::refused;
+    Logging::shared().info(QStringLiteral("keystrokes: the desktop ended the session"));
+    report(PortalState::refused, QStringLiteral("the desktop ended the session"));
+}
+
+void KeySynthesizerPortal::report(PortalState state, const QString &reason)
+{
+    if (m_handlers.onStatus) {
+        m_handlers.onStatus(portalKeystrokeStatus(state, reason));
+    }
+}
+
+bool KeySynthesizerPortal::postPaste(PasteShortcut shortcut)
+{
+    std::vector<std::pair<quint32, bool>> keys {{kKeysymControlL, true}};
+    if (shortcut == PasteShortcut::terminal) {
+        keys.emplace_back(kKeysymShiftL, true);
+    }
+    keys.insert(keys.end(), {{kKeysymV, true}, {kKeysymV, false}});
+    if (shortcut == PasteShortcut::terminal) {
+        keys.emplace_back(kKeysymShiftL, false);
+    }
+    keys.emplace_back(kKeysymControlL, false);
+    return postKeysyms(keys);
+}
+
+bool KeySynthesizerPortal::typeText(const QString &text)
+{
+    if (text.size() > kMaxTypedCharacters) {
+        Logging::shared().info(QStringLiteral("keystrokes: a text of %1 characters is too long "
+                                                 "to type (at most %2)")
+                                      .arg(text.size())
+                                      .arg(kMaxTypedCharacters));
+        return false;
+    }
+    std::vector<std::pair<quint32, bool>> keys;
+    for (const char32_t character : text.toUcs4()) {
+        if (const auto keysym = keysymFor(character)) {
+            keys.emplace_back(*keysym, true);
+            keys.emplace_back(*keysym, false);
+        }
+    }
+    return postKeysyms(keys);
+}
+
+bool KeySynthesizerPortal::postKeysyms(const std::vector<std::pair<quint32, bool>> &keys)
+{
+    if (m_state != State::started || m_sessionPath.isEmpty()) {
+        return false;
+    }
+    m_queue.insert(m_queue.end(), keys.begin(), keys.end());
+    sendChunk();
+    return true;
+}
+
+void KeySynthesizerPortal::sendChunk()
+{
+    // One connection keeps the calls in order; the replies are not waited for.
+    for (int sent = 0; sent < kChunkKeys && !m_queue.empty() && !m_sessionPath.isEmpty();
+         ++sent) {
+        const auto [keysym, pressed] = m_queue.front();
+        m_queue.pop_front();
+        QDBusMessage message = QDBusMessage::createMethodCall(kPortalService, kPortalPath,
+            kInterface, QStringLiteral("NotifyKeyboardKeysym"));
+        message.setArguments({QVariant::fromValue(QDBusObjectPath(m_sessionPath)), QVariantMap(),
+            static_cast<int>(keysym), static_cast<uint>(pressed ? 1 : 0)});
+        m_bus.send(message);
+    }
+    if (m_sessionPath.isEmpty()) {
+        m_queue.clear();
+    }
+    if (m_queue.empty()) {
+        m_sendTimer.stop();
+    } else if (!m_sendTimer.isActive()) {
+        m_sendTimer.start();
+    }
+}
+
+} // namespace sayvo
