@@ -52,10 +52,8 @@ void GlobalShortcutsPortal::start(const QString &preferredTrigger, Handlers hand
         return;
     }
     for (const auto &[name, slot] :
-        {std::pair {"Activated", SLOT(onActivated(QDBusObjectPath, QString, qulonglong,
-                                     QVariantMap))},
-            std::pair {"Deactivated", SLOT(onDeactivated(QDBusObjectPath, QString, qulonglong,
-                                         QVariantMap))},
+        {std::pair {"Activated", SLOT(onActivated(QDBusMessage))},
+            std::pair {"Deactivated", SLOT(onDeactivated(QDBusMessage))},
             std::pair {"ShortcutsChanged", SLOT(onShortcutsChanged(QDBusMessage))}}) {
         m_bus.connect(kPortalService, kPortalPath, kInterface, QString::fromLatin1(name), this,
             slot);
@@ -128,42 +126,40 @@ void GlobalShortcutsPortal::report(PortalState state, const QString &label, cons
     }
 }
 
-bool GlobalShortcutsPortal::isOurs(const QDBusObjectPath &session, const QString &id) const
+bool GlobalShortcutsPortal::isOurs(const QDBusMessage &message, bool withId) const
 {
-    if (m_sessionPath.isEmpty() || session.path() != m_sessionPath
-        || id != QLatin1String(kShortcutId)) {
+    const QVariantList arguments = message.arguments();
+    const QString session = arguments.value(0).value<QDBusObjectPath>().path();
+    const QString id = arguments.value(1).toString();
+    if (m_sessionPath.isEmpty() || arguments.size() < 2 || session != m_sessionPath
+        || (withId && id != QLatin1String(kShortcutId))) {
         Logging::shared().debug(
-            QStringLiteral("global shortcut: ignored a signal for shortcut \"%1\" of %2")
-                .arg(id, session.path()));
+            QStringLiteral("global shortcut: ignored %1 for another session or shortcut")
+                .arg(message.member()));
         return false;
     }
     return true;
 }
 
-void GlobalShortcutsPortal::onActivated(
-    const QDBusObjectPath &session, const QString &id, qulonglong, const QVariantMap &)
+void GlobalShortcutsPortal::onActivated(const QDBusMessage &message)
 {
-    if (isOurs(session, id) && m_handlers.onPress) {
+    if (isOurs(message, true) && m_handlers.onPress) {
         m_handlers.onPress();
     }
 }
 
-void GlobalShortcutsPortal::onDeactivated(
-    const QDBusObjectPath &session, const QString &id, qulonglong, const QVariantMap &)
+void GlobalShortcutsPortal::onDeactivated(const QDBusMessage &message)
 {
-    if (isOurs(session, id) && m_handlers.onRelease) {
+    if (isOurs(message, true) && m_handlers.onRelease) {
         m_handlers.onRelease();
     }
 }
 
 void GlobalShortcutsPortal::onShortcutsChanged(const QDBusMessage &message)
 {
-    const QVariantList arguments = message.arguments();
-    if (arguments.size() != 2 || m_sessionPath.isEmpty()
-        || arguments.at(0).value<QDBusObjectPath>().path() != m_sessionPath) {
-        return;
+    if (isOurs(message, false)) {
+        showShortcuts(message.arguments().at(1));
     }
-    showShortcuts(arguments.at(1));
 }
 
 } // namespace sayvo

@@ -3,7 +3,7 @@
 #include "desktop/DesktopShortcut.h"
 
 #include <QDBusConnection>
-#include <QDBusObjectPath>
+#include <QDBusMessage>
 #include <QObject>
 #include <QString>
 #include <QVariantMap>
@@ -29,16 +29,17 @@ public:
     void start(const QString &preferredTrigger, Handlers handlers) override;
 
 private Q_SLOTS:
-    void onActivated(const QDBusObjectPath &session, const QString &id, qulonglong timestamp,
-        const QVariantMap &options);
-    void onDeactivated(const QDBusObjectPath &session, const QString &id, qulonglong timestamp,
-        const QVariantMap &options);
+    // Taken as whole messages: Debian's frontend sends the options of Activated with an
+    // element type of its own, and a signal's arguments are outside input anyway.
+    void onActivated(const QDBusMessage &message);
+    void onDeactivated(const QDBusMessage &message);
     void onShortcutsChanged(const QDBusMessage &message);
 
 private:
     void bind(const QString &preferredTrigger);
     void report(PortalState state, const QString &label, const QString &reason);
-    bool isOurs(const QDBusObjectPath &session, const QString &id) const;
+    // Whether a signal names our session and, with an id, our shortcut.
+    bool isOurs(const QDBusMessage &message, bool withId) const;
     void showShortcuts(const QVariant &shortcuts);
 
     QString m_desktopName;

@@ -4,7 +4,7 @@
 #include "desktop/portal/PortalRequest.h"
 
 #include <QDBusMessage>
-#include <QDBusPendingCall>
+#include <QDBusPendingCallWatcher>
 #include <QDBusObjectPath>
 #include <QPointer>
 
@@ -51,10 +51,7 @@ std::optional<quint32> keysymFor(char32_t character)
 
 KeySynthesizerPortal::KeySynthesizerPortal(int requestTimeoutMs)
     : m_requestTimeoutMs(requestTimeoutMs), m_bus(QDBusConnection::sessionBus())
-{
-    m_sendTimer.setInterval(0);
-    connect(&m_sendTimer, &QTimer::timeout, this, &KeySynthesizerPortal::sendChunk);
-}
+{ }
 
 KeySynthesizerPortal::~KeySynthesizerPortal()
 {
@@ -245,31 +242,39 @@ bool KeySynthesizerPortal::postKeysyms(const std::vector<std::pair<quint32, bool
         return false;
     }
     m_queue.insert(m_queue.end(), keys.begin(), keys.end());
-    sendChunk();
+    sendNext();
     return true;
 }
 
-void KeySynthesizerPortal::sendChunk()
+void KeySynthesizerPortal::sendNext()
 {
-    // One connection keeps the calls in order; the replies are not waited for.
-    for (int sent = 0; sent < kChunkKeys && !m_queue.empty() && !m_sessionPath.isEmpty();
-         ++sent) {
-        const auto [keysym, pressed] = m_queue.front();
-        m_queue.pop_front();
-        QDBusMessage message = QDBusMessage::createMethodCall(kPortalService, kPortalPath,
-            kInterface, QStringLiteral("NotifyKeyboardKeysym"));
-        message.setArguments({QVariant::fromValue(QDBusObjectPath(m_sessionPath)), QVariantMap(),
-            static_cast<int>(keysym), static_cast<uint>(pressed ? 1 : 0)});
-        m_bus.send(message);
-    }
     if (m_sessionPath.isEmpty()) {
         m_queue.clear();
     }
-    if (m_queue.empty()) {
-        m_sendTimer.stop();
-    } else if (!m_sendTimer.isActive()) {
-        m_sendTimer.start();
+    if (m_sending || m_queue.empty()) {
+        return;
     }
+    const auto [keysym, pressed] = m_queue.front();
+    m_queue.pop_front();
+    QDBusMessage message = QDBusMessage::createMethodCall(kPortalService, kPortalPath, kInterface,
+        QStringLiteral("NotifyKeyboardKeysym"));
+    message.setArguments({QVariant::fromValue(QDBusObjectPath(m_sessionPath)), QVariantMap(),
+        static_cast<int>(keysym), static_cast<uint>(pressed ? 1 : 0)});
+    m_sending = true;
+    auto *watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(message), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+        [this](QDBusPendingCallWatcher *call) {
+            call->deleteLater();
+            m_sending = false;
+            if (call->isError()) {
+                // The rest of a text whose key was lost would arrive garbled: drop it.
+                Logging::shared().info(QStringLiteral("keystrokes: the portal refused a key: %1")
+                                           .arg(call->error().name()));
+                m_queue.clear();
+                return;
+            }
+            sendNext();
+        });
 }
 
 } // namespace sayvo

@@ -6,7 +6,6 @@
 #include <QDBusConnection>
 #include <QObject>
 #include <QString>
-#include <QTimer>
 
 #include <deque>
 
@@ -19,16 +18,15 @@ namespace sayvo {
 // keyboard is offered: a session with the keyboard alone, persisted (persist_mode 2) so the
 // desktop asks once and hands out a token for the next launch. A token the desktop no longer
 // honours is dropped and the user asked again, once. Keys go as keysyms, so the desktop maps
-// them to its own layout. Text is typed as Unicode keysyms, kChunkKeys events per turn of the
-// event loop so a long transcript does not hold the application up, up to kMaxTypedCharacters
-// (about two spoken minutes); longer text is refused whole rather than typed in part. Main
-// thread only.
+// them to its own layout. Text is typed as Unicode keysyms, up to kMaxTypedCharacters (several
+// minutes of speech); longer text is refused whole rather than typed in part. Each key waits
+// for the portal's answer to the one before: Debian's frontend handles calls on a pool of
+// threads, and keys sent without waiting reach the desktop out of order. Main thread only.
 class KeySynthesizerPortal : public QObject, public KeySynthesizer, public KeystrokeConsent
 {
     Q_OBJECT
 
 public:
-    static constexpr int kChunkKeys = 128;
     static constexpr qsizetype kMaxTypedCharacters = 4000;
 
     // requestTimeoutMs bounds each request, the desktop's dialog included.
@@ -63,7 +61,7 @@ private:
     void fail(const QString &reason, const QString &detail);
     void closeSession();
     void report(PortalState state, const QString &reason);
-    void sendChunk();
+    void sendNext();
 
     int m_requestTimeoutMs;
     QDBusConnection m_bus;
@@ -74,7 +72,7 @@ private:
     // Set once the kept token was dropped, so a refusal then is final.
     bool m_askedWithoutToken = false;
     std::deque<std::pair<quint32, bool>> m_queue;
-    QTimer m_sendTimer;
+    bool m_sending = false;
 };
 
 } // namespace sayvo

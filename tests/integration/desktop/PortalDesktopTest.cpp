@@ -172,14 +172,16 @@ TEST_F(PortalDesktopTest, ADeclinedShortcutSaysSoOnceWithTheBindingToSetUpAndIsN
     EXPECT_EQ(m_statuses.size(), 2u);
 }
 
-TEST_F(PortalDesktopTest, APortalErrorIsOneStatusLine)
+TEST_F(PortalDesktopTest, ABackendErrorIsOneStatusLine)
 {
+    // The frontend passes a backend's D-Bus error on as the request's end (response 2).
     ASSERT_TRUE(m_portal->setAnswer("GlobalShortcuts.CreateSession", "error"));
     GlobalShortcutsPortal shortcut(QStringLiteral("KDE"));
     shortcut.start(QStringLiteral("F5"), shortcutHandlers());
     ASSERT_TRUE(waitForAnswer());
     EXPECT_EQ(m_statuses.back().adapter, DesktopAdapter::triggerCommand);
-    EXPECT_TRUE(m_statuses.back().works.contains(QStringLiteral("reported an error")));
+    EXPECT_TRUE(m_statuses.back().works.contains(QStringLiteral("(cancelled)")));
+    EXPECT_EQ(m_statuses.size(), 2u);
     EXPECT_EQ(m_portal->callsOf("GlobalShortcuts.BindShortcuts").size(), 0);
 }
 
@@ -214,15 +216,15 @@ TEST_F(PortalDesktopTest, TheKeyboardIsAskedForAndThePasteChordArrivesAsKeysymsI
     EXPECT_EQ(keysyms(), expected);
 }
 
-TEST_F(PortalDesktopTest, TextIsTypedAsKeysymsInOrderAcrossChunks)
+TEST_F(PortalDesktopTest, TextIsTypedAsKeysymsInOrder)
 {
     KeySynthesizerPortal keys;
     keys.request({}, consentHandlers());
     ASSERT_TRUE(QTest::qWaitFor([&] { return keys.isAvailable(); }, 10000));
 
-    // Longer than one chunk: the order must hold across the turns of the event loop.
+    // Long enough for keys sent without waiting to overtake each other in the frontend.
     QString text;
-    while (text.size() <= KeySynthesizerPortal::kChunkKeys) {
+    while (text.size() <= 200) {
         text += QStringLiteral("aé€\n");
     }
     ASSERT_TRUE(keys.typeText(text));
@@ -233,7 +235,7 @@ TEST_F(PortalDesktopTest, TextIsTypedAsKeysymsInOrderAcrossChunks)
                                                : int(character);
         expected << QStringLiteral("%1 down").arg(keysym) << QStringLiteral("%1 up").arg(keysym);
     }
-    ASSERT_TRUE(QTest::qWaitFor([&] { return keysyms().size() >= expected.size(); }, 20000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return keysyms().size() >= expected.size(); }, 30000));
     EXPECT_EQ(keysyms(), expected);
 }
 
