@@ -2,6 +2,7 @@
 
 #include "app/AppDelegate.h"
 #include "support/audio/FakeAudioInputEngine.h"
+#include "support/desktop/FakeDesktopShortcut.h"
 #include "support/desktop/FakeKeyboardEventSource.h"
 #include "support/desktop/FakeWorkspace.h"
 #include "support/runtime/FakeChildProcess.h"
@@ -44,6 +45,9 @@ struct FakeAppPlatform
     std::function<bool(const QString &host, int port)> portProbe;
     // What the desktop session offers, as the platform's factory would have chosen it.
     DesktopPlan desktopPlan;
+    // The desktop's shortcut and keystroke permission of the latest launch.
+    std::shared_ptr<sayvo::testing::FakeDesktopShortcut> shortcut;
+    std::shared_ptr<sayvo::testing::FakeKeystrokeConsent> keystrokeConsent;
 
     FakePermissions *permissions = nullptr;
     FakeAudioInputEngine *audioEngine = nullptr;
