@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <string>
+#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -36,8 +36,8 @@ int main(int argc, char **argv)
         {directory + "/sayvo-app", directory + "/../libexec/sayvo/sayvo-app"}) {
         if (::access(application.c_str(), X_OK) == 0) {
             ::execv(application.c_str(), argv);
-            std::fprintf(
-                stderr, "sayvo: cannot start %s: %s\n", application.c_str(), std::strerror(errno));
+            std::fprintf(stderr, "sayvo: cannot start %s: %s\n", application.c_str(),
+                std::generic_category().message(errno).c_str());
             return 1;
         }
     }

@@ -72,8 +72,7 @@ DesktopPlan waylandPlan(const DesktopSessionFacts &facts)
             portalShortcutStatus(PortalState::asking, {}, {}, facts.desktopName));
     }
     if (facts.virtualKeyboard) {
-        plan.capabilities.push_back({DesktopCapability::keystrokes,
-            DesktopAdapter::waylandProtocol,
+        plan.capabilities.push_back({DesktopCapability::keystrokes, DesktopAdapter::waylandProtocol,
             QStringLiteral("Pastes with Control-V (Control-Shift-V in terminals) through a virtual "
                            "keyboard."),
             {}});
@@ -92,9 +91,9 @@ DesktopPlan waylandPlan(const DesktopSessionFacts &facts)
             kX11Session});
     }
     if (facts.foreignToplevel) {
-        plan.capabilities.push_back({DesktopCapability::focusedWindow,
-            DesktopAdapter::waylandProtocol,
-            QStringLiteral("Knows the application and window title in front."), {}});
+        plan.capabilities.push_back(
+            {DesktopCapability::focusedWindow, DesktopAdapter::waylandProtocol,
+                QStringLiteral("Knows the application and window title in front."), {}});
     } else {
         // GNOME and KDE keep it to themselves, but their applications tell accessibility.
         plan.capabilities.push_back({DesktopCapability::focusedWindow, DesktopAdapter::atspi,
@@ -112,9 +111,9 @@ DesktopPlan noSessionPlan()
     for (const DesktopCapability capability :
         {DesktopCapability::trigger, DesktopCapability::keystrokes, DesktopCapability::clipboard,
             DesktopCapability::focusedWindow, DesktopCapability::accessibility}) {
-        plan.capabilities.push_back({capability, DesktopAdapter::none,
-            QStringLiteral("No graphical session was found."),
-            QStringLiteral("Start Sayvo from within your desktop session.")});
+        plan.capabilities.push_back(
+            {capability, DesktopAdapter::none, QStringLiteral("No graphical session was found."),
+                QStringLiteral("Start Sayvo from within your desktop session.")});
     }
     return plan;
 }

@@ -29,7 +29,7 @@ public:
     virtual std::optional<FrontApplication> frontmostApplication() = 0;
     // Runs the handler whenever another window comes to the front, where the platform
     // announces it; X11 and macOS adapters never call it.
-    virtual void setOnActivation(std::function<void()> handler) { Q_UNUSED(handler); }
+    virtual void setOnActivation(std::function<void()> /*handler*/) { }
 };
 
 // The application in front in a session that does not say which one it is.

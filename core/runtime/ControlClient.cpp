@@ -1,5 +1,7 @@
 #include "runtime/ControlClient.h"
 
+#include "runtime/UnixSocket.h"
+
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -21,8 +23,8 @@ constexpr size_t kMaxReplyBytes = 64;
 std::string instanceDirectory()
 {
     // The session manager makes the runtime directory; one that is named but missing is not
-    // made here.
-    const char *runtime = std::getenv("XDG_RUNTIME_DIR");
+    // made here. Read at start-up, before the process has other threads.
+    const char *runtime = std::getenv("XDG_RUNTIME_DIR"); // NOLINT(concurrency-mt-unsafe)
     struct stat info
     {
     };
@@ -48,7 +50,7 @@ ControlDelivery sendControlRequest(
         return ControlDelivery::notRunning;
     }
     std::memcpy(address.sun_path, path.data(), path.size());
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const int fd = openLocalStreamSocket();
     if (fd < 0) {
         return ControlDelivery::notRunning;
     }
@@ -62,7 +64,7 @@ ControlDelivery sendControlRequest(
         return errno == EAGAIN ? ControlDelivery::notAnswering : ControlDelivery::notRunning;
     }
     const std::string line = encode(request);
-    if (::send(fd, line.data(), line.size(), MSG_NOSIGNAL) != ssize_t(line.size())) {
+    if (sendWithoutSignal(fd, line.data(), line.size()) != ssize_t(line.size())) {
         return ControlDelivery::notRunning;
     }
     std::string answer;

@@ -1,6 +1,6 @@
 #include "runtime/InstanceChannel.h"
 
-#include "runtime/PeerCredentials.h"
+#include "runtime/UnixSocket.h"
 
 #include <QFile>
 #include <QLocalServer>
@@ -8,10 +8,10 @@
 #include <QTimer>
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace sayvo {
@@ -22,7 +22,7 @@ const char *const kLockName = "/instance.lock";
 
 QString systemError()
 {
-    return QString::fromLocal8Bit(std::strerror(errno));
+    return QString::fromStdString(std::generic_category().message(errno));
 }
 
 } // namespace

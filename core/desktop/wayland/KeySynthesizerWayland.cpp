@@ -113,11 +113,12 @@ bool KeySynthesizerWayland::createKeyboard()
         }
         return false;
     }
-    m_keyboard = zwp_virtual_keyboard_manager_v1_create_virtual_keyboard(
-        manager, m_connection->seat());
+    m_keyboard
+        = zwp_virtual_keyboard_manager_v1_create_virtual_keyboard(manager, m_connection->seat());
     zwp_virtual_keyboard_manager_v1_destroy(manager);
     // libwayland sends a duplicate of the descriptor.
-    zwp_virtual_keyboard_v1_keymap(m_keyboard, WL_KEYBOARD_KEYMAP_FORMAT_XKB_V1, fd, uint32_t(size));
+    zwp_virtual_keyboard_v1_keymap(
+        m_keyboard, WL_KEYBOARD_KEYMAP_FORMAT_XKB_V1, fd, uint32_t(size));
     ::close(fd);
     return m_connection->roundtrip();
 }

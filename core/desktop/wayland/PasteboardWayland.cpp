@@ -186,8 +186,8 @@ public:
     static std::unique_ptr<PasteboardWayland::Protocol> bind(
         WaylandConnection &connection, PasteboardWayland &pasteboard)
     {
-        auto *manager =
-            static_cast<typename P::Manager *>(connection.bind(P::kManager, P::kVersion));
+        auto *manager
+            = static_cast<typename P::Manager *>(connection.bind(P::kManager, P::kVersion));
         if (!manager) {
             return nullptr;
         }
@@ -239,7 +239,10 @@ public:
     }
 
 private:
-    static PasteboardWayland &pasteboard(void *data) { return *static_cast<PasteboardWayland *>(data); }
+    static PasteboardWayland &pasteboard(void *data)
+    {
+        return *static_cast<PasteboardWayland *>(data);
+    }
 
     static void dataOffer(void *data, typename P::Device *, typename P::Offer *offer)
     {
@@ -405,7 +408,8 @@ void PasteboardWayland::waitForTranscriptRead()
         const Source &source = found->second;
         qint64 remaining = kTranscriptReadCapMs - source.since.elapsed();
         if (source.readSince.isValid()) {
-            remaining = std::min(remaining, TextInserter::kRestoreDelayMs - source.readSince.elapsed());
+            remaining
+                = std::min(remaining, TextInserter::kRestoreDelayMs - source.readSince.elapsed());
         }
         if (remaining <= 0) {
             return;
@@ -446,6 +450,7 @@ std::map<QString, QByteArray> PasteboardWayland::read(const QStringList &types)
             break;
         }
         std::vector<pollfd> descriptors;
+        descriptors.reserve(pending.size());
         for (const Pending &read : pending) {
             descriptors.push_back({read.fd, POLLIN, 0});
         }

@@ -26,7 +26,7 @@ class PasteboardWayland : public Pasteboard
 {
 public:
     static constexpr int kReadTimeoutMs = 500;
-    static constexpr qsizetype kMaxTypeBytes = 64 * 1024 * 1024;
+    static constexpr qsizetype kMaxTypeBytes = qsizetype(64) * 1024 * 1024;
     static constexpr int kTranscriptReadCapMs = 1000;
 
     PasteboardWayland();

@@ -9,8 +9,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <poll.h>
+#include <system_error>
 
 namespace sayvo {
 
@@ -45,8 +45,8 @@ WaylandConnection::WaylandConnection(wl_display *display, QString purpose)
     : m_display(display), m_purpose(std::move(purpose))
 {
     m_notifier = std::make_unique<QSocketNotifier>(fd(), QSocketNotifier::Read);
-    connect(m_notifier.get(), &QSocketNotifier::activated, this,
-        &WaylandConnection::dispatchPending);
+    connect(
+        m_notifier.get(), &QSocketNotifier::activated, this, &WaylandConnection::dispatchPending);
 }
 
 WaylandConnection::~WaylandConnection()
@@ -107,8 +107,9 @@ bool WaylandConnection::checkError()
     }
     m_lost = true;
     m_notifier->setEnabled(false);
-    Logging::shared().error(QStringLiteral("wayland (%1): the compositor ended the connection: %2")
-                                .arg(m_purpose, QString::fromLocal8Bit(std::strerror(error))));
+    Logging::shared().error(
+        QStringLiteral("wayland (%1): the compositor ended the connection: %2")
+            .arg(m_purpose, QString::fromStdString(std::generic_category().message(error))));
     emit lost();
     return true;
 }
@@ -155,13 +156,12 @@ bool WaylandConnection::roundtrip(int timeoutMs)
         return false;
     }
     bool done = false;
-    static const wl_callback_listener kDone = {
-        [](void *data, wl_callback *callback, uint32_t) {
-            if (data) {
-                *static_cast<bool *>(data) = true;
-            }
-            wl_callback_destroy(callback);
-        }};
+    static const wl_callback_listener kDone = {[](void *data, wl_callback *callback, uint32_t) {
+        if (data) {
+            *static_cast<bool *>(data) = true;
+        }
+        wl_callback_destroy(callback);
+    }};
     wl_callback *callback = wl_display_sync(m_display);
     wl_callback_add_listener(callback, &kDone, &done);
     flush();

@@ -12,10 +12,13 @@ namespace sayvo {
 
 struct WorkspaceWayland::Listeners
 {
-    static WorkspaceWayland &workspace(void *data) { return *static_cast<WorkspaceWayland *>(data); }
+    static WorkspaceWayland &workspace(void *data)
+    {
+        return *static_cast<WorkspaceWayland *>(data);
+    }
 
-    static void toplevel(void *data, zwlr_foreign_toplevel_manager_v1 *,
-        zwlr_foreign_toplevel_handle_v1 *handle)
+    static void toplevel(
+        void *data, zwlr_foreign_toplevel_manager_v1 *, zwlr_foreign_toplevel_handle_v1 *handle)
     {
         workspace(data).m_toplevels[handle];
         zwlr_foreign_toplevel_handle_v1_add_listener(handle, &kHandle, data);
@@ -51,8 +54,7 @@ struct WorkspaceWayland::Listeners
     {
         workspace(data).handleClosed(handle);
     }
-    static void parent(
-        void *, zwlr_foreign_toplevel_handle_v1 *, zwlr_foreign_toplevel_handle_v1 *)
+    static void parent(void *, zwlr_foreign_toplevel_handle_v1 *, zwlr_foreign_toplevel_handle_v1 *)
     { }
 
     static constexpr zwlr_foreign_toplevel_manager_v1_listener kManager {toplevel, finished};

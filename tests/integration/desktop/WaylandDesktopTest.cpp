@@ -48,8 +48,8 @@ protected:
         ASSERT_TRUE(m_workspace->isAvailable());
         m_editor = std::make_unique<TestEditor>(m_session, QStringLiteral("Wayland target"));
         ASSERT_TRUE(m_editor->isReady());
-        m_inserter = std::make_unique<TextInserter>(m_pasteboard, m_keys,
-            std::make_shared<AccessibilityProviderAtSpi>(), m_workspace);
+        m_inserter = std::make_unique<TextInserter>(
+            m_pasteboard, m_keys, std::make_shared<AccessibilityProviderAtSpi>(), m_workspace);
     }
 
     // Reads the clipboard with wl-paste, an independent client; exit code 1 when empty.
@@ -61,8 +61,10 @@ protected:
     QStringList clipboardTypes()
     {
         int code = 0;
-        const QByteArray listing = m_session.run(QStringLiteral("wl-paste"), {QStringLiteral("--list-types")}, &code);
-        return code == 0 ? QString::fromUtf8(listing).split('\n', Qt::SkipEmptyParts) : QStringList {};
+        const QByteArray listing
+            = m_session.run(QStringLiteral("wl-paste"), {QStringLiteral("--list-types")}, &code);
+        return code == 0 ? QString::fromUtf8(listing).split('\n', Qt::SkipEmptyParts)
+                         : QStringList {};
     }
     // wl-copy serves the text until another client takes the clipboard; null when it did not
     // take it.
@@ -70,9 +72,9 @@ protected:
     {
         QProcess *process = m_session.start(QStringLiteral("wl-copy"),
             {QStringLiteral("--foreground"), QStringLiteral("--"), text});
-        const bool copied = process && QTest::qWaitFor([&] {
-            return clipboard(QStringLiteral("text/plain")) == text.toUtf8();
-        }, 5000);
+        const bool copied = process
+            && QTest::qWaitFor(
+                [&] { return clipboard(QStringLiteral("text/plain")) == text.toUtf8(); }, 5000);
         return copied ? process : nullptr;
     }
     bool waitForRestore()
@@ -114,7 +116,8 @@ TEST_F(WaylandDesktopTest, APastePutsBackEveryTypeOfTheClipboard)
     ASSERT_EQ(owner->readLine().trimmed(), "owned");
     ASSERT_TRUE(QTest::qWaitFor([owner] { return owner->canReadLine(); }, 5000));
     const QByteArray png = QByteArray::fromBase64(owner->readLine().trimmed().mid(4));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return clipboard(QStringLiteral("image/png")) == png; }, 5000))
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return clipboard(QStringLiteral("image/png")) == png; }, 5000))
         << clipboardTypes().join(' ').toStdString();
     const QStringList before = clipboardTypes();
     ASSERT_TRUE(m_editor->activate());
@@ -288,7 +291,8 @@ TEST(WaylandServicesTest, TheFactoryPicksTheWaylandAdaptersAndSaysSoOnce)
     DesktopServices services = createDesktopServices();
     EXPECT_EQ(services.plan.session, SessionKind::wayland);
     EXPECT_EQ(services.plan.adapter(DesktopCapability::trigger), DesktopAdapter::triggerCommand);
-    EXPECT_EQ(services.plan.adapter(DesktopCapability::keystrokes), DesktopAdapter::waylandProtocol);
+    EXPECT_EQ(
+        services.plan.adapter(DesktopCapability::keystrokes), DesktopAdapter::waylandProtocol);
     EXPECT_EQ(services.plan.adapter(DesktopCapability::clipboard), DesktopAdapter::waylandProtocol);
     EXPECT_EQ(
         services.plan.adapter(DesktopCapability::focusedWindow), DesktopAdapter::waylandProtocol);
@@ -320,7 +324,9 @@ TEST(WaylandServicesTest, AdaptersGoQuietWhenTheCompositorGoesAway)
     sayvo::test::LogCapture log;
     session.stopCompositor();
     ASSERT_TRUE(QTest::qWaitFor(
-        [&] { return !pasteboard.isAvailable() && !keys.isAvailable() && !workspace.isAvailable(); },
+        [&] {
+            return !pasteboard.isAvailable() && !keys.isAvailable() && !workspace.isAvailable();
+        },
         5000));
     QElapsedTimer clock;
     clock.start();
@@ -333,7 +339,8 @@ TEST(WaylandServicesTest, AdaptersGoQuietWhenTheCompositorGoesAway)
     }
     EXPECT_LT(clock.elapsed(), 1000);
     // Said once per connection, never again however often it is asked.
-    const QStringList lost = log.messages().filter(QStringLiteral("the compositor ended the connection"));
+    const QStringList lost
+        = log.messages().filter(QStringLiteral("the compositor ended the connection"));
     EXPECT_EQ(lost.size(), 3) << lost.join('\n').toStdString();
 }
 

@@ -47,8 +47,8 @@ TEST(SessionKindTest, TheSessionsVariablesDecideNotAnAnsweringXDisplay)
     EXPECT_EQ(sessionKind(environment({{"DISPLAY", ":1"}})), SessionKind::x11);
     EXPECT_EQ(sessionKind(environment({{"XDG_SESSION_TYPE", "x11"}})), SessionKind::x11);
     EXPECT_EQ(sessionKind(environment({{"XDG_SESSION_TYPE", "tty"}})), SessionKind::none);
-    EXPECT_EQ(sessionKind(environment({{"WAYLAND_DISPLAY", ""}, {"DISPLAY", ""}})),
-        SessionKind::none);
+    EXPECT_EQ(
+        sessionKind(environment({{"WAYLAND_DISPLAY", ""}, {"DISPLAY", ""}})), SessionKind::none);
 }
 
 TEST(DesktopPlanTest, AnX11SessionKeepsEveryX11Adapter)
