@@ -16,6 +16,7 @@
 #include "store/Subscribe.h"
 #include "store/UsageStatsStore.h"
 #include "ui/HUDController.h"
+#include "ui/DesktopCapabilityList.h"
 #include "ui/MenuBarController.h"
 #include "ui/SettingsWindow.h"
 
@@ -321,6 +322,13 @@ void AppDelegate::showSettings()
     if (!m_settingsWindow) {
         m_settingsWindow = makeSettingsWindow(*m_settings, *m_usageStats, *m_coordinator,
             *m_engineSupervisor, *m_permissions, m_desktop.plan.capabilities);
+        if (auto *settings = qobject_cast<SettingsWindow *>(m_settingsWindow.get())) {
+            settings->desktopCapabilities()->setOnAskAgain([this](DesktopCapability capability) {
+                if (capability == DesktopCapability::keystrokes) {
+                    m_desktop.keystrokeConsent->askAgain();
+                }
+            });
+        }
         prepareWindow(m_settingsWindow.get(), QStringLiteral("Settings"), true);
     }
     bringToFront(m_settingsWindow.get());

@@ -265,7 +265,7 @@ DesktopCapabilityStatus portalKeystrokeStatus(PortalState state, const QString &
         QStringLiteral("The desktop did not let Sayvo type keys (%1): it writes into fields "
                        "through accessibility instead, where the field allows it.")
             .arg(reason),
-        QStringLiteral("Ask again, and allow Sayvo in the desktop's dialog.")};
+        QStringLiteral("Ask again, and allow Sayvo in the desktop's dialog."), true};
 }
 
 QString displayName(DesktopCapability capability)

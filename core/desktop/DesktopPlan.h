@@ -43,6 +43,8 @@ struct DesktopCapabilityStatus
     QString works;
     // Empty when there is nothing to do.
     QString action;
+    // The desktop said no and may be asked again (an "Ask again" button).
+    bool canAskAgain = false;
 
     bool isAvailable() const { return adapter != DesktopAdapter::none; }
     bool operator==(const DesktopCapabilityStatus &) const = default;

@@ -18,6 +18,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QMenuBar>
+#include <QPushButton>
 #include <QTest>
 #include <QWidget>
 
@@ -430,6 +431,18 @@ TEST_F(AppDelegateTest, TheDesktopsAnswersReplaceTheCapabilityLinesInSettings)
     EXPECT_TRUE(lines[0].contains(QStringLiteral("(Meta+D) starts dictation")));
     EXPECT_TRUE(lines[1].startsWith(QStringLiteral("Pasting: unavailable.")));
     EXPECT_TRUE(lines[1].contains(QStringLiteral("Ask again")));
+
+    // The permissions area asks the desktop again from its button.
+    const auto buttons
+        = settings->desktopCapabilities()->findChildren<QPushButton *>(QStringLiteral("askAgain"));
+    ASSERT_EQ(buttons.size(), 1);
+    EXPECT_EQ(fakes.keystrokeConsent->askedAgain, 0);
+    buttons.first()->click();
+    EXPECT_TRUE(QTest::qWaitFor([this] { return fakes.keystrokeConsent->askedAgain == 1; }, 5000));
+    fakes.keystrokeConsent->handlers.onStatus(portalKeystrokeStatus(PortalState::granted, {}));
+    EXPECT_TRUE(settings->desktopCapabilities()
+                    ->findChildren<QPushButton *>(QStringLiteral("askAgain"))
+                    .isEmpty());
 }
 
 TEST_F(AppDelegateTest, TheKeystrokeTokenIsKeptForTheNextLaunchAndDroppedWhenItNoLongerHolds)
