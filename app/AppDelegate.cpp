@@ -15,8 +15,8 @@
 #include "store/SettingsStore.h"
 #include "store/Subscribe.h"
 #include "store/UsageStatsStore.h"
-#include "ui/HUDController.h"
 #include "ui/DesktopCapabilityList.h"
+#include "ui/HUDController.h"
 #include "ui/MenuBarController.h"
 #include "ui/SettingsWindow.h"
 
@@ -96,8 +96,7 @@ void AppDelegate::applicationDidFinishLaunching()
     // answers come later and replace the capability's line.
     auto showStatus = [this](const DesktopCapabilityStatus &status) { updateCapability(status); };
     m_desktop.shortcut->start(shortcutNotation(m_settings->hotkeyTrigger()),
-        {[this] { m_hotkeyManager->press(); }, [this] { m_hotkeyManager->release(); },
-            showStatus});
+        {[this] { m_hotkeyManager->press(); }, [this] { m_hotkeyManager->release(); }, showStatus});
     m_desktop.keystrokeConsent->request(m_settings->keystrokeRestoreToken().value_or(QString()),
         {showStatus, [this](const QString &token) {
              m_settings->setKeystrokeRestoreToken(

@@ -24,9 +24,9 @@ void WorkspaceAtSpi::setOnActivation(std::function<void()> handler)
         return;
     }
     // Toolkits send events only while someone has registered for them.
-    QDBusMessage registration = QDBusMessage::createMethodCall(QStringLiteral("org.a11y.atspi.Registry"),
-        QStringLiteral("/org/a11y/atspi/registry"), QStringLiteral("org.a11y.atspi.Registry"),
-        QStringLiteral("RegisterEvent"));
+    QDBusMessage registration = QDBusMessage::createMethodCall(
+        QStringLiteral("org.a11y.atspi.Registry"), QStringLiteral("/org/a11y/atspi/registry"),
+        QStringLiteral("org.a11y.atspi.Registry"), QStringLiteral("RegisterEvent"));
     registration << QStringLiteral("window:activate") << QStringList() << QString();
     bus->asyncCall(registration);
     bus->connect(QString(), QString(), QStringLiteral("org.a11y.atspi.Event.Window"),

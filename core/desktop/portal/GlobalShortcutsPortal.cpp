@@ -29,7 +29,8 @@ QString triggerDescription(const QList<PortalShortcut> &shortcuts)
 } // namespace
 
 GlobalShortcutsPortal::GlobalShortcutsPortal(QString desktopName, int requestTimeoutMs)
-    : m_desktopName(std::move(desktopName)), m_requestTimeoutMs(requestTimeoutMs),
+    : m_desktopName(std::move(desktopName)),
+      m_requestTimeoutMs(requestTimeoutMs),
       m_bus(QDBusConnection::sessionBus())
 {
     registerPortalShortcutTypes();
@@ -38,8 +39,8 @@ GlobalShortcutsPortal::GlobalShortcutsPortal(QString desktopName, int requestTim
 GlobalShortcutsPortal::~GlobalShortcutsPortal()
 {
     if (!m_sessionPath.isEmpty()) {
-        m_bus.asyncCall(QDBusMessage::createMethodCall(kPortalService, m_sessionPath,
-            kSessionInterface, QStringLiteral("Close")));
+        m_bus.asyncCall(QDBusMessage::createMethodCall(
+            kPortalService, m_sessionPath, kSessionInterface, QStringLiteral("Close")));
     }
 }
 
@@ -51,12 +52,11 @@ void GlobalShortcutsPortal::start(const QString &preferredTrigger, Handlers hand
         report(PortalState::refused, {}, QStringLiteral("no session bus"));
         return;
     }
-    for (const auto &[name, slot] :
-        {std::pair {"Activated", SLOT(onActivated(QDBusMessage))},
-            std::pair {"Deactivated", SLOT(onDeactivated(QDBusMessage))},
-            std::pair {"ShortcutsChanged", SLOT(onShortcutsChanged(QDBusMessage))}}) {
-        m_bus.connect(kPortalService, kPortalPath, kInterface, QString::fromLatin1(name), this,
-            slot);
+    for (const auto &[name, slot] : {std::pair {"Activated", SLOT(onActivated(QDBusMessage))},
+             std::pair {"Deactivated", SLOT(onDeactivated(QDBusMessage))},
+             std::pair {"ShortcutsChanged", SLOT(onShortcutsChanged(QDBusMessage))}}) {
+        m_bus.connect(
+            kPortalService, kPortalPath, kInterface, QString::fromLatin1(name), this, slot);
     }
     const QVariantMap options {{QStringLiteral("session_handle_token"), portalToken()}};
     QPointer<GlobalShortcutsPortal> weak(this);
@@ -67,18 +67,16 @@ void GlobalShortcutsPortal::start(const QString &preferredTrigger, Handlers hand
                 return;
             }
             if (const auto *error = std::get_if<PortalError>(&result)) {
-                Logging::shared().info(
-                    QStringLiteral("global shortcut: no session: %1 %2")
-                        .arg(describe(*error), detail));
+                Logging::shared().info(QStringLiteral("global shortcut: no session: %1 %2")
+                                           .arg(describe(*error), detail));
                 weak->report(PortalState::refused, {}, describe(*error));
                 return;
             }
-            const QString session = std::get<QVariantMap>(result)
-                                        .value(QStringLiteral("session_handle"))
-                                        .toString();
+            const QString session
+                = std::get<QVariantMap>(result).value(QStringLiteral("session_handle")).toString();
             if (session.isEmpty()) {
-                weak->report(PortalState::refused, {},
-                    QStringLiteral("the portal named no session"));
+                weak->report(
+                    PortalState::refused, {}, QStringLiteral("the portal named no session"));
                 return;
             }
             weak->m_sessionPath = session;
@@ -103,7 +101,7 @@ void GlobalShortcutsPortal::bind(const QString &preferredTrigger)
             }
             if (const auto *error = std::get_if<PortalError>(&result)) {
                 Logging::shared().info(QStringLiteral("global shortcut: not bound: %1 %2")
-                                              .arg(describe(*error), detail));
+                                           .arg(describe(*error), detail));
                 weak->report(PortalState::refused, {}, describe(*error));
                 return;
             }

@@ -4,8 +4,8 @@
 #include "desktop/portal/PortalRequest.h"
 
 #include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
 #include <QDBusObjectPath>
+#include <QDBusPendingCallWatcher>
 #include <QPointer>
 
 #include <optional>
@@ -91,9 +91,8 @@ void KeySynthesizerPortal::createSession()
                 weak->fail(describe(*error), detail);
                 return;
             }
-            weak->m_sessionPath = std::get<QVariantMap>(result)
-                                      .value(QStringLiteral("session_handle"))
-                                      .toString();
+            weak->m_sessionPath
+                = std::get<QVariantMap>(result).value(QStringLiteral("session_handle")).toString();
             if (weak->m_sessionPath.isEmpty()) {
                 weak->fail(QStringLiteral("the portal named no session"), {});
                 return;
@@ -160,8 +159,8 @@ void KeySynthesizerPortal::startSession()
 void KeySynthesizerPortal::fail(const QString &reason, const QString &detail)
 {
     closeSession();
-    Logging::shared().info(QStringLiteral("keystrokes: the desktop did not allow them: %1 %2")
-                                  .arg(reason, detail));
+    Logging::shared().info(
+        QStringLiteral("keystrokes: the desktop did not allow them: %1 %2").arg(reason, detail));
     if (!m_restoreToken.isEmpty() && !m_askedWithoutToken) {
         // The desktop no longer honours the kept permission: forget it and ask the user.
         m_askedWithoutToken = true;
@@ -183,8 +182,8 @@ void KeySynthesizerPortal::closeSession()
     }
     m_bus.disconnect(kPortalService, m_sessionPath, kSessionInterface, QStringLiteral("Closed"),
         this, SLOT(onSessionClosed()));
-    m_bus.asyncCall(QDBusMessage::createMethodCall(kPortalService, m_sessionPath,
-        kSessionInterface, QStringLiteral("Close")));
+    m_bus.asyncCall(QDBusMessage::createMethodCall(
+        kPortalService, m_sessionPath, kSessionInterface, QStringLiteral("Close")));
     m_sessionPath.clear();
 }
 
@@ -221,9 +220,9 @@ bool KeySynthesizerPortal::typeText(const QString &text)
 {
     if (text.size() > kMaxTypedCharacters) {
         Logging::shared().info(QStringLiteral("keystrokes: a text of %1 characters is too long "
-                                                 "to type (at most %2)")
-                                      .arg(text.size())
-                                      .arg(kMaxTypedCharacters));
+                                              "to type (at most %2)")
+                                   .arg(text.size())
+                                   .arg(kMaxTypedCharacters));
         return false;
     }
     std::vector<std::pair<quint32, bool>> keys;
@@ -256,14 +255,14 @@ void KeySynthesizerPortal::sendNext()
     }
     const auto [keysym, pressed] = m_queue.front();
     m_queue.pop_front();
-    QDBusMessage message = QDBusMessage::createMethodCall(kPortalService, kPortalPath, kInterface,
-        QStringLiteral("NotifyKeyboardKeysym"));
+    QDBusMessage message = QDBusMessage::createMethodCall(
+        kPortalService, kPortalPath, kInterface, QStringLiteral("NotifyKeyboardKeysym"));
     message.setArguments({QVariant::fromValue(QDBusObjectPath(m_sessionPath)), QVariantMap(),
         static_cast<int>(keysym), static_cast<uint>(pressed ? 1 : 0)});
     m_sending = true;
     auto *watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(message), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this,
-        [this](QDBusPendingCallWatcher *call) {
+    connect(
+        watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher *call) {
             call->deleteLater();
             m_sending = false;
             if (call->isError()) {

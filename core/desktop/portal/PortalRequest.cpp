@@ -70,8 +70,8 @@ void PortalRequest::call(const QDBusConnection &bus, const QString &interface,
     const QString &method, QVariantList arguments, int timeoutMs, Handler handler)
 {
     const QString token = portalToken();
-    const QString requestPath = QStringLiteral("%1/request/%2/%3")
-                                    .arg(kPortalPath, senderPart(bus), token);
+    const QString requestPath
+        = QStringLiteral("%1/request/%2/%3").arg(kPortalPath, senderPart(bus), token);
     auto *request = new PortalRequest(bus, requestPath, std::move(handler));
     if (!bus.isConnected()
         || !request->m_bus.connect(kPortalService, requestPath, kRequestInterface,
@@ -83,8 +83,8 @@ void PortalRequest::call(const QDBusConnection &bus, const QString &interface,
     options.insert(QStringLiteral("handle_token"), token);
     arguments.append(options);
 
-    QDBusMessage message = QDBusMessage::createMethodCall(kPortalService, kPortalPath, interface,
-        method);
+    QDBusMessage message
+        = QDBusMessage::createMethodCall(kPortalService, kPortalPath, interface, method);
     message.setArguments(arguments);
     auto *watcher
         = new QDBusPendingCallWatcher(request->m_bus.asyncCall(message, timeoutMs), request);
@@ -130,8 +130,8 @@ void PortalRequest::finish(const Result &result, const QString &detail)
     if (std::holds_alternative<PortalError>(result)
         && std::get<PortalError>(result) == PortalError::timedOut) {
         // Takes down a dialog the desktop may still be showing for it.
-        m_bus.asyncCall(QDBusMessage::createMethodCall(kPortalService, m_requestPath,
-            kRequestInterface, QStringLiteral("Close")));
+        m_bus.asyncCall(QDBusMessage::createMethodCall(
+            kPortalService, m_requestPath, kRequestInterface, QStringLiteral("Close")));
     }
     m_bus.disconnect(kPortalService, m_requestPath, kRequestInterface, QStringLiteral("Response"),
         this, SLOT(onResponse(uint, QVariantMap)));

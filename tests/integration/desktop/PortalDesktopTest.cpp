@@ -65,8 +65,9 @@ protected:
         QStringList keys;
         for (const QJsonValue &call : m_portal->callsOf("RemoteDesktop.NotifyKeyboardKeysym")) {
             const QJsonArray values = call.toObject().value("values").toArray();
-            keys << QStringLiteral("%1 %2").arg(values.at(0).toInt()).arg(
-                values.at(1).toInt() == 1 ? "down" : "up");
+            keys << QStringLiteral("%1 %2")
+                        .arg(values.at(0).toInt())
+                        .arg(values.at(1).toInt() == 1 ? "down" : "up");
         }
         return keys;
     }
@@ -231,8 +232,8 @@ TEST_F(PortalDesktopTest, TextIsTypedAsKeysymsInOrder)
     QStringList expected;
     for (const char32_t character : text.toUcs4()) {
         const int keysym = character == U'\n' ? 0xff0d
-            : character > 0xff                 ? int(0x01000000 | character)
-                                               : int(character);
+            : character > 0xff                ? int(0x01000000 | character)
+                                              : int(character);
         expected << QStringLiteral("%1 down").arg(keysym) << QStringLiteral("%1 up").arg(keysym);
     }
     ASSERT_TRUE(QTest::qWaitFor([&] { return keysyms().size() >= expected.size(); }, 30000));

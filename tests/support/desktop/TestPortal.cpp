@@ -44,7 +44,8 @@ TestPortal::TestPortal(DesktopSession &session) : m_session(session)
                    .toUtf8());
     file.close();
 
-    if (!m_session.start(QStringLiteral("/usr/bin/python3"), {QStringLiteral(SAYVO_TEST_PORTAL_SCRIPT)})
+    if (!m_session.start(
+            QStringLiteral("/usr/bin/python3"), {QStringLiteral(SAYVO_TEST_PORTAL_SCRIPT)})
         || !waitForName(kBackendName)) {
         m_failure = QStringLiteral("the test portal backend did not start");
         return;
@@ -53,8 +54,8 @@ TestPortal::TestPortal(DesktopSession &session) : m_session(session)
     environment.insert(QStringLiteral("XDG_CURRENT_DESKTOP"), QString::fromLatin1(kDesktopName));
     environment.insert(QStringLiteral("XDG_DESKTOP_PORTAL_DIR"), portals);
     // -r replaces a frontend the bus may have started on its own for an early caller.
-    if (!m_session.start(environment, QStringLiteral("/usr/libexec/xdg-desktop-portal"),
-            {QStringLiteral("-r")})
+    if (!m_session.start(
+            environment, QStringLiteral("/usr/libexec/xdg-desktop-portal"), {QStringLiteral("-r")})
         || !waitForName(kFrontendName)) {
         m_failure = QStringLiteral("xdg-desktop-portal did not start");
         return;

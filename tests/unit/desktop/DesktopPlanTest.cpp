@@ -94,7 +94,8 @@ TEST(DesktopPlanTest, GnomeAndKdeAskTheirPortalsForTheTriggerAndTheKeystrokes)
     ASSERT_EQ(plan.capabilities.size(), 5u);
     EXPECT_EQ(plan.adapter(DesktopCapability::trigger), DesktopAdapter::portal);
     EXPECT_EQ(plan.adapter(DesktopCapability::keystrokes), DesktopAdapter::portal);
-    EXPECT_TRUE(status(plan, DesktopCapability::trigger).works.startsWith(QStringLiteral("Asking")));
+    EXPECT_TRUE(
+        status(plan, DesktopCapability::trigger).works.startsWith(QStringLiteral("Asking")));
     EXPECT_TRUE(
         status(plan, DesktopCapability::keystrokes).works.startsWith(QStringLiteral("Asking")));
     const DesktopCapabilityStatus &clipboard = status(plan, DesktopCapability::clipboard);
