@@ -72,6 +72,24 @@ void KeySynthesizerPortal::askAgain()
     }
 }
 
+void KeySynthesizerPortal::ask(const QString &method, QVariantList arguments,
+    std::function<void(const QVariantMap &results)> onGranted)
+{
+    QPointer<KeySynthesizerPortal> weak(this);
+    PortalRequest::call(m_bus, kInterface, method, std::move(arguments), m_requestTimeoutMs,
+        [weak, onGranted = std::move(onGranted)](
+            const PortalRequest::Result &result, const QString &detail) {
+            if (!weak) {
+                return;
+            }
+            if (const auto *error = std::get_if<PortalError>(&result)) {
+                weak->fail(describe(*error), detail);
+                return;
+            }
+            onGranted(std::get<QVariantMap>(result));
+        });
+}
+
 void KeySynthesizerPortal::createSession()
 {
     m_state = State::asking;
@@ -81,26 +99,16 @@ void KeySynthesizerPortal::createSession()
         return;
     }
     const QVariantMap options {{QStringLiteral("session_handle_token"), portalToken()}};
-    QPointer<KeySynthesizerPortal> weak(this);
-    PortalRequest::call(m_bus, kInterface, QStringLiteral("CreateSession"), {options},
-        m_requestTimeoutMs, [weak](const PortalRequest::Result &result, const QString &detail) {
-            if (!weak) {
-                return;
-            }
-            if (const auto *error = std::get_if<PortalError>(&result)) {
-                weak->fail(describe(*error), detail);
-                return;
-            }
-            weak->m_sessionPath
-                = std::get<QVariantMap>(result).value(QStringLiteral("session_handle")).toString();
-            if (weak->m_sessionPath.isEmpty()) {
-                weak->fail(QStringLiteral("the portal named no session"), {});
-                return;
-            }
-            weak->m_bus.connect(kPortalService, weak->m_sessionPath, kSessionInterface,
-                QStringLiteral("Closed"), weak.data(), SLOT(onSessionClosed()));
-            weak->selectDevices();
-        });
+    ask(QStringLiteral("CreateSession"), {options}, [this](const QVariantMap &results) {
+        m_sessionPath = results.value(QStringLiteral("session_handle")).toString();
+        if (m_sessionPath.isEmpty()) {
+            fail(QStringLiteral("the portal named no session"), {});
+            return;
+        }
+        m_bus.connect(kPortalService, m_sessionPath, kSessionInterface, QStringLiteral("Closed"),
+            this, SLOT(onSessionClosed()));
+        selectDevices();
+    });
 }
 
 void KeySynthesizerPortal::selectDevices()
@@ -110,49 +118,30 @@ void KeySynthesizerPortal::selectDevices()
     if (!m_restoreToken.isEmpty()) {
         options.insert(QStringLiteral("restore_token"), m_restoreToken);
     }
-    QPointer<KeySynthesizerPortal> weak(this);
-    PortalRequest::call(m_bus, kInterface, QStringLiteral("SelectDevices"),
-        {QVariant::fromValue(QDBusObjectPath(m_sessionPath)), options}, m_requestTimeoutMs,
-        [weak](const PortalRequest::Result &result, const QString &detail) {
-            if (!weak) {
-                return;
-            }
-            if (const auto *error = std::get_if<PortalError>(&result)) {
-                weak->fail(describe(*error), detail);
-                return;
-            }
-            weak->startSession();
-        });
+    ask(QStringLiteral("SelectDevices"),
+        {QVariant::fromValue(QDBusObjectPath(m_sessionPath)), options},
+        [this](const QVariantMap &) { startSession(); });
 }
 
 void KeySynthesizerPortal::startSession()
 {
-    QPointer<KeySynthesizerPortal> weak(this);
-    PortalRequest::call(m_bus, kInterface, QStringLiteral("Start"),
+    ask(QStringLiteral("Start"),
         {QVariant::fromValue(QDBusObjectPath(m_sessionPath)), QString(), QVariantMap()},
-        m_requestTimeoutMs, [weak](const PortalRequest::Result &result, const QString &detail) {
-            if (!weak) {
-                return;
-            }
-            if (const auto *error = std::get_if<PortalError>(&result)) {
-                weak->fail(describe(*error), detail);
-                return;
-            }
-            const QVariantMap &results = std::get<QVariantMap>(result);
+        [this](const QVariantMap &results) {
             if ((results.value(QStringLiteral("devices")).toUInt() & kKeyboardDevice) == 0) {
-                weak->fail(QStringLiteral("the keyboard was not granted"), {});
+                fail(QStringLiteral("the keyboard was not granted"), {});
                 return;
             }
-            weak->m_state = State::started;
+            m_state = State::started;
             const QString token = results.value(QStringLiteral("restore_token")).toString();
-            if (!token.isEmpty() && token != weak->m_restoreToken) {
-                weak->m_restoreToken = token;
-                if (weak->m_handlers.onRestoreToken) {
-                    weak->m_handlers.onRestoreToken(token);
+            if (!token.isEmpty() && token != m_restoreToken) {
+                m_restoreToken = token;
+                if (m_handlers.onRestoreToken) {
+                    m_handlers.onRestoreToken(token);
                 }
             }
             Logging::shared().info(QStringLiteral("keystrokes: the desktop allowed them"));
-            weak->report(PortalState::granted, {});
+            report(PortalState::granted, {});
         });
 }
 

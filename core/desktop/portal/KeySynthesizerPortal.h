@@ -6,8 +6,11 @@
 #include <QDBusConnection>
 #include <QObject>
 #include <QString>
+#include <QVariantList>
+#include <QVariantMap>
 
 #include <deque>
+#include <functional>
 
 #include <utility>
 #include <vector>
@@ -55,6 +58,10 @@ private:
         refused,
     };
 
+    // One request of the session's setup; a refusal goes to fail(), a grant to onGranted
+    // while this object lives.
+    void ask(const QString &method, QVariantList arguments,
+        std::function<void(const QVariantMap &results)> onGranted);
     void createSession();
     void selectDevices();
     void startSession();

@@ -63,7 +63,7 @@ protected:
     QStringList keysyms()
     {
         QStringList keys;
-        for (const QJsonValue &call : m_portal->callsOf("RemoteDesktop.NotifyKeyboardKeysym")) {
+        for (const auto &call : m_portal->callsOf("RemoteDesktop.NotifyKeyboardKeysym")) {
             const QJsonArray values = call.toObject().value("values").toArray();
             keys << QStringLiteral("%1 %2")
                         .arg(values.at(0).toInt())

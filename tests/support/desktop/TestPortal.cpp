@@ -106,7 +106,7 @@ QJsonArray TestPortal::calls()
 QJsonArray TestPortal::callsOf(const QString &method)
 {
     QJsonArray matching;
-    for (const QJsonValue &call : calls()) {
+    for (const auto &call : calls()) {
         if (call.toArray().at(0).toString() == method) {
             matching.append(call.toArray().at(1));
         }
