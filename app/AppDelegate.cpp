@@ -17,6 +17,7 @@
 #include "store/UsageStatsStore.h"
 #include "ui/DesktopCapabilityList.h"
 #include "ui/HUDController.h"
+#include "ui/LoginItem.h"
 #include "ui/MenuBarController.h"
 #include "ui/SettingsWindow.h"
 
@@ -85,7 +86,7 @@ void AppDelegate::applicationDidFinishLaunching()
     m_contextHarvester = std::make_unique<ContextHarvester>(
         m_desktop.workspace, m_desktop.accessibility, m_desktop.windowList, m_desktop.pasteboard);
     m_textInserter = std::make_unique<TextInserter>(m_desktop.pasteboard, m_desktop.keySynthesizer,
-        m_desktop.accessibility, m_desktop.workspace);
+        m_desktop.accessibility, m_desktop.workspace, m_desktop.primarySelection);
 
     // 5. The coordinator.
     m_coordinator
@@ -136,7 +137,8 @@ void AppDelegate::applicationDidFinishLaunching()
     };
     m_menuBarController = std::make_unique<MenuBarController>(*m_coordinator, *m_engineSupervisor,
         m_settings->hotkeyTrigger(), call(&AppDelegate::showSettings),
-        call(&AppDelegate::showSetup), call(&AppDelegate::showCalibration));
+        call(&AppDelegate::showSetup), call(&AppDelegate::showCalibration),
+        makeLoginItem(launchCommandPath()));
 
     // 8. Endpoint: the client moves first, then the supervisor; the current value comes at once.
     subscribe(m_settings.get(), &SettingsStore::endpointURL, &SettingsStore::endpointURLChanged,
@@ -285,8 +287,6 @@ void AppDelegate::prepareWindow(QWidget *window, const QString &title, bool cent
     window->setWindowTitle(title);
     window->setAttribute(Qt::WA_DeleteOnClose, false);
     window->setWindowFlag(Qt::WindowMaximizeButtonHint, false);
-    window->adjustSize();
-    window->setFixedSize(window->size());
     if (m_mainMenu) {
         // Quit works from every window.
         window->addAction(m_mainMenu->actions().constFirst()->menu()->actions().constFirst());
@@ -348,7 +348,7 @@ void AppDelegate::showSetup()
 void AppDelegate::showCalibration()
 {
     if (!m_calibrationWindow) {
-        m_calibrationWindow = makeCalibrationWindow(*m_coordinator, *m_engineClient);
+        m_calibrationWindow = makeCalibrationWindow(*m_coordinator, *m_engineClient, *m_settings);
         prepareWindow(m_calibrationWindow.get(), QStringLiteral("Accuracy Calibration"), false);
     }
     bringToFront(m_calibrationWindow.get());

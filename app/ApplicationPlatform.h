@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QString>
+
 namespace sayvo {
 
 // The steps of running the application process that differ between platforms. Defined once
@@ -11,6 +13,10 @@ bool prepareDesktopSession();
 
 // Sends the log lines of Logging to the system log. Called before QApplication exists.
 void installSystemLog();
+
+// The program that starts Sayvo, which the login item runs: the `sayvo` command where the
+// application is started through it. Needs the QApplication.
+QString launchCommandPath();
 
 // Runs the application as an accessory: no Dock icon and no application menu bar.
 void becomeAccessoryApplication();

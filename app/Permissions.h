@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ui/PermissionSnapshot.h"
+
 #include <QString>
 
 namespace sayvo {
@@ -17,12 +19,6 @@ public:
         authorized,
     };
 
-    enum class Kind {
-        microphone,
-        accessibility,
-        inputMonitoring,
-    };
-
     virtual ~Permissions() = default;
 
     virtual MicrophoneStatus microphoneStatus() = 0;
@@ -37,19 +33,25 @@ public:
     virtual void requestInputMonitoringAccess() = 0;
 
     // Shows the user where this permission is granted on this platform.
-    virtual void openSettings(Kind kind) = 0;
+    virtual void openSettings(Permission permission) = 0;
 
-    bool isGranted(Kind kind)
+    bool isGranted(Permission permission)
     {
-        switch (kind) {
-        case Kind::microphone:
+        switch (permission) {
+        case Permission::microphone:
             return microphoneStatus() == MicrophoneStatus::authorized;
-        case Kind::accessibility:
+        case Permission::accessibility:
             return isAccessibilityTrusted();
-        case Kind::inputMonitoring:
+        case Permission::inputMonitoring:
             return isInputMonitoringGranted();
         }
         return false;
+    }
+
+    PermissionSnapshot snapshot()
+    {
+        return {isGranted(Permission::microphone), isGranted(Permission::accessibility),
+            isGranted(Permission::inputMonitoring)};
     }
 };
 

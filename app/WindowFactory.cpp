@@ -1,5 +1,6 @@
 #include "app/WindowFactory.h"
 
+#include "app/ApplicationPlatform.h"
 #include "app/Permissions.h"
 #include "calibration/CalibrationController.h"
 #include "engineclient/EngineClient.h"
@@ -8,40 +9,16 @@
 #include "ui/LoginItem.h"
 #include "ui/SettingsWindow.h"
 
-#include <QCoreApplication>
-
 namespace sayvo {
-
-namespace {
-
-Permissions::Kind kindOf(Permission permission)
-{
-    switch (permission) {
-    case Permission::microphone:
-        return Permissions::Kind::microphone;
-    case Permission::accessibility:
-        return Permissions::Kind::accessibility;
-    case Permission::inputMonitoring:
-        return Permissions::Kind::inputMonitoring;
-    }
-    return Permissions::Kind::microphone;
-}
-
-} // namespace
 
 std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsStore &usageStats,
     SayvoCoordinator &coordinator, EngineSupervisor &, Permissions &permissions,
     const std::vector<DesktopCapabilityStatus> &desktopCapabilities)
 {
     auto window = std::make_unique<SettingsWindow>(
-        settings, usageStats, coordinator,
-        [&permissions] {
-            return PermissionSnapshot {permissions.isGranted(Permissions::Kind::microphone),
-                permissions.isGranted(Permissions::Kind::accessibility),
-                permissions.isGranted(Permissions::Kind::inputMonitoring)};
-        },
-        [&permissions](Permission permission) { permissions.openSettings(kindOf(permission)); },
-        makeLoginItem(QCoreApplication::applicationFilePath()));
+        settings, usageStats, coordinator, [&permissions] { return permissions.snapshot(); },
+        [&permissions](Permission permission) { permissions.openSettings(permission); },
+        makeLoginItem(launchCommandPath()));
     window->setDesktopCapabilities(desktopCapabilities);
     return window;
 }
@@ -52,10 +29,10 @@ std::unique_ptr<QWidget> makeSetupWindow(EngineSupervisor &engineSupervisor)
 }
 
 std::unique_ptr<QWidget> makeCalibrationWindow(
-    SayvoCoordinator &coordinator, EngineClient &engineClient)
+    SayvoCoordinator &coordinator, EngineClient &engineClient, SettingsStore &settings)
 {
-    auto *controller
-        = new CalibrationController(coordinator, engineClient, CalibrationPrompt::readSlice());
+    auto *controller = new CalibrationController(
+        coordinator, engineClient, settings, CalibrationPrompt::readSlice());
     auto window = std::make_unique<CalibrationWindow>(*controller);
     // The controller lives exactly as long as its window, which the app keeps for good.
     controller->setParent(window.get());

@@ -22,6 +22,6 @@ std::unique_ptr<QWidget> makeSettingsWindow(SettingsStore &settings, UsageStatsS
     const std::vector<DesktopCapabilityStatus> &desktopCapabilities);
 std::unique_ptr<QWidget> makeSetupWindow(EngineSupervisor &engineSupervisor);
 std::unique_ptr<QWidget> makeCalibrationWindow(
-    SayvoCoordinator &coordinator, EngineClient &engineClient);
+    SayvoCoordinator &coordinator, EngineClient &engineClient, SettingsStore &settings);
 
 } // namespace sayvo

@@ -13,7 +13,7 @@ function(sayvo_app_bundle target)
     OUTPUT_NAME Sayvo
     MACOSX_BUNDLE_INFO_PLIST "${PROJECT_SOURCE_DIR}/app/macos/Info.plist.in"
     MACOSX_BUNDLE_BUNDLE_NAME Sayvo
-    MACOSX_BUNDLE_GUI_IDENTIFIER com.sayvoapp.Sayvo
+    MACOSX_BUNDLE_GUI_IDENTIFIER ${SAYVO_APP_ID}
     # "dev" in a developer build, which the runtime locator reads as a development version.
     MACOSX_BUNDLE_SHORT_VERSION_STRING "${SAYVO_VERSION}"
     MACOSX_BUNDLE_BUNDLE_VERSION "${PROJECT_VERSION}"

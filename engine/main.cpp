@@ -43,8 +43,8 @@ int main(int argc, char **argv)
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Sayvo's reference speech engine"));
-    parser.addHelpOption();
-    parser.addVersionOption();
+    const QCommandLineOption help = parser.addHelpOption();
+    const QCommandLineOption version = parser.addVersionOption();
     const QCommandLineOption host(QStringLiteral("host"),
         QStringLiteral("Address to listen on (default 127.0.0.1)."), QStringLiteral("address"),
         QStringLiteral("127.0.0.1"));
@@ -61,8 +61,29 @@ int main(int argc, char **argv)
         QStringLiteral("dir"));
     const QCommandLineOption check(QStringLiteral("check"),
         QStringLiteral("Load the recogniser and the store, report, and exit."));
-    parser.addOptions({host, port, asr, dataDir, modelDir, check});
-    parser.process(app);
+    const QCommandLineOption maxSeconds(QStringLiteral("max-utterance-seconds"),
+        QStringLiteral("Audio an utterance may hold before it is finalised (default 300)."),
+        QStringLiteral("seconds"), QStringLiteral("300"));
+    parser.addOptions({host, port, asr, dataDir, modelDir, check, maxSeconds});
+    // parse() rather than process(): a bad command line is a usage error (2), not a failure (1).
+    const auto usageError = [&](const QString &message) {
+        logLine(message.toStdString());
+        std::fputs(parser.helpText().toLocal8Bit().constData(), stderr);
+        return kBadArguments;
+    };
+    if (!parser.parse(QCoreApplication::arguments())) {
+        return usageError(parser.errorText());
+    }
+    if (!parser.positionalArguments().isEmpty()) {
+        return usageError(
+            QStringLiteral("unexpected argument ") + parser.positionalArguments().first());
+    }
+    if (parser.isSet(help) || parser.isSet(QStringLiteral("help-all"))) {
+        parser.showHelp(0);
+    }
+    if (parser.isSet(version)) {
+        parser.showVersion();
+    }
 
     bool portOk = false;
     const uint portNumber = parser.value(port).toUInt(&portOk);
@@ -77,9 +98,15 @@ int main(int argc, char **argv)
         logLine("invalid --host " + parser.value(host).toStdString());
         return kBadArguments;
     }
+    bool secondsOk = false;
+    const double maxUtteranceSeconds = parser.value(maxSeconds).toDouble(&secondsOk);
+    if (!secondsOk || !(maxUtteranceSeconds > 0.0)) {
+        logLine("invalid --max-utterance-seconds " + parser.value(maxSeconds).toStdString());
+        return kBadArguments;
+    }
 
-    // Recogniser. A real one that fails to load leaves the engine running as a declared
-    // placeholder, so the client can tell the user instead of finding nothing listening.
+    // Recogniser. One that cannot load its model stops the engine with the reason, naming the
+    // file, as its last line: the supervisor shows that line instead of restarting.
     std::unique_ptr<sayvo::RecognizerFactory> recognizers;
     const std::string asrName = parser.value(asr).toStdString();
     if (asrName == "pocketsphinx") {
@@ -87,13 +114,12 @@ int main(int argc, char **argv)
             ? parser.value(modelDir).toStdString()
             : sayvo::PocketSphinxRecognizerFactory::defaultModelDir();
         auto loaded = sayvo::PocketSphinxRecognizerFactory::load(models);
-        if (loaded) {
-            recognizers = std::move(loaded).value();
-            logLine("recogniser: pocketsphinx, model " + models);
-        } else {
-            logLine("recogniser failed to load: " + loaded.error() + "; running as mock");
-            recognizers = std::make_unique<sayvo::MockRecognizerFactory>();
+        if (!loaded) {
+            logLine(loaded.error());
+            return kBadRecognizer;
         }
+        recognizers = std::move(loaded).value();
+        logLine("recogniser: pocketsphinx, model " + models);
     } else if (asrName.starts_with("replay:")) {
         auto loaded = sayvo::ReplayRecognizerFactory::load(asrName.substr(7));
         if (!loaded) {
@@ -120,7 +146,10 @@ int main(int argc, char **argv)
     std::unique_ptr<sayvo::LearningStore> store;
     if (auto opened = sayvo::LearningStore::open(storePath)) {
         store = std::move(opened).value();
-        logLine("learning store: " + storePath);
+        const sayvo::FeedbackRetention kept;
+        logLine("learning store: " + storePath + " (" + std::to_string(store->feedbackCount())
+            + " feedback rows; keeps the newest " + std::to_string(kept.maxRows)
+            + ", none older than " + std::to_string(kept.maxAgeDays) + " days)");
     } else {
         logLine("learning store unavailable, running without learning: " + opened.error());
     }
@@ -137,13 +166,17 @@ int main(int argc, char **argv)
     sayvo::RecentUtterances recent;
     sayvo::EngineServices services {
         *recognizers, formatter, store.get(), recent, SAYVO_ENGINE_VERSION, logLine};
+    services.maxUtteranceSeconds = maxUtteranceSeconds;
     sayvo::EngineServer server(services);
     if (!server.listen(address, static_cast<quint16>(portNumber))) {
         logLine("cannot listen on " + parser.value(host).toStdString() + ":"
             + std::to_string(portNumber) + ": " + server.errorString().toStdString());
         return kCannotListen;
     }
-    logLine("listening on ws://" + parser.value(host).toStdString() + ":"
-        + std::to_string(server.port()));
+    logLine("recognisers: up to " + std::to_string(server.recognitionWorkers()) + " at once");
+    const QString shown = address.protocol() == QAbstractSocket::IPv6Protocol
+        ? QLatin1Char('[') + address.toString() + QLatin1Char(']')
+        : address.toString();
+    logLine("listening on ws://" + shown.toStdString() + ":" + std::to_string(server.port()));
     return app.exec();
 }

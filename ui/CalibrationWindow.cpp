@@ -4,12 +4,17 @@
 #include "ui/SymbolIcon.h"
 #include "ui/WindowStyle.h"
 
+#include <QApplication>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
+#include <QScreen>
 #include <QScrollArea>
 #include <QToolButton>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 namespace sayvo {
 
@@ -25,13 +30,6 @@ QLabel *label(const QString &text, QWidget *parent, const char *name = nullptr)
         l->setObjectName(QString::fromLatin1(name));
     }
     return l;
-}
-
-void makeSecondary(QLabel *l)
-{
-    QPalette palette = l->palette();
-    palette.setColor(QPalette::WindowText, SymbolIcon::secondaryColor());
-    l->setPalette(palette);
 }
 
 QPushButton *button(const QString &text, QWidget *parent, const char *name)
@@ -72,7 +70,7 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
                        "measure how accurate transcription is for your voice. Your audio is never "
                        "saved \u2014 only the text is kept."),
         this);
-    makeSecondary(intro);
+    WindowStyle::makeSecondary(intro);
     layout->addWidget(intro);
 
     // Prompt card.
@@ -83,10 +81,10 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
     promptLayout->setSpacing(6);
     auto *promptTop = new QHBoxLayout;
     m_promptDomain = label({}, prompt, "promptDomain");
-    makeSecondary(m_promptDomain);
+    WindowStyle::makeSecondary(m_promptDomain);
     m_progress = label({}, prompt, "progress");
     m_progress->setAlignment(Qt::AlignRight);
-    makeSecondary(m_progress);
+    WindowStyle::makeSecondary(m_progress);
     promptTop->addWidget(m_promptDomain);
     promptTop->addStretch();
     promptTop->addWidget(m_progress);
@@ -106,17 +104,18 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
 
     // Controls.
     auto *controls = new QHBoxLayout;
-    m_startReading = button(QStringLiteral("Start Reading"), this, "startReading");
+    m_startReading = button(QStringLiteral("&Start Reading"), this, "startReading");
     m_startReading->setDefault(true);
     m_readingHint = label(QStringLiteral("Click, read the line, then click Done."), this, "hint");
-    makeSecondary(m_readingHint);
+    WindowStyle::makeSecondary(m_readingHint);
     m_recording = label(QStringLiteral("Recording\u2026"), this, "recordingLabel");
     QPalette red = m_recording->palette();
     red.setColor(QPalette::WindowText, SymbolIcon::failureColor());
     m_recording->setPalette(red);
-    m_done = button(QStringLiteral("Done"), this, "done");
+    m_done = button(QStringLiteral("&Done"), this, "done");
     m_done->setDefault(true);
     m_cancel = button(QStringLiteral("Cancel"), this, "cancel");
+    WindowStyle::markAsEscape(m_cancel);
     m_transcribing = label(QStringLiteral("Transcribing\u2026"), this, "transcribingLabel");
     controls->addWidget(m_startReading);
     controls->addWidget(m_readingHint, 1);
@@ -150,7 +149,7 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
     headingFont.setPointSizeF(headingFont.pointSizeF() * 1.2);
     complete->setFont(headingFont);
     finishedLayout->addWidget(complete, 1);
-    m_runAgain = button(QStringLiteral("Run Again"), m_finished, "runAgain");
+    m_runAgain = button(QStringLiteral("&Run Again"), m_finished, "runAgain");
     finishedLayout->addWidget(m_runAgain);
     layout->addWidget(m_finished);
     connect(m_runAgain, &QPushButton::clicked, &m_controller, &CalibrationController::restart);
@@ -180,7 +179,7 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
         auto *box = new QVBoxLayout;
         box->setSpacing(2);
         auto *c = label(caption, summary);
-        makeSecondary(c);
+        WindowStyle::makeSecondary(c);
         value = label({}, summary, name);
         QFont f = value->font();
         f.setBold(true);
@@ -200,7 +199,7 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
                                "measures whether the right words were heard. Exact match is "
                                "stricter and also grades formatting."),
             summary);
-    makeSecondary(note);
+    WindowStyle::makeSecondary(note);
     summaryLayout->addWidget(note);
     layout->addWidget(summary);
 
@@ -209,16 +208,34 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
     auto *submitLayout = new QHBoxLayout(m_submitBar);
     submitLayout->setContentsMargins(0, 0, 0, 0);
     m_buffered = label({}, m_submitBar, "bufferedText");
-    makeSecondary(m_buffered);
+    WindowStyle::makeSecondary(m_buffered);
     submitLayout->addWidget(m_buffered, 1);
-    m_submit = button(QStringLiteral("Submit"), m_submitBar, "submit");
+    m_submit = button(QStringLiteral("S&ubmit"), m_submitBar, "submit");
     m_submit->setDefault(true);
     submitLayout->addWidget(m_submit);
     layout->addWidget(m_submitBar);
     connect(m_submit, &QPushButton::clicked, &m_controller, &CalibrationController::submit);
 
+    // Shown when Submit was pressed with sharing off: nothing leaves the machine unless the
+    // user turns sharing on here or in Settings.
+    m_sharingNotice = new QWidget(this);
+    m_sharingNotice->setObjectName(QStringLiteral("sharingNotice"));
+    auto *sharingLayout = new QHBoxLayout(m_sharingNotice);
+    sharingLayout->setContentsMargins(0, 0, 0, 0);
+    m_sharingText = label(QStringLiteral("Calibration results are only sent when sharing is on "
+                                         "(Share post-edit corrections, in Settings \u2192 "
+                                         "Privacy). Nothing has been sent."),
+        m_sharingNotice, "sharingText");
+    sharingLayout->addWidget(m_sharingText, 1);
+    m_enableSharing
+        = button(QStringLiteral("&Turn On Sharing and Submit"), m_sharingNotice, "enableSharing");
+    sharingLayout->addWidget(m_enableSharing, 0, Qt::AlignVCenter);
+    layout->addWidget(m_sharingNotice);
+    connect(m_enableSharing, &QPushButton::clicked, &m_controller,
+        &CalibrationController::enableSharingAndSubmit);
+
     auto *startOverRow = new QHBoxLayout;
-    m_startOver = button(QStringLiteral("Start Over"), this, "startOver");
+    m_startOver = button(QStringLiteral("Start &Over"), this, "startOver");
     startOverRow->addWidget(m_startOver);
     startOverRow->addStretch();
     layout->addLayout(startOverRow);
@@ -233,14 +250,24 @@ CalibrationWindow::CalibrationWindow(CalibrationController &controller, QWidget 
         &m_controller, &CalibrationController::lastErrorChanged, this, &CalibrationWindow::refresh);
     connect(&m_controller, &CalibrationController::isSubmittingChanged, this,
         &CalibrationWindow::refresh);
+    connect(&m_controller, &CalibrationController::isAwaitingSharingChanged, this,
+        &CalibrationWindow::refresh);
+    connect(&m_controller, &CalibrationController::canStartRecordingChanged, this,
+        &CalibrationWindow::refresh);
     connect(&m_controller, &CalibrationController::resultsChanged, this,
         &CalibrationWindow::refreshResults);
 
     setFixedWidth(
         kContentWidth + layout->contentsMargins().left() + layout->contentsMargins().right());
-    setMinimumHeight(560);
-    resize(width(), 700);
+    // Tall enough for a dozen result rows when the screen allows; the user may resize it.
+    setMinimumHeight(kMinimumHeight);
+    int height = kPreferredHeight;
+    if (const QScreen *screen = QGuiApplication::primaryScreen()) {
+        height = std::clamp(screen->availableGeometry().height() - 80, kMinimumHeight, height);
+    }
+    resize(width(), height);
     refreshResults();
+    WindowStyle::installDialogKeys(this);
 }
 
 void CalibrationWindow::refresh()
@@ -263,11 +290,13 @@ void CalibrationWindow::refresh()
 
     const bool ready = phase == Phase::ready && prompt.has_value();
     m_startReading->setVisible(ready);
+    // Dictation that is still running or on screen finishes first.
+    m_startReading->setEnabled(m_controller.canStartRecording());
     m_readingHint->setVisible(ready);
     m_recording->setVisible(phase == Phase::recording);
     m_done->setVisible(phase == Phase::recording);
     // Cancel stays while transcribing too: a final that never comes (the engine went away
-    // mid-line) must not leave the window waiting for good.
+    // mid-line) must not leave the window waiting for good. It drops the line's result.
     m_cancel->setVisible(phase == Phase::recording || phase == Phase::scoring);
     m_transcribing->setVisible(phase == Phase::scoring);
     m_reviewing->setVisible(phase == Phase::reviewing);
@@ -281,9 +310,12 @@ void CalibrationWindow::refresh()
         QString::number(exact) + QStringLiteral(" of ") + QString::number(resultCount));
 
     m_submitBar->setVisible(!results.isEmpty() && phase != Phase::finished);
-    m_buffered->setText(QString::asprintf(
-        "%lld of %lld buffered \u2014 nothing sent yet", resultCount, promptCount));
-    m_submit->setEnabled(!m_controller.isSubmitting());
+    m_buffered->setText(m_controller.isSubmitting()
+            ? QString::asprintf("Sending %lld results\u2026", resultCount)
+            : QString::asprintf(
+                "%lld of %lld buffered \u2014 nothing sent yet", resultCount, promptCount));
+    m_submit->setEnabled(m_controller.canSubmit());
+    m_sharingNotice->setVisible(m_controller.isAwaitingSharing() && phase != Phase::finished);
     m_finished->setVisible(phase == Phase::finished);
     m_startOver->setVisible(m_controller.canStartOver());
     // Lines can be redone or removed only between recordings and before the set is sent.
@@ -291,17 +323,29 @@ void CalibrationWindow::refresh()
     for (QToolButton *b : m_resultsScroll->findChildren<QToolButton *>()) {
         b->setEnabled(editable && !m_controller.isSubmitting());
     }
+    keepKeyboardFocus();
+}
+
+void CalibrationWindow::keepKeyboardFocus()
+{
+    // A pressed button that hides itself would leave the keyboard nowhere; the control the
+    // new phase is about takes the focus instead.
+    QWidget *focus = QApplication::focusWidget();
+    if (!isActiveWindow() || (focus != nullptr && focus->window() == this && focus->isVisible())) {
+        return;
+    }
+    for (QPushButton *candidate : {m_startReading, m_done, m_cancel, m_submit, m_runAgain}) {
+        if (candidate->isVisibleTo(this) && candidate->isEnabled()) {
+            candidate->setFocus(Qt::OtherFocusReason);
+            return;
+        }
+    }
 }
 
 void CalibrationWindow::refreshResults()
 {
-    while (m_results->count() > 1) {
-        QLayoutItem *item = m_results->takeAt(0);
-        if (QWidget *widget = item->widget()) {
-            widget->deleteLater();
-        }
-        delete item;
-    }
+    // The stretch at the end stays.
+    WindowStyle::clearLayout(m_results, 1);
     int index = 0;
     for (const CalibrationController::Result &result : m_controller.results()) {
         auto *row = new QFrame;
@@ -328,7 +372,7 @@ void CalibrationWindow::refreshResults()
         reference->setTextFormat(Qt::PlainText);
         auto *transcript = label(result.transcript, row, "transcript");
         transcript->setTextFormat(Qt::PlainText);
-        makeSecondary(transcript);
+        WindowStyle::makeSecondary(transcript);
         texts->addWidget(reference);
         texts->addWidget(transcript);
         layout->addLayout(texts, 1);
@@ -346,6 +390,9 @@ void CalibrationWindow::refreshResults()
         remove->setObjectName(QStringLiteral("remove"));
         remove->setIcon(SymbolIcon::windowIcon(QStringLiteral("xmark")));
         remove->setToolTip(QStringLiteral("Remove this result and retest it later"));
+        remove->setAccessibleName(QStringLiteral("Remove this result"));
+        remove->setAccessibleDescription(QStringLiteral("Remove this result and retest it later"));
+        redo->setAccessibleName(QStringLiteral("Redo this line"));
         remove->setAutoRaise(true);
         layout->addWidget(redo, 0, Qt::AlignTop);
         layout->addWidget(remove, 0, Qt::AlignTop);

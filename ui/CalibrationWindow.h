@@ -23,10 +23,13 @@ public:
     explicit CalibrationWindow(CalibrationController &controller, QWidget *parent = nullptr);
 
     static constexpr int kContentWidth = 560;
+    static constexpr int kMinimumHeight = 560;
+    static constexpr int kPreferredHeight = 700;
 
 private:
     void refresh();
     void refreshResults();
+    void keepKeyboardFocus();
 
     CalibrationController &m_controller;
 
@@ -54,6 +57,9 @@ private:
     QWidget *m_submitBar = nullptr;
     QLabel *m_buffered = nullptr;
     QPushButton *m_submit = nullptr;
+    QWidget *m_sharingNotice = nullptr;
+    QLabel *m_sharingText = nullptr;
+    QPushButton *m_enableSharing = nullptr;
 
     QWidget *m_finished = nullptr;
     QPushButton *m_runAgain = nullptr;

@@ -2,6 +2,7 @@
 
 #include "ui/FlowLayout.h"
 #include "ui/SymbolIcon.h"
+#include "ui/WindowStyle.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -48,9 +49,7 @@ DictionaryChipEditor::DictionaryChipEditor(QWidget *parent)
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(8);
-    QPalette palette = m_empty->palette();
-    palette.setColor(QPalette::WindowText, SymbolIcon::secondaryColor());
-    m_empty->setPalette(palette);
+    WindowStyle::makeSecondary(m_empty);
     layout->addWidget(m_empty);
     layout->addWidget(m_chipArea);
     auto *row = new QHBoxLayout;

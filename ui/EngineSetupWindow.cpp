@@ -1,6 +1,7 @@
 #include "ui/EngineSetupWindow.h"
 
 #include "runtime/EngineSupervisor.h"
+#include "ui/PlatformTexts.h"
 #include "ui/SymbolIcon.h"
 #include "ui/WindowStyle.h"
 
@@ -12,11 +13,10 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QTextCursor>
 #include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
-
-#include <algorithm>
 
 #include <algorithm>
 
@@ -34,17 +34,21 @@ template <typename... Ts> Overloaded(Ts...) -> Overloaded<Ts...>;
 class StepSpinner : public QWidget
 {
 public:
-    explicit StepSpinner(QWidget *parent) : QWidget(parent)
+    explicit StepSpinner(QWidget *parent) : QWidget(parent), m_timer(new QTimer(this))
     {
-        auto *timer = new QTimer(this);
-        connect(timer, &QTimer::timeout, this, [this] {
+        m_timer->setObjectName(QStringLiteral("spinnerTimer"));
+        m_timer->setInterval(80);
+        connect(m_timer, &QTimer::timeout, this, [this] {
             m_angle = (m_angle + 30) % 360;
             update();
         });
-        timer->start(80);
     }
 
 protected:
+    // Turns only while someone can see it.
+    void showEvent(QShowEvent *) override { m_timer->start(); }
+    void hideEvent(QHideEvent *) override { m_timer->stop(); }
+
     void paintEvent(QPaintEvent *) override
     {
         QPainter painter(this);
@@ -57,6 +61,7 @@ protected:
     }
 
 private:
+    QTimer *m_timer; // child
     int m_angle = 0;
 };
 
@@ -96,9 +101,7 @@ EngineSetupWindow::EngineSetupWindow(EngineSupervisor &supervisor, QWidget *pare
     titles->addWidget(title);
     m_status = new QLabel(this);
     m_status->setObjectName(QStringLiteral("statusLine"));
-    QPalette secondary = m_status->palette();
-    secondary.setColor(QPalette::WindowText, SymbolIcon::secondaryColor());
-    m_status->setPalette(secondary);
+    WindowStyle::makeSecondary(m_status);
     titles->addWidget(m_status);
     header->addLayout(titles, 1);
     layout->addLayout(header);
@@ -116,7 +119,7 @@ EngineSetupWindow::EngineSetupWindow(EngineSupervisor &supervisor, QWidget *pare
     texts->addWidget(m_message);
     m_detail = wrapping(this);
     m_detail->setObjectName(QStringLiteral("stateDetail"));
-    m_detail->setPalette(secondary);
+    WindowStyle::makeSecondary(m_detail);
     texts->addWidget(m_detail);
     body->addLayout(texts, 1);
     layout->addLayout(body);
@@ -135,10 +138,8 @@ EngineSetupWindow::EngineSetupWindow(EngineSupervisor &supervisor, QWidget *pare
     layout->addWidget(m_stepsBox);
     m_provisioningNote = wrapping(this);
     m_provisioningNote->setObjectName(QStringLiteral("provisioningNote"));
-    m_provisioningNote->setPalette(secondary);
-    m_provisioningNote->setText(
-        QStringLiteral("One-time setup, downloads ~3 GB of models. You can keep working; the mic "
-                       "icon turns on when it's ready."));
+    WindowStyle::makeSecondary(m_provisioningNote);
+    m_provisioningNote->setText(PlatformTexts::provisioningNote());
     layout->addWidget(m_provisioningNote);
 
     auto *actions = new QHBoxLayout;
@@ -167,17 +168,19 @@ EngineSetupWindow::EngineSetupWindow(EngineSupervisor &supervisor, QWidget *pare
     m_log->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     m_log->setFixedHeight(200);
     m_log->setLineWrapMode(QPlainTextEdit::NoWrap);
+    m_log->setMaximumBlockCount(kMaxLogLines);
     layout->addWidget(m_log);
     connect(m_logToggle, &QToolButton::toggled, this, &EngineSetupWindow::setLogShown);
 
     connect(&m_supervisor, &EngineSupervisor::stateChanged, this, &EngineSetupWindow::refreshState);
     connect(&m_supervisor, &EngineSupervisor::stepsChanged, this, &EngineSetupWindow::refreshSteps);
-    connect(&m_supervisor, &EngineSupervisor::logChanged, this, &EngineSetupWindow::refreshLog);
+    connect(&m_supervisor, &EngineSupervisor::logAppended, this, &EngineSetupWindow::appendLog);
     setFixedWidth(540);
     refreshSteps();
     refreshLog();
     setLogShown(false);
     refreshState();
+    WindowStyle::installDialogKeys(this);
 }
 
 QString EngineSetupWindow::statusLine(const EngineState &state)
@@ -259,21 +262,14 @@ void EngineSetupWindow::refreshState()
             },
             [&](const engine_state::Idle &) {},
             [&](const engine_state::RemoteEndpoint &) {
-                message(QStringLiteral("Configured to use a remote engine endpoint. This "
-                                       "Mac isn't running a local engine."));
+                message(PlatformTexts::remoteEndpointMessage());
             },
             [&](const engine_state::MissingPayload &) {
-                message(QStringLiteral("This build has no bundled engine. Start it manually "
-                                       "from the repo with scripts/start_sayvo.sh."));
+                message(PlatformTexts::missingPayloadMessage());
             },
             [&](const engine_state::NeedsSetup &) {
-                message(QStringLiteral(
-                    "Sayvo needs a one-time setup to run fully on-device: it downloads the "
-                    "speech-recognition and grammar models (about 3 GB) and installs a "
-                    "local engine. Nothing is sent to the cloud."));
-                m_detail->setText(QStringLiteral("This runs in the background \u2014 you "
-                                                 "can keep using your Mac. It only happens "
-                                                 "once."));
+                message(PlatformTexts::setupNeededMessage());
+                m_detail->setText(PlatformTexts::setupNeededDetail());
                 m_detail->show();
                 action(QStringLiteral("Set Up Now"));
             },
@@ -301,12 +297,7 @@ void EngineSetupWindow::fitHeightToContent()
 
 void EngineSetupWindow::refreshSteps()
 {
-    while (QLayoutItem *item = m_steps->takeAt(0)) {
-        if (QWidget *widget = item->widget()) {
-            widget->deleteLater();
-        }
-        delete item;
-    }
+    WindowStyle::clearLayout(m_steps);
     for (const ProvisioningStep &step : m_supervisor.steps()) {
         auto *row = new QWidget(m_stepsBox);
         row->setObjectName(QStringLiteral("step-") + step.id);
@@ -355,8 +346,26 @@ void EngineSetupWindow::refreshSteps()
 void EngineSetupWindow::refreshLog()
 {
     const QString &log = m_supervisor.log();
-    m_log->setPlainText(log.isEmpty() ? emptyLogText() : log);
+    m_showsEmptyLogText = log.isEmpty();
+    m_log->setPlainText(m_showsEmptyLogText ? emptyLogText() : log);
     m_log->verticalScrollBar()->setValue(m_log->verticalScrollBar()->maximum());
+}
+
+void EngineSetupWindow::appendLog(const QString &text)
+{
+    if (m_showsEmptyLogText) {
+        refreshLog();
+        return;
+    }
+    // Added at the end without touching the reader's selection; the view follows the end
+    // only when the reader was already there.
+    QScrollBar *scroll = m_log->verticalScrollBar();
+    const bool atEnd = scroll->value() == scroll->maximum();
+    const int position = scroll->value();
+    QTextCursor end(m_log->document());
+    end.movePosition(QTextCursor::End);
+    end.insertText(text);
+    scroll->setValue(atEnd ? scroll->maximum() : position);
 }
 
 void EngineSetupWindow::performAction()

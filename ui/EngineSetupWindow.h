@@ -28,6 +28,9 @@ class EngineSetupWindow : public QWidget
 public:
     explicit EngineSetupWindow(EngineSupervisor &supervisor, QWidget *parent = nullptr);
 
+    // The set-up log keeps this many lines on screen; older ones scroll away for good.
+    static constexpr int kMaxLogLines = 2000;
+
     static QString statusLine(const EngineState &state);
     static QString emptyLogText();
 
@@ -38,11 +41,13 @@ private:
     void refreshState();
     void refreshSteps();
     void refreshLog();
+    void appendLog(const QString &text);
     void performAction();
     void fitHeightToContent();
 
     EngineSupervisor &m_supervisor;
     bool m_showLog = false;
+    bool m_showsEmptyLogText = true;
 
     QLabel *m_status = nullptr;
     QLabel *m_symbol = nullptr;

@@ -4,6 +4,7 @@
 #include "ui/HUDView.h"
 #include "ui/WaveformView.h"
 
+#include <QCursor>
 #include <QGuiApplication>
 #include <QScreen>
 #include <QVBoxLayout>
@@ -13,8 +14,16 @@
 
 namespace sayvo {
 
+QScreen *HUDController::screenUnderPointer()
+{
+    if (QScreen *screen = QGuiApplication::screenAt(QCursor::pos())) {
+        return screen;
+    }
+    return QGuiApplication::primaryScreen();
+}
+
 HUDController::HUDController(SayvoCoordinator &coordinator, QObject *parent)
-    : QObject(parent), m_screen([] { return QGuiApplication::primaryScreen(); })
+    : QObject(parent), m_screen(&HUDController::screenUnderPointer)
 {
     m_hideTimer.setSingleShot(true);
     m_hideTimer.setTimerType(Qt::PreciseTimer);

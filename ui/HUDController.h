@@ -34,8 +34,11 @@ public:
 
     using ScreenProvider = std::function<QScreen *()>;
 
-    // The panel sits on the screen `screen` returns (the primary screen unless told otherwise).
+    // The panel sits on the screen `screen` returns: unless told otherwise, the one the user
+    // is working on, under the pointer.
     explicit HUDController(SayvoCoordinator &coordinator, QObject *parent = nullptr);
+    // The screen under the mouse pointer, or the primary screen when the pointer is on none.
+    static QScreen *screenUnderPointer();
     void setScreenProvider(ScreenProvider screen) { m_screen = std::move(screen); }
     ~HUDController() override;
 

@@ -1,18 +1,27 @@
 #include "ui/MenuBarController.h"
 
+#include "base/Logging.h"
 #include "runtime/EngineSupervisor.h"
 #include "session/SayvoCoordinator.h"
+#include "ui/LoginItem.h"
+#include "ui/PlatformTexts.h"
 #include "ui/SymbolIcon.h"
+#include "ui/WindowStyle.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
 #include <QFileInfo>
+#include <QGuiApplication>
+#include <QImage>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPalette>
 #include <QPushButton>
+#include <QScreen>
 #include <QSystemTrayIcon>
+
+#include <algorithm>
 
 namespace sayvo {
 
@@ -21,7 +30,7 @@ const QStringList MenuBarController::kDomains = {QStringLiteral("legal"), QStrin
 
 MenuBarController::MenuBarController(SayvoCoordinator &coordinator,
     EngineSupervisor &engineSupervisor, HotkeyTrigger trigger, Action openSettings,
-    Action openSetup, Action openCalibration, QObject *parent)
+    Action openSetup, Action openCalibration, std::unique_ptr<LoginItem> loginItem, QObject *parent)
     : QObject(parent),
       m_coordinator(coordinator),
       m_engineSupervisor(engineSupervisor),
@@ -29,14 +38,14 @@ MenuBarController::MenuBarController(SayvoCoordinator &coordinator,
       m_openSettings(std::move(openSettings)),
       m_openSetup(std::move(openSetup)),
       m_openCalibration(std::move(openCalibration)),
+      m_loginItem(std::move(loginItem)),
       m_menu(std::make_unique<QMenu>()),
       m_trayIcon(new QSystemTrayIcon(this))
 {
     m_trayIcon->setToolTip(QStringLiteral("Sayvo"));
     buildMenu();
-    if (m_trigger == HotkeyTrigger::menuBarToggle) {
-        m_trayIcon->setContextMenu(m_menu.get());
-    }
+    // The secondary click always opens the menu, whatever the primary click does.
+    m_trayIcon->setContextMenu(m_menu.get());
     connect(m_trayIcon, &QSystemTrayIcon::activated, this,
         [this](QSystemTrayIcon::ActivationReason reason) {
             if (reason == QSystemTrayIcon::Trigger) {
@@ -59,6 +68,68 @@ MenuBarController::MenuBarController(SayvoCoordinator &coordinator,
         });
     refresh();
     m_trayIcon->show();
+    // The tray gives the icon its place a moment after it is shown; the panel is read then.
+    m_panelProbe.setInterval(kPanelProbeIntervalMs);
+    connect(&m_panelProbe, &QTimer::timeout, this, &MenuBarController::samplePanel);
+    if (QSystemTrayIcon::isSystemTrayAvailable()) {
+        m_panelProbe.start();
+    }
+    connect(m_menu.get(), &QMenu::aboutToShow, this,
+        [] { Logging::shared().debug(QStringLiteral("tray menu opened")); });
+}
+
+QColor MenuBarController::inkFor(const std::optional<QColor> &panel)
+{
+    const QColor light(0xf2, 0xf2, 0xf2);
+    const QColor dark(0x1d, 0x1d, 0x1f);
+    if (!panel) {
+        return light;
+    }
+    return WindowStyle::contrastRatio(light, *panel) >= WindowStyle::contrastRatio(dark, *panel)
+        ? light
+        : dark;
+}
+
+std::optional<QColor> MenuBarController::panelColourAround(const QImage &iconArea)
+{
+    if (iconArea.width() < 2 || iconArea.height() < 2) {
+        return std::nullopt;
+    }
+    const int right = iconArea.width() - 1;
+    const int bottom = iconArea.height() - 1;
+    QList<QColor> corners {iconArea.pixelColor(0, 0), iconArea.pixelColor(right, 0),
+        iconArea.pixelColor(0, bottom), iconArea.pixelColor(right, bottom)};
+    // The middle two by lightness: one corner touched by the icon does not decide.
+    std::sort(corners.begin(), corners.end(),
+        [](const QColor &a, const QColor &b) { return a.lightnessF() < b.lightnessF(); });
+    const QColor a = corners[1];
+    const QColor b = corners[2];
+    return QColor((a.red() + b.red()) / 2, (a.green() + b.green()) / 2, (a.blue() + b.blue()) / 2);
+}
+
+void MenuBarController::samplePanel()
+{
+    const QRect place = m_trayIcon->geometry();
+    QScreen *screen = place.isValid() ? QGuiApplication::screenAt(place.center()) : nullptr;
+    if (screen == nullptr) {
+        if (++m_panelProbes >= kPanelProbeAttempts) {
+            m_panelProbe.stop();
+        }
+        return;
+    }
+    m_panelProbe.stop();
+    const QRect onScreen = place.translated(-screen->geometry().topLeft());
+    m_panelColour = panelColourAround(
+        screen->grabWindow(0, onScreen.x(), onScreen.y(), onScreen.width(), onScreen.height())
+            .toImage());
+    Logging::shared().debug(
+        QStringLiteral("tray panel colour: %1 at %2,%3 %4x%5")
+            .arg(m_panelColour ? m_panelColour->name() : QStringLiteral("unknown"))
+            .arg(place.x())
+            .arg(place.y())
+            .arg(place.width())
+            .arg(place.height()));
+    refresh();
 }
 
 MenuBarController::~MenuBarController() = default;
@@ -163,8 +234,10 @@ QString MenuBarController::statusTitle(
 void MenuBarController::refresh()
 {
     m_iconSymbol = iconSymbol(m_coordinator.state(), m_connectionHealth, m_engineState);
-    m_trayIcon->setIcon(
-        SymbolIcon::icon(m_iconSymbol, QApplication::palette().color(QPalette::WindowText)));
+    // The panel, not the windows' palette, decides: a dark panel under a light window theme
+    // is the common case.
+    m_ink = inkFor(m_panelColour);
+    m_trayIcon->setIcon(SymbolIcon::icon(m_iconSymbol, m_ink));
     m_statusMenuItem->setText(statusTitle());
 }
 
@@ -224,29 +297,31 @@ void MenuBarController::handleUninstall()
     alert.setIcon(QMessageBox::Warning);
     alert.setText(QStringLiteral("Uninstall Sayvo?"));
     QString informative
-        = QStringLiteral("This removes the app, its engine runtime (~3 GB under Application "
-                         "Support), the login LaunchAgent, and your "
-                         "saved preferences. The shared uv toolchain is left in place.");
+        = PlatformTexts::uninstallSummary(m_engineSupervisor.locator().installRoot());
     if (m_engineSupervisor.isDevRuntime()) {
-        informative += QString::fromUtf8(
-            "\n\nThis is a development build: your source checkout and its runtime are NOT "
-            "touched — only the built app, LaunchAgent and preferences.");
+        informative += PlatformTexts::uninstallDevelopmentNote();
     }
     alert.setInformativeText(informative);
-    auto *removeModels = new QCheckBox(
-        QStringLiteral("Also remove downloaded models (GEC + Whisper, in the Hugging Face cache)"));
-    alert.setCheckBox(removeModels);
+    QCheckBox *removeModels = nullptr;
+    if (const std::optional<QString> option = PlatformTexts::uninstallSharedModelsOption()) {
+        removeModels = new QCheckBox(*option);
+        alert.setCheckBox(removeModels);
+    }
     QPushButton *uninstall = alert.addButton(QStringLiteral("Uninstall"), QMessageBox::AcceptRole);
     alert.addButton(QStringLiteral("Cancel"), QMessageBox::RejectRole);
     alert.setDefaultButton(uninstall);
     alert.activateWindow();
     alert.raise();
-    emit uninstallAlertShown(&alert);
+    emit alertShown(&alert);
     alert.exec();
     if (alert.clickedButton() != uninstall) {
         return;
     }
-    if (m_engineSupervisor.performUninstall(removeModels->isChecked())) {
+    if (m_engineSupervisor.performUninstall(removeModels != nullptr && removeModels->isChecked())) {
+        // The entry Sayvo wrote would start a program that is about to be gone.
+        if (m_loginItem) {
+            m_loginItem->setEnabled(false);
+        }
         QCoreApplication::quit();
         return;
     }
@@ -254,7 +329,10 @@ void MenuBarController::handleUninstall()
     failure.setIcon(QMessageBox::Warning);
     failure.setText(QStringLiteral("Couldn't start the uninstaller"));
     failure.setInformativeText(
-        QStringLiteral("Run scripts/uninstall.sh manually from the source checkout."));
+        PlatformTexts::uninstallFailure({m_engineSupervisor.locator().uninstallScript(),
+            m_engineSupervisor.locator().installRoot(), m_engineSupervisor.applicationPath()}));
+    failure.setTextInteractionFlags(Qt::TextSelectableByMouse);
+    emit alertShown(&failure);
     failure.exec();
 }
 

@@ -19,9 +19,7 @@ QLabel *caption(const QString &text, QWidget *parent)
     auto *label = new QLabel(text, parent);
     label->setWordWrap(true);
     label->setProperty("role", QStringLiteral("caption"));
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, SymbolIcon::secondaryColor());
-    label->setPalette(palette);
+    WindowStyle::makeSecondary(label);
     QFont font = label->font();
     font.setPointSizeF(font.pointSizeF() * 0.92);
     label->setFont(font);
@@ -267,6 +265,7 @@ SettingsPermissionRow::SettingsPermissionRow(const QString &title, QWidget *pare
     font.setBold(true);
     name->setFont(font);
     texts->addWidget(name);
+    WindowStyle::makeSecondary(m_status);
     texts->addWidget(m_status);
     layout->addLayout(texts, 1);
     layout->addWidget(m_open);
@@ -282,9 +281,6 @@ void SettingsPermissionRow::setGranted(bool granted)
                               : SymbolIcon::pixmap(QStringLiteral("exclamationmark.triangle.fill"),
                                   22, SymbolIcon::warningColor()));
     m_status->setText(statusText());
-    QPalette palette = m_status->palette();
-    palette.setColor(QPalette::WindowText, SymbolIcon::secondaryColor());
-    m_status->setPalette(palette);
     m_open->setText(granted ? QStringLiteral("Details…") : QStringLiteral("How to Grant…"));
 }
 

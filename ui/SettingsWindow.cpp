@@ -8,6 +8,7 @@
 #include "store/UsageStatsStore.h"
 #include "ui/DesktopCapabilityList.h"
 #include "ui/DictionaryChipEditor.h"
+#include "ui/PlatformTexts.h"
 #include "ui/SettingsControls.h"
 #include "ui/SymbolIcon.h"
 #include "ui/WindowStyle.h"
@@ -40,16 +41,6 @@ QString text(const std::string &s)
     return QString::fromStdString(s);
 }
 
-QLabel *secondaryLabel(const QString &text, QWidget *parent)
-{
-    auto *label = new QLabel(text, parent);
-    label->setWordWrap(true);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, SymbolIcon::secondaryColor());
-    label->setPalette(palette);
-    return label;
-}
-
 // A tab's content: a heading, then the groups, in a scrolling column.
 struct Page
 {
@@ -78,16 +69,6 @@ Page makePage(const QString &heading, QWidget *parent)
     return {scroll, content, layout};
 }
 
-void clearLayout(QVBoxLayout *layout)
-{
-    while (QLayoutItem *item = layout->takeAt(0)) {
-        if (QWidget *widget = item->widget()) {
-            widget->deleteLater();
-        }
-        delete item;
-    }
-}
-
 std::vector<SettingsOption> hotkeyOptions()
 {
     std::vector<SettingsOption> options;
@@ -112,8 +93,7 @@ QString insertionDescription(InsertionMethod method)
 {
     switch (method) {
     case InsertionMethod::paste:
-        return QStringLiteral("Copies the transcript to the clipboard and simulates \u2318V. Works "
-                              "in nearly any app, but briefly overwrites your clipboard.");
+        return PlatformTexts::pasteDescription();
     case InsertionMethod::axDirect:
         return QStringLiteral(
             "Inserts text directly via the Accessibility API, leaving your clipboard untouched. "
@@ -204,6 +184,7 @@ SettingsWindow::SettingsWindow(SettingsStore &settings, UsageStatsStore &usageSt
     connect(m_sidebar, &QListWidget::currentRowChanged, m_pages, &QStackedWidget::setCurrentIndex);
     selectTab(SettingsTab::general);
     setFixedSize(780, 580);
+    WindowStyle::installDialogKeys(this);
 }
 
 SettingsWindow::~SettingsWindow() = default;
@@ -355,6 +336,9 @@ QWidget *SettingsWindow::buildGeneral()
         m_language->addItem(choice.label);
     }
     language->addWidget(m_language);
+    if (const std::optional<QString> note = languageNote()) {
+        language->addCaption(*note)->setObjectName(QStringLiteral("languageNote"));
+    }
     page.layout->addWidget(language);
     connect(m_language, &QComboBox::activated, this, [this](int index) {
         const auto &choices = languageChoices();
@@ -442,13 +426,21 @@ void SettingsWindow::chooseDevice(int index)
 void SettingsWindow::refreshLanguage()
 {
     const auto &choices = languageChoices();
+    const QSignalBlocker blocker(m_language);
+    // A language stored earlier that this engine does not offer is shown as it is, never as
+    // another choice.
+    while (m_language->count() > static_cast<int>(choices.size())) {
+        m_language->removeItem(m_language->count() - 1);
+    }
     for (std::size_t i = 0; i < choices.size(); ++i) {
         if (choices[i].value == m_settings.language()) {
-            const QSignalBlocker blocker(m_language);
             m_language->setCurrentIndex(static_cast<int>(i));
             return;
         }
     }
+    m_language->addItem(QStringLiteral("%1 (not offered by this engine)")
+                            .arg(m_settings.language().value_or(QString())));
+    m_language->setCurrentIndex(m_language->count() - 1);
 }
 
 void SettingsWindow::applyLaunchAtLogin(bool enabled)
@@ -473,9 +465,18 @@ QWidget *SettingsWindow::buildTrigger()
     connect(m_hotkey, &SettingsRadioList::selected, this, [this](int index) {
         m_settings.setHotkeyTrigger(kAllHotkeyTriggers[static_cast<std::size_t>(index)]);
     });
+    // The key is watched from start-up on; a new choice waits for the next start, and says so.
+    m_triggerNote = hotkey->addCaption({});
+    m_triggerNote->setObjectName(QStringLiteral("triggerRestartNote"));
     subscribe(&m_settings, &SettingsStore::hotkeyTrigger, &SettingsStore::hotkeyTriggerChanged,
         this, [this](HotkeyTrigger trigger) {
             m_hotkey->setSelectedIndex(indexOf(kAllHotkeyTriggers, trigger));
+            const HotkeyTrigger active = m_coordinator.activeTrigger();
+            m_triggerNote->setText(
+                QStringLiteral("Takes effect the next time Sayvo starts. Until then the trigger "
+                               "stays %1.")
+                    .arg(displayName(active)));
+            m_triggerNote->setVisible(trigger != active);
         });
 
     auto *mode = new SettingsFieldGroup(QStringLiteral("Mode"), page.content);
@@ -483,7 +484,8 @@ QWidget *SettingsWindow::buildTrigger()
     m_mode->setObjectName(QStringLiteral("modeChoice"));
     mode->addWidget(m_mode);
     mode->addCaption(QStringLiteral("Hold to talk: dictation runs while the key is held down. "
-                                    "Toggle: press once to start and once more to stop."));
+                                    "Toggle: press once to start and once more to stop. A new "
+                                    "mode applies from the next press."));
     page.layout->addWidget(mode);
     connect(m_mode, &SettingsSegmentedControl::selected, this, [this](int index) {
         m_settings.setTriggerMode(kAllTriggerModes[static_cast<std::size_t>(index)]);
@@ -541,7 +543,7 @@ QWidget *SettingsWindow::buildDictionary()
     m_suggestionRows->setContentsMargins(0, 0, 0, 0);
     m_suggestionRows->setSpacing(6);
     suggested->addWidget(rows);
-    m_noSuggestions = secondaryLabel(
+    m_noSuggestions = WindowStyle::secondaryLabel(
         QStringLiteral("No suggestions yet. When the same word is corrected the same way "
                        "repeatedly, it appears here for you to accept. Nothing is added to your "
                        "dictionary automatically."),
@@ -568,14 +570,14 @@ QWidget *SettingsWindow::buildDictionary()
     m_exemplarRows->setContentsMargins(0, 0, 0, 0);
     m_exemplarRows->setSpacing(6);
     patterns->addWidget(exemplarRows);
-    m_exemplarNote = secondaryLabel(
+    m_exemplarNote = WindowStyle::secondaryLabel(
         QStringLiteral("Not applied automatically \u2014 each domain's formatting rules are shared "
                        "with everyone using that profile, so a change is reviewed and tested "
                        "first rather than made silently from one person's corrections."),
         page.content);
     patterns->addWidget(m_exemplarNote);
-    m_noExemplars
-        = secondaryLabel(QStringLiteral("No repeated formatting misses found yet."), page.content);
+    m_noExemplars = WindowStyle::secondaryLabel(
+        QStringLiteral("No repeated formatting misses found yet."), page.content);
     m_noExemplars->setObjectName(QStringLiteral("noExemplars"));
     patterns->addWidget(m_noExemplars);
     page.layout->addWidget(patterns);
@@ -589,8 +591,8 @@ QWidget *SettingsWindow::buildDictionary()
 
 void SettingsWindow::refreshSuggestions()
 {
-    clearLayout(m_suggestionRows);
-    clearLayout(m_exemplarRows);
+    WindowStyle::clearLayout(m_suggestionRows);
+    WindowStyle::clearLayout(m_exemplarRows);
     const std::optional<SuggestionsMessage> &suggestions = m_coordinator.suggestions();
     const std::vector<DictionarySuggestion> dictionary
         = suggestions ? suggestions->dictionary : std::vector<DictionarySuggestion> {};
@@ -616,8 +618,8 @@ void SettingsWindow::refreshSuggestions()
         bold.setBold(true);
         to->setFont(bold);
         layout->addWidget(to);
-        auto *count
-            = secondaryLabel(QString::asprintf("%lld", static_cast<long long>(s.occurrences)), row);
+        auto *count = WindowStyle::secondaryLabel(
+            QString::asprintf("%lld", static_cast<long long>(s.occurrences)), row);
         count->setToolTip(QStringLiteral("Times corrected this way"));
         count->setObjectName(QStringLiteral("occurrences"));
         layout->addWidget(count);
@@ -643,7 +645,7 @@ void SettingsWindow::refreshSuggestions()
         WindowStyle::markAsCard(row);
         auto *layout = new QHBoxLayout(row);
         layout->setContentsMargins(12, 6, 12, 6);
-        auto *domain = secondaryLabel(text(e.domain), row);
+        auto *domain = WindowStyle::secondaryLabel(text(e.domain), row);
         layout->addWidget(domain);
         auto *spoken = new QLabel(text(e.spoken), row);
         spoken->setTextFormat(Qt::PlainText);
@@ -656,8 +658,8 @@ void SettingsWindow::refreshSuggestions()
         written->setTextFormat(Qt::PlainText);
         layout->addWidget(written);
         layout->addStretch();
-        layout->addWidget(
-            secondaryLabel(QString::asprintf("%lld", static_cast<long long>(e.occurrences)), row));
+        layout->addWidget(WindowStyle::secondaryLabel(
+            QString::asprintf("%lld", static_cast<long long>(e.occurrences)), row));
         m_exemplarRows->addWidget(row);
         row->show();
     }
@@ -671,7 +673,7 @@ QWidget *SettingsWindow::buildUsage()
 {
     Page page = makePage(title(SettingsTab::usage), this);
 
-    m_usageEmpty = secondaryLabel(UsagePresentation::emptyStateText(), page.content);
+    m_usageEmpty = WindowStyle::secondaryLabel(UsagePresentation::emptyStateText(), page.content);
     m_usageEmpty->setObjectName(QStringLiteral("usageEmpty"));
     page.layout->addWidget(m_usageEmpty);
     auto *statistics = new SettingsFieldGroup(QStringLiteral("Dictation"), page.content);
@@ -679,12 +681,8 @@ QWidget *SettingsWindow::buildUsage()
     m_usageCard = new SettingsStatCard(page.content);
     m_usageCard->setObjectName(QStringLiteral("usageCard"));
     statistics->addWidget(m_usageCard);
-    m_usageNote = secondaryLabel(
-        QStringLiteral("ASR speed is Whisper transcription alone. Pipeline speed also includes the "
-                       "grammar-correction pass that runs after transcription, so it's normally "
-                       "lower. Both compare against how fast you spoke; above 1x is faster than "
-                       "realtime."),
-        page.content);
+    m_usageNote = WindowStyle::secondaryLabel(PlatformTexts::usageNote(), page.content);
+    m_usageNote->setObjectName(QStringLiteral("usageNote"));
     statistics->addWidget(m_usageNote);
     page.layout->addWidget(statistics);
 
@@ -692,12 +690,8 @@ QWidget *SettingsWindow::buildUsage()
     m_footprintCard = new SettingsStatCard(page.content);
     m_footprintCard->setObjectName(QStringLiteral("footprintCard"));
     engine->addWidget(m_footprintCard);
-    engine->addCaption(QStringLiteral(
-        "Memory and CPU are the app plus its out-of-process engine (the transcription and "
-        "grammar-correction models). GPU is system-wide utilization \u2014 macOS exposes no "
-        "per-process GPU figure \u2014 and rises when the Whisper final pass runs, just after you "
-        "stop speaking. Memory is resident-set size and double-counts shared pages, so treat it "
-        "as an upper-ish estimate."));
+    engine->addCaption(PlatformTexts::footprintNote())
+        ->setObjectName(QStringLiteral("footprintNote"));
     page.layout->addWidget(engine);
     refreshFootprint(std::nullopt);
 
@@ -756,14 +750,8 @@ QWidget *SettingsWindow::buildPrivacy()
         QStringLiteral("Share post-edit corrections (opt-in, A5)"), page.content);
     m_feedback->setObjectName(QStringLiteral("feedbackSwitch"));
     page.layout->addWidget(m_feedback);
-    auto *caption = secondaryLabel(
-        QStringLiteral(
-            "Records what you actually kept after editing \u2014 and the results of any "
-            "accuracy calibration \u2014 so repeated misrecognitions can be suggested as "
-            "dictionary entries. Text only: your audio is never stored. Stays on this "
-            "Mac, off by default, and nothing is added to your dictionary without you "
-            "accepting it."),
-        page.content);
+    auto *caption = WindowStyle::secondaryLabel(PlatformTexts::privacyCaption(), page.content);
+    caption->setObjectName(QStringLiteral("privacyCaption"));
     page.layout->addWidget(caption);
     connect(m_feedback, &SettingsSwitch::clicked, &m_settings, &SettingsStore::setFeedbackEnabled);
     subscribe(&m_settings, &SettingsStore::feedbackEnabled, &SettingsStore::feedbackEnabledChanged,
@@ -775,7 +763,7 @@ QWidget *SettingsWindow::buildPrivacy()
 QWidget *SettingsWindow::buildPermissions()
 {
     Page page = makePage(title(SettingsTab::permissions), this);
-    page.layout->addWidget(secondaryLabel(
+    page.layout->addWidget(WindowStyle::secondaryLabel(
         QStringLiteral("Sayvo needs to hear the microphone, read and type into the focused text "
                        "field, and watch the trigger key. The state below is checked each time "
                        "this window opens."),

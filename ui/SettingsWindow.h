@@ -136,6 +136,7 @@ private:
     SettingsSwitch *m_launchAtLogin = nullptr;
 
     SettingsRadioList *m_hotkey = nullptr;
+    QLabel *m_triggerNote = nullptr;
     SettingsSegmentedControl *m_mode = nullptr;
     SettingsRadioList *m_insertion = nullptr;
 

@@ -1,6 +1,9 @@
 #include "app/ApplicationPlatform.h"
 
 #include "desktop/DesktopSessionFacts.h"
+#include "runtime/AppBundle.h"
+
+#include <QCoreApplication>
 
 #include <QProcessEnvironment>
 #include <QString>
@@ -38,6 +41,11 @@ void installSystemLog()
     // journal. The prefix tells Sayvo's lines from the rest of the session's.
     qSetMessagePattern(
         QStringLiteral("sayvo %{if-category}[%{category}] %{endif}%{type}: %{message}"));
+}
+
+QString launchCommandPath()
+{
+    return mainAppBundle().bundlePath.value_or(QCoreApplication::applicationFilePath());
 }
 
 void becomeAccessoryApplication()

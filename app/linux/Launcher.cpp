@@ -1,8 +1,10 @@
-// `sayvo`: the command on the PATH. It runs `sayvo trigger ...` itself, so that a key binding's
-// command starts in a millisecond or two without loading Qt and the rest of the application,
-// and otherwise replaces itself with the application (sayvo-app beside it in the build tree,
-// <prefix>/libexec/sayvo/sayvo-app once installed), keeping its process id and arguments.
-#include "app/ControlCommand.h"
+// `sayvo`: the command on the PATH. It answers its command line itself (--help, --version, a
+// wrong option, `sayvo trigger ...`), so that a key binding's command starts in a millisecond
+// or two and a terminal gets its answer without Qt or a display, and otherwise replaces
+// itself with the application, keeping its process id and arguments. The application lives
+// beside Sayvo's other private files: <prefix>/lib/sayvo/sayvo-app for <prefix>/bin/sayvo,
+// in the installed tree and in the build tree alike.
+#include "app/CommandLine.h"
 
 #include <cerrno>
 #include <climits>
@@ -28,20 +30,12 @@ std::string executableDirectory()
 
 int main(int argc, char **argv)
 {
-    if (const std::optional<int> exitCode = sayvo::runControlCommand(argc, argv)) {
+    if (const std::optional<int> exitCode = sayvo::CommandLine::handle(argc, argv)) {
         return *exitCode;
     }
-    const std::string directory = executableDirectory();
-    for (const std::string &application :
-        {directory + "/sayvo-app", directory + "/../libexec/sayvo/sayvo-app"}) {
-        if (::access(application.c_str(), X_OK) == 0) {
-            ::execv(application.c_str(), argv);
-            std::fprintf(stderr, "sayvo: cannot start %s: %s\n", application.c_str(),
-                std::generic_category().message(errno).c_str());
-            return 1;
-        }
-    }
-    std::fprintf(stderr, "sayvo: the application (sayvo-app) is not installed beside %s\n",
-        directory.c_str());
+    const std::string application = executableDirectory() + "/" SAYVO_APPLICATION_FROM_LAUNCHER;
+    ::execv(application.c_str(), argv);
+    std::fprintf(stderr, "sayvo: cannot start the application %s: %s\n", application.c_str(),
+        std::generic_category().message(errno).c_str());
     return 1;
 }

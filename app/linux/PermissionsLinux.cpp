@@ -101,12 +101,12 @@ void PermissionsLinux::requestInputMonitoringAccess()
     // The X server grants the key watch when the tap is installed; there is nothing to ask.
 }
 
-void PermissionsLinux::openSettings(Kind kind)
+void PermissionsLinux::openSettings(Permission permission)
 {
     QString title;
     QString text;
-    switch (kind) {
-    case Kind::microphone:
+    switch (permission) {
+    case Permission::microphone:
         title = QStringLiteral("Microphone");
         text = QStringLiteral("Sayvo records from your sound server (PulseAudio or PipeWire). Make "
                               "sure a microphone is connected "
@@ -114,7 +114,7 @@ void PermissionsLinux::openSettings(Kind kind)
                               "sound server offers, run:\n\n"
                               "    pactl list short sources");
         break;
-    case Kind::accessibility:
+    case Permission::accessibility:
         title = QStringLiteral("Accessibility");
         text = QString::fromLatin1(kAccessibilityWhy)
             + QStringLiteral(
@@ -122,7 +122,7 @@ void PermissionsLinux::openSettings(Kind kind)
                 "    gsettings set org.gnome.desktop.interface toolkit-accessibility true\n\n"
                 "then log out and back in.");
         break;
-    case Kind::inputMonitoring:
+    case Permission::inputMonitoring:
         title = QStringLiteral("Input Monitoring");
         text = QStringLiteral(
             "On X11 Sayvo watches its trigger key through the X server. On Wayland no "
@@ -130,11 +130,12 @@ void PermissionsLinux::openSettings(Kind kind)
             "    bindsym --no-repeat Control_R exec sayvo trigger press\n"
             "    bindsym --release Control_R exec sayvo trigger release\n\n"
             "or add a custom shortcut in the desktop's keyboard settings that runs "
-            "\"sayvo trigger toggle\" with Toggle as the trigger mode.");
+            "\"sayvo trigger toggle\" with Toggle as the trigger mode. Without either, choose "
+            "\"Tray icon click (toggle)\" as the trigger in Settings → Trigger.");
         break;
     }
     auto *dialog = new QMessageBox(QMessageBox::Information, title, text);
-    if (kind == Kind::accessibility) {
+    if (permission == Permission::accessibility) {
         QPushButton *enable
             = dialog->addButton(QStringLiteral("Turn On Now"), QMessageBox::ActionRole);
         QObject::connect(enable, &QPushButton::clicked, [] { enableAccessibilityBus(); });

@@ -21,7 +21,7 @@ public:
     void promptAccessibility() override;
     bool isInputMonitoringGranted() override;
     void requestInputMonitoringAccess() override;
-    void openSettings(Kind kind) override;
+    void openSettings(Permission permission) override;
 
     // Switches the accessibility bus on the way screen readers do; true when it is on.
     static bool enableAccessibilityBus();

@@ -5,6 +5,7 @@
 #import <AppKit/AppKit.h>
 #include <os/log.h>
 
+#include <QCoreApplication>
 #include <QString>
 
 #include <cstring>
@@ -58,6 +59,11 @@ void installSystemLog()
     previousHandler = qInstallMessageHandler(writeToSystemLog);
 }
 
+QString launchCommandPath()
+{
+    return QCoreApplication::applicationFilePath();
+}
+
 void becomeAccessoryApplication()
 {
     [[NSApplication sharedApplication] setActivationPolicy:NSApplicationActivationPolicyAccessory];
@@ -65,7 +71,13 @@ void becomeAccessoryApplication()
 
 void activateIgnoringOtherApps()
 {
-    [[NSApplication sharedApplication] activateIgnoringOtherApps:YES];
+    // From macOS 14 the system decides whether an activation takes the focus, and the old
+    // call is deprecated.
+    if (@available(macOS 14.0, *)) {
+        [[NSApplication sharedApplication] activate];
+    } else {
+        [[NSApplication sharedApplication] activateIgnoringOtherApps:YES];
+    }
 }
 
 } // namespace sayvo

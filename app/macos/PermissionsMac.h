@@ -23,7 +23,7 @@ public:
     void promptAccessibility() override;
     bool isInputMonitoringGranted() override;
     void requestInputMonitoringAccess() override;
-    void openSettings(Kind kind) override;
+    void openSettings(Permission permission) override;
 };
 
 } // namespace sayvo

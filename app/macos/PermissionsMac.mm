@@ -101,17 +101,17 @@ void PermissionsMac::requestInputMonitoringAccess()
     CGRequestListenEventAccess();
 }
 
-void PermissionsMac::openSettings(Kind kind)
+void PermissionsMac::openSettings(Permission permission)
 {
     const char *pane = kMicrophonePane;
-    switch (kind) {
-    case Kind::microphone:
+    switch (permission) {
+    case Permission::microphone:
         pane = kMicrophonePane;
         break;
-    case Kind::accessibility:
+    case Permission::accessibility:
         pane = kAccessibilityPane;
         break;
-    case Kind::inputMonitoring:
+    case Permission::inputMonitoring:
         pane = kInputMonitoringPane;
         break;
     }

@@ -13,10 +13,18 @@ AudioCapture::AudioCapture(std::unique_ptr<AudioInputEngine> engine, AudioHardwa
     : m_engine(std::move(engine)),
       m_hardware(hardware),
       m_queue(std::make_unique<SerialQueue>(kQueueLabel))
-{ }
+{
+    m_engine->setOnInterruption([this](const QString &reason) {
+        std::lock_guard lock(m_onInterruptedMutex);
+        if (m_onInterrupted) {
+            m_onInterrupted(reason);
+        }
+    });
+}
 
 AudioCapture::~AudioCapture()
 {
+    m_engine->setOnInterruption({});
     // The tap and the queued work refer to this object: silence the tap first, then the
     // queue (the last member) discards what is still pending.
     if (m_isPrepared) {
@@ -44,6 +52,12 @@ void AudioCapture::setOnCaptureLive(LiveHandler handler)
     m_queue->sync([&] { m_onCaptureLive = std::move(handler); });
 }
 
+void AudioCapture::setOnInterrupted(InterruptionHandler handler)
+{
+    std::lock_guard lock(m_onInterruptedMutex);
+    m_onInterrupted = std::move(handler);
+}
+
 Status<AudioCaptureError> AudioCapture::prepare()
 {
     if (m_isPrepared) {
@@ -62,9 +76,19 @@ Status<AudioCaptureError> AudioCapture::prepare()
     if (!converter) {
         return AudioCaptureError::converterUnavailable(format->sampleRate, format->channels);
     }
-    m_converter = std::move(converter);
-    m_engine->installTap(
-        kTapBufferFrames, *format, [this](const AudioBufferView &buffer) { handleBuffer(buffer); });
+    {
+        std::lock_guard lock(m_converterMutex);
+        m_converter = std::move(converter);
+    }
+    const auto bufferFrames
+        = quint32(std::max(1L, std::lround(format->sampleRate * kTapBufferMs / 1000.0)));
+    if (const auto refused = m_engine->installTap(bufferFrames, *format,
+            [this](const AudioBufferView &buffer) { handleBuffer(buffer); })) {
+        std::lock_guard lock(m_converterMutex);
+        m_converter.reset();
+        return AudioCaptureError::tapRefused(*refused);
+    }
+    m_preparedFormat = *format;
     m_isPrepared = true;
     Logging::shared().info(
         QStringLiteral("audio ready (idle): input %1 Hz, %2 ch \u2014 mic opens only while "
@@ -127,14 +151,20 @@ void AudioCapture::handleBuffer(const AudioBufferView &buffer)
     if (onRMS) {
         (*onRMS)(rms);
     }
+    // Under the lock, so a stop that drains the converter waits for this buffer and its
+    // audio is queued before the tail.
+    std::lock_guard lock(m_converterMutex);
     if (!m_isForwarding || !m_converter) {
         return;
     }
-    auto converted = m_converter->convert(buffer);
-    if (!converted) {
-        return;
+    if (auto converted = m_converter->convert(buffer)) {
+        deliverConverted(std::move(*converted), rms);
     }
-    const qint64 byteCount = converted->size();
+}
+
+void AudioCapture::deliverConverted(QByteArray bytes, float rms)
+{
+    const qint64 byteCount = bytes.size();
     m_queue->async([this, rms, byteCount] {
         if (!m_didSignalLive) {
             m_didSignalLive = true;
@@ -145,7 +175,7 @@ void AudioCapture::handleBuffer(const AudioBufferView &buffer)
         m_lastUtterancePeakRMS = std::max(m_lastUtterancePeakRMS, rms);
         m_lastUtteranceBytes += byteCount;
     });
-    enqueue(std::move(*converted));
+    enqueue(std::move(bytes));
 }
 
 void AudioCapture::enqueue(QByteArray bytes)
@@ -170,18 +200,39 @@ void AudioCapture::startForwarding()
         m_lastUtteranceBytes = 0;
         m_didSignalLive = false;
     });
+    {
+        std::lock_guard lock(m_converterMutex);
+        if (m_converter) {
+            m_converter->reset();
+        }
+    }
+    openMicrophone();
+    m_isForwarding = true;
+}
+
+void AudioCapture::openMicrophone()
+{
     if (m_isPrepared && !m_engine->isRunning()) {
         if (const auto failure = m_engine->start()) {
             Logging::shared().error(
                 QStringLiteral("could not start mic capture: %1").arg(*failure));
         }
     }
-    m_isForwarding = true;
 }
 
 void AudioCapture::stopForwarding(bool flush)
 {
-    m_isForwarding = false;
+    {
+        std::lock_guard lock(m_converterMutex);
+        m_isForwarding = false;
+        // The last 20 to 40 ms of speech are still inside the resampler's filter.
+        if (m_converter) {
+            auto tail = m_converter->drain();
+            if (tail && flush) {
+                deliverConverted(std::move(*tail), 0.0f);
+            }
+        }
+    }
     m_queue->sync([this, flush] {
         if (flush && !m_pendingBytes.isEmpty() && m_onChunk) {
             m_onChunk(QByteArray(m_pendingBytes.constData(), m_pendingBytes.size()));
@@ -219,6 +270,34 @@ void AudioCapture::reconcile(const QSet<QString> &availableUIDs)
     }
 }
 
+void AudioCapture::followDefaultInput()
+{
+    // A chosen device stays bound whatever the system prefers.
+    if (!m_isPrepared || m_activeDeviceUID) {
+        return;
+    }
+    rebuildAndResume();
+}
+
+void AudioCapture::recover()
+{
+    if (m_isPrepared && m_engine->isRunning() == m_isForwarding.load()) {
+        const auto format = m_engine->inputFormat();
+        if (format && *format == m_preparedFormat) {
+            return;
+        }
+    }
+    rebuildAndResume();
+}
+
+void AudioCapture::rebuildAndResume()
+{
+    rebuild();
+    if (m_isForwarding) {
+        openMicrophone();
+    }
+}
+
 void AudioCapture::rebuild()
 {
     m_engine->removeTap();
@@ -226,7 +305,10 @@ void AudioCapture::rebuild()
         m_engine->stop();
     }
     m_isPrepared = false;
-    m_converter.reset();
+    {
+        std::lock_guard lock(m_converterMutex);
+        m_converter.reset();
+    }
     if (const auto status = prepare(); !status) {
         Logging::shared().error(
             QStringLiteral("audio device switch failed: %1").arg(status.error().describe()));

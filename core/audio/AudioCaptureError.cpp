@@ -32,6 +32,8 @@ QString AudioCaptureError::describe() const
             .arg(channels);
     case Kind::soundServerUnavailable:
         return QStringLiteral("could not reach the sound server: %1").arg(reason);
+    case Kind::tapRefused:
+        return QStringLiteral("the sound system refused the capture tap: %1").arg(reason);
     }
     return {};
 }

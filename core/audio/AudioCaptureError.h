@@ -15,6 +15,9 @@ struct AudioCaptureError
         converterUnavailable,
         // The sound server cannot be reached (not running, or gone); `reason` says why.
         soundServerUnavailable,
+        // The sound system refused the tap on the input (a format it no longer has, or a
+        // device that vanished meanwhile); `reason` says why.
+        tapRefused,
     };
 
     Kind kind = Kind::invalidInputFormat;
@@ -33,6 +36,11 @@ struct AudioCaptureError
     static AudioCaptureError soundServerUnavailable(const QString &reason)
     {
         return {Kind::soundServerUnavailable, 0.0, 0, reason};
+    }
+
+    static AudioCaptureError tapRefused(const QString &reason)
+    {
+        return {Kind::tapRefused, 0.0, 0, reason};
     }
 
     QString describe() const;

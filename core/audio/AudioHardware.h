@@ -61,6 +61,12 @@ public:
     // removeDeviceListListener returns, it is never called again.
     virtual ListenerId addDeviceListListener(std::function<void()> callback) = 0;
     virtual void removeDeviceListListener(ListenerId id) = 0;
+
+    // The callback runs on a thread of the sound system whenever the system's default input
+    // may have changed: the user picked another input, or a headset that took over came or
+    // went. After removeDefaultInputListener returns, it is never called again.
+    virtual ListenerId addDefaultInputListener(std::function<void()> callback) = 0;
+    virtual void removeDefaultInputListener(ListenerId id) = 0;
 };
 
 } // namespace sayvo

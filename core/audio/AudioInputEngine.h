@@ -37,6 +37,7 @@ class AudioInputEngine
 {
 public:
     using Tap = std::function<void(const AudioBufferView &)>;
+    using InterruptionHandler = std::function<void(const QString &reason)>;
 
     virtual ~AudioInputEngine() = default;
 
@@ -50,15 +51,25 @@ public:
     // sound system cannot be reached.
     virtual Expected<AudioStreamFormat, QString> inputFormat() = 0;
 
-    // Buffers of about bufferFrames frames in `format` go to the tap while the engine
-    // runs. After removeTap returns the tap is never called again.
-    virtual void installTap(quint32 bufferFrames, AudioStreamFormat format, Tap tap) = 0;
+    // Buffers in `format` go to the tap while the engine runs: about bufferFrames frames
+    // each, or longer where the sound system has a minimum (up to a few hundred
+    // milliseconds). Returns the reason when the sound system refused the tap; then there is
+    // none. After removeTap returns the tap is never called again.
+    virtual std::optional<QString> installTap(
+        quint32 bufferFrames, AudioStreamFormat format, Tap tap)
+        = 0;
     virtual void removeTap() = 0;
 
     // Opens the microphone; on failure returns the reason and stays stopped.
     virtual std::optional<QString> start() = 0;
     virtual void stop() = 0;
     virtual bool isRunning() const = 0;
+
+    // Called on a thread of the sound system when the input changed under the engine: its
+    // device went away or changed format, or the system ended the stream. The tap gets
+    // nothing more until the owner builds the capture again. Set from the owner's thread;
+    // after it is replaced the previous handler is never called again.
+    virtual void setOnInterruption(InterruptionHandler handler) = 0;
 };
 
 } // namespace sayvo

@@ -3,6 +3,7 @@
 #include "calibration/WordErrorRate.h"
 #include "engineclient/EngineClient.h"
 #include "session/SayvoCoordinator.h"
+#include "store/SettingsStore.h"
 
 #include <QPointer>
 
@@ -16,18 +17,27 @@ QString CalibrationController::emptyTranscriptMessage()
 }
 
 CalibrationController::CalibrationController(SayvoCoordinator &coordinator, EngineClient &client,
-    QList<CalibrationPrompt> prompts, QObject *parent)
+    SettingsStore &settings, QList<CalibrationPrompt> prompts, QObject *parent)
     : QObject(parent),
       m_coordinator(coordinator),
       m_client(client),
+      m_settings(settings),
       m_prompts(std::move(prompts)),
       m_pendingQueue(allPromptIds())
-{ }
+{
+    connect(&m_coordinator, &SayvoCoordinator::stateChanged, this,
+        &CalibrationController::canStartRecordingChanged);
+    connect(&m_settings, &SettingsStore::feedbackEnabledChanged, this, [this](bool enabled) {
+        if (enabled) {
+            setAwaitingSharing(false);
+        }
+    });
+}
 
 CalibrationController::~CalibrationController()
 {
-    // A sink left behind would keep swallowing finals that belong in the focused application.
-    clearSink();
+    // A line still being read would otherwise end up in whatever application has the focus.
+    abandonReading();
 }
 
 std::optional<CalibrationPrompt> CalibrationController::currentPrompt() const
@@ -69,31 +79,55 @@ bool CalibrationController::canStartOver() const
 {
     const bool between
         = m_phase == Phase::ready || m_phase == Phase::reviewing || m_phase == Phase::finished;
-    return between && !m_results.isEmpty();
+    return between && !m_isSubmitting && !m_results.isEmpty();
+}
+
+bool CalibrationController::canStartRecording() const
+{
+    return m_phase == Phase::ready && currentPrompt().has_value()
+        && m_coordinator.state().is<AppState::Idle>();
+}
+
+bool CalibrationController::canSubmit() const
+{
+    return m_phase == Phase::reviewing && !m_isSubmitting && !m_results.isEmpty();
 }
 
 void CalibrationController::startRecording()
 {
-    if (m_phase != Phase::ready || !currentPrompt()) {
+    if (!canStartRecording()) {
         return;
     }
     setLastError(std::nullopt);
+    const quint64 reading = ++m_reading;
     QPointer<CalibrationController> self(this);
-    m_coordinator.setCalibrationSink([self](const FinalMessage &final) {
-        if (!self) {
-            return;
-        }
+    // Outcomes are handled from the event loop, never inside the coordinator's delivery.
+    const auto later = [self, reading](std::function<void(CalibrationController &)> handle) {
         QMetaObject::invokeMethod(
             self.data(),
-            [self, final] {
-                if (self) {
-                    self->handleFinal(final);
+            [self, reading, handle = std::move(handle)] {
+                if (self && self->m_reading == reading && self->isReading()) {
+                    handle(*self);
                 }
             },
             Qt::QueuedConnection);
-    });
-    m_sinkInstalled = true;
-    m_coordinator.beginCalibrationUtterance();
+    };
+    SayvoCoordinator::CalibrationSink sink;
+    sink.onFinal = [later](const FinalMessage &final) {
+        later([final](CalibrationController &c) { c.handleFinal(final); });
+    };
+    sink.onFailure = [later](const QString &message) {
+        later([message](CalibrationController &c) { c.handleFailure(message); });
+    };
+    const auto began = m_coordinator.beginCalibrationUtterance(std::move(sink));
+    if (!began) {
+        // The coordinator shows why on its own state; the line says it too.
+        const auto *error = m_coordinator.state().as<AppState::Error>();
+        setLastError(error != nullptr
+                ? error->message
+                : QStringLiteral("Dictation is busy \u2014 try this line again in a moment."));
+        return;
+    }
     setPhase(Phase::recording);
 }
 
@@ -108,12 +142,25 @@ void CalibrationController::stopRecording()
 
 void CalibrationController::cancel()
 {
-    clearSink();
+    abandonReading();
     setPhase(m_pendingQueue.isEmpty() ? Phase::reviewing : Phase::ready);
+}
+
+void CalibrationController::abandonReading()
+{
+    if (isReading()) {
+        ++m_reading;
+        m_coordinator.cancelCalibrationUtterance();
+    }
 }
 
 void CalibrationController::restart()
 {
+    if (m_isSubmitting) {
+        return;
+    }
+    abandonReading();
+    setAwaitingSharing(false);
     setResults({});
     setPendingQueue(allPromptIds());
     setLastError(std::nullopt);
@@ -132,7 +179,7 @@ void CalibrationController::remove(const QUuid &resultId)
 
 void CalibrationController::requeue(const QUuid &resultId, QueuePosition position)
 {
-    if (m_phase != Phase::ready && m_phase != Phase::reviewing) {
+    if ((m_phase != Phase::ready && m_phase != Phase::reviewing) || m_isSubmitting) {
         return;
     }
     const std::optional<int> promptId = takeResult(resultId);
@@ -146,24 +193,38 @@ void CalibrationController::requeue(const QUuid &resultId, QueuePosition positio
         queue.append(*promptId);
     }
     setPendingQueue(std::move(queue));
+    setAwaitingSharing(false);
     setPhase(Phase::ready);
 }
 
 void CalibrationController::submit()
 {
-    if (m_results.isEmpty() || m_isSubmitting) {
+    if (!canSubmit()) {
         return;
     }
+    if (!m_settings.feedbackEnabled()) {
+        setAwaitingSharing(true);
+        return;
+    }
+    setAwaitingSharing(false);
     setIsSubmitting(true);
     sendNext(m_results);
+}
+
+void CalibrationController::enableSharingAndSubmit()
+{
+    if (!canSubmit()) {
+        return;
+    }
+    m_settings.setFeedbackEnabled(true);
+    submit();
 }
 
 void CalibrationController::sendNext(QList<Result> remaining)
 {
     if (remaining.isEmpty()) {
-        setIsSubmitting(false);
-        clearSink();
         setPhase(Phase::finished);
+        setIsSubmitting(false);
         return;
     }
     const Result result = remaining.takeFirst();
@@ -202,12 +263,13 @@ void CalibrationController::handleFinal(const FinalMessage &final)
     QList<int> queue = m_pendingQueue;
     queue.removeFirst();
     setPendingQueue(std::move(queue));
-    if (m_pendingQueue.isEmpty()) {
-        clearSink();
-        setPhase(Phase::reviewing);
-    } else {
-        setPhase(Phase::ready);
-    }
+    setPhase(m_pendingQueue.isEmpty() ? Phase::reviewing : Phase::ready);
+}
+
+void CalibrationController::handleFailure(const QString &message)
+{
+    setLastError(message);
+    setPhase(Phase::ready);
 }
 
 std::optional<int> CalibrationController::takeResult(const QUuid &resultId)
@@ -221,14 +283,6 @@ std::optional<int> CalibrationController::takeResult(const QUuid &resultId)
         }
     }
     return std::nullopt;
-}
-
-void CalibrationController::clearSink()
-{
-    if (m_sinkInstalled) {
-        m_coordinator.setCalibrationSink({});
-        m_sinkInstalled = false;
-    }
 }
 
 QList<int> CalibrationController::allPromptIds() const
@@ -283,6 +337,15 @@ void CalibrationController::setIsSubmitting(bool submitting)
     }
     m_isSubmitting = submitting;
     emit isSubmittingChanged(submitting);
+}
+
+void CalibrationController::setAwaitingSharing(bool awaiting)
+{
+    if (m_awaitingSharing == awaiting) {
+        return;
+    }
+    m_awaitingSharing = awaiting;
+    emit isAwaitingSharingChanged(awaiting);
 }
 
 } // namespace sayvo

@@ -14,12 +14,14 @@ namespace sayvo {
 
 class EngineClient;
 class SayvoCoordinator;
+class SettingsStore;
 
 // The read-aloud accuracy test: the user records one utterance per prompt, each final
 // transcript is scored by word error rate against the prompt, and the reviewed set is sent to
-// the engine as calibration feedback. Main thread only. The coordinator and the client must
-// outlive the controller; while a line is being read, the controller's sink on the
-// coordinator receives the finals instead of the focused application.
+// the engine as calibration feedback. Main thread only. The coordinator, the client and the
+// settings must outlive the controller. Only the line being read is routed away from the
+// focused application: from Start Reading until that line's final, failure or cancel; any
+// dictation in between is the user's own. Results are sent only with sharing turned on.
 class CalibrationController : public QObject
 {
     Q_OBJECT
@@ -51,7 +53,7 @@ public:
     static QString emptyTranscriptMessage();
 
     CalibrationController(SayvoCoordinator &coordinator, EngineClient &client,
-        QList<CalibrationPrompt> prompts, QObject *parent = nullptr);
+        SettingsStore &settings, QList<CalibrationPrompt> prompts, QObject *parent = nullptr);
     ~CalibrationController() override;
 
     Phase phase() const { return m_phase; }
@@ -61,12 +63,20 @@ public:
     const std::optional<QString> &lastError() const { return m_lastError; }
     const QList<CalibrationPrompt> &prompts() const { return m_prompts; }
     bool isSubmitting() const { return m_isSubmitting; }
+    // Submit was asked for while sharing is off: nothing was sent, and the user is offered
+    // to turn sharing on. Cleared once sharing is on or the set changes.
+    bool isAwaitingSharing() const { return m_awaitingSharing; }
 
     std::optional<CalibrationPrompt> currentPrompt() const;
     double meanWER() const;
     double exactMatchRate() const;
-    // Starting afresh is offered only between recordings and once something was read.
+    // Starting afresh is offered only between recordings, never while sending, and once
+    // something was read.
     bool canStartOver() const;
+    // A line can be read when one is current, none is being read, and dictation is idle.
+    bool canStartRecording() const;
+    // Only a reviewed set is sent, and only once at a time.
+    bool canSubmit() const;
 
     // Each is ignored outside the phases it belongs to.
     void startRecording();
@@ -76,9 +86,11 @@ public:
     void redo(const QUuid &resultId);
     void remove(const QUuid &resultId);
     // Sends every result as "utterance.feedback" with source "calibration", each send awaited
-    // before the next; a failed send is skipped. Then the phase becomes finished. Nothing is
-    // sent without results or while an earlier submit is still sending.
+    // before the next; a failed send is skipped. Then the phase becomes finished. Only from
+    // reviewing; with sharing off nothing is sent and isAwaitingSharing() becomes true.
     void submit();
+    // Turns sharing on in the settings, then submits.
+    void enableSharingAndSubmit();
 
     // A final message routed to calibration; ignored when no line is current.
     void handleFinal(const FinalMessage &final);
@@ -89,6 +101,9 @@ signals:
     void resultsChanged();
     void lastErrorChanged(const std::optional<QString> &error);
     void isSubmittingChanged(bool submitting);
+    void isAwaitingSharingChanged(bool awaiting);
+    // Whether a line can be started may have changed (dictation went busy or idle).
+    void canStartRecordingChanged();
 
 private:
     void setPhase(Phase phase);
@@ -96,7 +111,11 @@ private:
     void setResults(QList<Result> results);
     void setLastError(std::optional<QString> error);
     void setIsSubmitting(bool submitting);
-    void clearSink();
+    void setAwaitingSharing(bool awaiting);
+    void handleFailure(const QString &message);
+    // Ends the line being read, if any, so its result is dropped.
+    void abandonReading();
+    bool isReading() const { return m_phase == Phase::recording || m_phase == Phase::scoring; }
     QList<int> allPromptIds() const;
     void sendNext(QList<Result> remaining);
     // Removes the result and returns its prompt id; nullopt when no result has that id.
@@ -110,13 +129,16 @@ private:
 
     SayvoCoordinator &m_coordinator;
     EngineClient &m_client;
+    SettingsStore &m_settings;
     QList<CalibrationPrompt> m_prompts;
     Phase m_phase = Phase::ready;
     QList<int> m_pendingQueue;
     QList<Result> m_results;
     std::optional<QString> m_lastError;
     bool m_isSubmitting = false;
-    bool m_sinkInstalled = false;
+    bool m_awaitingSharing = false;
+    // Counts readings, so an outcome queued for a reading that was cancelled is dropped.
+    quint64 m_reading = 0;
 };
 
 } // namespace sayvo

@@ -1,6 +1,7 @@
 #include "calibration/WordErrorRate.h"
 
 #include <QChar>
+#include <QTextBoundaryFinder>
 
 #include <algorithm>
 #include <vector>
@@ -11,10 +12,17 @@ QStringList normalizedWords(const QString &text)
 {
     QStringList words;
     QString word;
-    // Code points rather than UTF-16 units, so a letter outside the BMP is not split in two.
-    for (const char32_t c : text.toLower().toUcs4()) {
-        if (QChar::isLetterOrNumber(c) || c == U'\'') {
-            word.append(QString::fromUcs4(&c, 1));
+    const QString lower = text.toLower();
+    // Whole user-perceived characters, so a letter with combining accents (or outside the
+    // BMP) stays one piece of its word; the base character decides whether it belongs.
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, lower);
+    qsizetype start = 0;
+    for (qsizetype end = finder.toNextBoundary(); end > 0; end = finder.toNextBoundary()) {
+        const QStringView cluster = QStringView(lower).mid(start, end - start);
+        start = end;
+        const char32_t base = cluster.toUcs4().value(0);
+        if (QChar::isLetterOrNumber(base) || base == U'\'') {
+            word.append(cluster);
         } else if (!word.isEmpty()) {
             words.append(word);
             word.clear();

@@ -28,8 +28,10 @@ using AttributeValue = std::variant<QString, AccessibleElementPtr, OtherAttribut
 
 // The platform's accessibility interface, addressed by the attribute names of the macOS
 // accessibility API ("AXFocusedUIElement", "AXFocusedWindow", "AXTitle", "AXSelectedText",
-// "AXValue"); adapters translate them. Main thread only; every call answers within a short
-// time-out. When accessibility is unavailable every query is absent and every write fails.
+// "AXValue"); adapters translate them. Main thread only. Reads answer within a short time-out
+// (a slow application's context is not worth the wait); writes wait for the application's
+// answer, because a failed write is followed by a paste and a write that timed out may land
+// after all. When accessibility is unavailable every query is absent and every write fails.
 class AccessibilityProvider
 {
 public:

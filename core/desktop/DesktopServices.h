@@ -20,6 +20,8 @@ struct DesktopServices
 {
     std::unique_ptr<KeyboardEventSource> keyboard;
     std::shared_ptr<Pasteboard> pasteboard;
+    // The X11 primary selection, which some terminals paste from; null where there is none.
+    std::shared_ptr<Pasteboard> primarySelection;
     std::shared_ptr<KeySynthesizer> keySynthesizer;
     std::shared_ptr<AccessibilityProvider> accessibility;
     std::shared_ptr<Workspace> workspace;

@@ -10,6 +10,8 @@ QString describe(HotkeyError error)
     switch (error) {
     case HotkeyError::tapCreationFailed:
         return QStringLiteral("the keyboard tap could not be created");
+    case HotkeyError::permissionMissing:
+        return QStringLiteral("Sayvo may not watch the keyboard yet");
     }
     return {};
 }
@@ -28,6 +30,9 @@ Status<HotkeyError> HotkeyManager::start()
 {
     if (m_installed) {
         return {};
+    }
+    if (!m_source->isPermitted()) {
+        return HotkeyError::permissionMissing;
     }
     std::vector<int> swallowed;
     if (m_trigger == HotkeyTrigger::f5) {

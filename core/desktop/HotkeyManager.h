@@ -14,6 +14,8 @@ namespace sayvo {
 
 enum class HotkeyError {
     tapCreationFailed,
+    // The user has not (yet) let Sayvo watch the keyboard.
+    permissionMissing,
 };
 
 QString describe(HotkeyError error);
@@ -35,8 +37,10 @@ public:
     void setOnStart(std::function<void()> callback) { m_onStart = std::move(callback); }
     void setOnEnd(std::function<void()> callback) { m_onEnd = std::move(callback); }
 
-    // Installs the keyboard tap; does nothing when it is already installed. On failure the
-    // manager stays uninstalled and may be started again later.
+    // Installs the keyboard tap; does nothing when it is already installed. Without the
+    // user's leave to watch the keyboard nothing is installed, since such a tap would never
+    // fire. On failure the manager stays uninstalled and may be started again later, until
+    // the leave is given.
     Status<HotkeyError> start();
     // Removes the tap. A key still held gets no onEnd.
     void stop();

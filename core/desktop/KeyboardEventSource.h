@@ -67,6 +67,9 @@ public:
     virtual void uninstall() = 0;
     // Switches a tap the system disabled back on.
     virtual void reenable() = 0;
+    // Whether the user has let this process watch the keyboard. Where that takes leave
+    // (macOS), a hook made without it is created all the same but never sees a key.
+    virtual bool isPermitted() const { return true; }
     virtual TriggerKeyCodes keyCodes() const = 0;
 };
 

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <functional>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -13,8 +14,19 @@ namespace sayvo {
 // data, in the order the item offers them.
 using PasteboardItem = std::vector<std::pair<QString, QByteArray>>;
 
-// The system clipboard. Main thread only. The change count goes up whenever anyone, this
-// process included, writes the clipboard; it has no meaning across processes.
+// The system clipboard (or, on X11, also the primary selection). Main thread only. The change
+// count goes up whenever anyone, this process included, writes it; it has no meaning across
+// processes.
+//
+// Writes replace the whole content in one step: at no moment is the clipboard empty or
+// ownerless on the way, which a clipboard manager would take as a reason to put its own
+// entry back.
+//
+// Read reports: an adapter that can see another application being given the data this
+// process put on the clipboard (on X11 a selection request answered with it, on Wayland a
+// data-control source asked to send it) says so with reportServed(), and reportsServed()
+// is true. A paste keeps its text on the clipboard until that report (see TextInserter), so
+// adapters only report the event and decide nothing.
 class Pasteboard
 {
 public:
@@ -25,14 +37,34 @@ public:
     virtual std::vector<PasteboardItem> items() = 0;
     // The plain-text content, absent when the clipboard holds no text.
     virtual std::optional<QString> string() = 0;
+    // Empties the clipboard.
     virtual void clearContents() = 0;
     // Puts text on the clipboard as plain text, marked so that clipboard managers keep it out of
     // their history. False when the clipboard could not be taken.
     virtual bool setConcealedString(const QString &text) = 0;
+    // Replaces the content with these items; false when the clipboard could not be taken.
     virtual bool writeItems(const std::vector<PasteboardItem> &items) = 0;
     virtual qint64 changeCount() = 0;
     // False where the session keeps the clipboard from Sayvo; pasting is not tried then.
     virtual bool isAvailable() const { return true; }
+
+    // Whether this adapter calls reportServed(); without it a paste can only wait a fixed
+    // time for the target to read.
+    virtual bool reportsServed() const { return false; }
+    // Runs on the main thread each time another application was handed the data this process
+    // wrote, after the whole transfer (a look at the list of types does not count).
+    void setOnServed(std::function<void()> handler) { m_onServed = std::move(handler); }
+
+protected:
+    void reportServed()
+    {
+        if (m_onServed) {
+            m_onServed();
+        }
+    }
+
+private:
+    std::function<void()> m_onServed;
 };
 
 // The clipboard of a session that keeps it from Sayvo: always empty, never written.

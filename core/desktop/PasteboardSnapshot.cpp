@@ -4,16 +4,25 @@ namespace sayvo {
 
 PasteboardSnapshot PasteboardSnapshot::capture(Pasteboard &pasteboard)
 {
-    return PasteboardSnapshot {pasteboard.items()};
+    // An item none of whose types could be read (data promised by an application that has
+    // quit) would come back as an empty item, which pastes as nothing: leave it out.
+    PasteboardSnapshot snapshot;
+    for (PasteboardItem &item : pasteboard.items()) {
+        if (!item.empty()) {
+            snapshot.items.push_back(std::move(item));
+        }
+    }
+    return snapshot;
 }
 
-void PasteboardSnapshot::restore(Pasteboard &pasteboard) const
+bool PasteboardSnapshot::restore(Pasteboard &pasteboard) const
 {
-    pasteboard.clearContents();
+    // One write replaces the content, so the clipboard is never empty on the way back.
     if (items.empty()) {
-        return;
+        pasteboard.clearContents();
+        return true;
     }
-    pasteboard.writeItems(items);
+    return pasteboard.writeItems(items);
 }
 
 } // namespace sayvo

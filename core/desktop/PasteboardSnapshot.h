@@ -6,15 +6,16 @@
 
 namespace sayvo {
 
-// A copy of the whole clipboard, taken before a paste and put back afterwards.
+// A copy of the whole clipboard, taken before a paste and put back afterwards: every item
+// with at least one readable type.
 struct PasteboardSnapshot
 {
     std::vector<PasteboardItem> items;
 
     static PasteboardSnapshot capture(Pasteboard &pasteboard);
-    // Clears the clipboard and writes every saved item back in order; an empty snapshot leaves
-    // the clipboard empty.
-    void restore(Pasteboard &pasteboard) const;
+    // Puts every saved item back in order, in one write; an empty snapshot empties the
+    // clipboard. False when the clipboard could not be written.
+    bool restore(Pasteboard &pasteboard) const;
 
     bool operator==(const PasteboardSnapshot &) const = default;
 };

@@ -2,108 +2,293 @@
 
 #include "desktop/AXHelpers.h"
 
-#include <QStringList>
+#include <QHash>
 
 namespace sayvo {
 
-bool isTerminalEmulator(const QString &bundleId)
+PasteShortcut pasteShortcutFor(const QString &bundleId)
 {
-    // X11 WM_CLASS classes and Wayland app ids.
-    static const QStringList kTerminalClasses {QStringLiteral("xterm"), QStringLiteral("urxvt"),
-        QStringLiteral("gnome-terminal"), QStringLiteral("gnome-terminal-server"),
-        QStringLiteral("org.gnome.Terminal"), QStringLiteral("org.gnome.Console"),
-        QStringLiteral("konsole"), QStringLiteral("org.kde.konsole"), QStringLiteral("kitty"),
-        QStringLiteral("alacritty"), QStringLiteral("foot"), QStringLiteral("footclient"),
-        QStringLiteral("xfce4-terminal"), QStringLiteral("tilix"), QStringLiteral("wezterm"),
-        QStringLiteral("org.wezfurlong.wezterm")};
-    return kTerminalClasses.contains(bundleId, Qt::CaseInsensitive);
+    // The chord each terminal emulator in Debian pastes the clipboard with out of the box,
+    // by the class its windows carry (lower case; the app id under Wayland).
+    static const QHash<QString, PasteShortcut> kTerminals {
+        // xterm pastes only the primary selection (or cut buffer 0) from the keyboard.
+        {QStringLiteral("xterm"), PasteShortcut::shiftInsert},
+        {QStringLiteral("uxterm"), PasteShortcut::shiftInsert},
+        // rxvt-unicode: Control-Meta-V; its Shift-Insert reads the primary selection.
+        {QStringLiteral("urxvt"), PasteShortcut::controlAltV},
+        {QStringLiteral("rxvt"), PasteShortcut::controlAltV},
+        {QStringLiteral("rxvt-unicode"), PasteShortcut::controlAltV},
+        // The rest take Control-Shift-V.
+        {QStringLiteral("gnome-terminal"), PasteShortcut::controlShiftV},
+        {QStringLiteral("gnome-terminal-server"), PasteShortcut::controlShiftV},
+        {QStringLiteral("org.gnome.terminal"), PasteShortcut::controlShiftV},
+        {QStringLiteral("kgx"), PasteShortcut::controlShiftV},
+        {QStringLiteral("org.gnome.console"), PasteShortcut::controlShiftV},
+        {QStringLiteral("org.gnome.ptyxis"), PasteShortcut::controlShiftV},
+        {QStringLiteral("ptyxis"), PasteShortcut::controlShiftV},
+        {QStringLiteral("konsole"), PasteShortcut::controlShiftV},
+        {QStringLiteral("org.kde.konsole"), PasteShortcut::controlShiftV},
+        {QStringLiteral("yakuake"), PasteShortcut::controlShiftV},
+        {QStringLiteral("xfce4-terminal"), PasteShortcut::controlShiftV},
+        {QStringLiteral("mate-terminal"), PasteShortcut::controlShiftV},
+        {QStringLiteral("lxterminal"), PasteShortcut::controlShiftV},
+        {QStringLiteral("qterminal"), PasteShortcut::controlShiftV},
+        {QStringLiteral("terminator"), PasteShortcut::controlShiftV},
+        {QStringLiteral("tilix"), PasteShortcut::controlShiftV},
+        {QStringLiteral("com.gexperts.tilix"), PasteShortcut::controlShiftV},
+        {QStringLiteral("sakura"), PasteShortcut::controlShiftV},
+        {QStringLiteral("guake"), PasteShortcut::controlShiftV},
+        {QStringLiteral("tilda"), PasteShortcut::controlShiftV},
+        {QStringLiteral("terminology"), PasteShortcut::controlShiftV},
+        {QStringLiteral("st"), PasteShortcut::controlShiftV},
+        {QStringLiteral("st-256color"), PasteShortcut::controlShiftV},
+        {QStringLiteral("stterm"), PasteShortcut::controlShiftV},
+        {QStringLiteral("kitty"), PasteShortcut::controlShiftV},
+        {QStringLiteral("alacritty"), PasteShortcut::controlShiftV},
+        {QStringLiteral("foot"), PasteShortcut::controlShiftV},
+        {QStringLiteral("footclient"), PasteShortcut::controlShiftV},
+        {QStringLiteral("wezterm"), PasteShortcut::controlShiftV},
+        {QStringLiteral("org.wezfurlong.wezterm"), PasteShortcut::controlShiftV},
+        {QStringLiteral("cool-retro-term"), PasteShortcut::controlShiftV},
+        {QStringLiteral("deepin-terminal"), PasteShortcut::controlShiftV},
+        {QStringLiteral("zutty"), PasteShortcut::controlShiftV},
+    };
+    return kTerminals.value(bundleId.toLower(), PasteShortcut::standard);
 }
 
 TextInserter::TextInserter(std::shared_ptr<Pasteboard> pasteboard,
     std::shared_ptr<KeySynthesizer> keySynthesizer,
     std::shared_ptr<AccessibilityProvider> accessibility, std::shared_ptr<Workspace> workspace,
-    QObject *parent)
+    std::shared_ptr<Pasteboard> primarySelection, QObject *parent)
     : QObject(parent),
       m_pasteboard(std::move(pasteboard)),
       m_keySynthesizer(std::move(keySynthesizer)),
       m_accessibility(std::move(accessibility)),
-      m_workspace(std::move(workspace))
+      m_workspace(std::move(workspace)),
+      m_primarySelection(std::move(primarySelection))
 {
-    m_restoreTimer.setSingleShot(true);
-    m_restoreTimer.setInterval(kRestoreDelayMs);
-    connect(&m_restoreTimer, &QTimer::timeout, this, &TextInserter::restoreIfUnchanged);
+    m_keyPoll.setSingleShot(true);
+    connect(&m_keyPoll, &QTimer::timeout, this, &TextInserter::pollKeys);
+    m_restoreCheck.setSingleShot(true);
+    m_restoreCheck.setTimerType(Qt::PreciseTimer);
+    connect(&m_restoreCheck, &QTimer::timeout, this, &TextInserter::considerRestore);
+    for (const auto &board : {m_pasteboard, m_primarySelection}) {
+        if (!board) {
+            continue;
+        }
+        Pasteboard *served = board.get();
+        board->setOnServed([this, served] {
+            if (m_current && m_current->pasteboard.get() == served) {
+                m_current->served = true;
+                considerRestore();
+            }
+        });
+    }
 }
 
-bool TextInserter::insert(const QString &text, InsertionMethod method)
+TextInserter::~TextInserter()
+{
+    for (const auto &board : {m_pasteboard, m_primarySelection}) {
+        if (board) {
+            board->setOnServed({});
+        }
+    }
+    // Quitting must not leave a transcript where the user's clipboard was.
+    if (m_current) {
+        release(true);
+    }
+}
+
+void TextInserter::insert(const QString &text, InsertionMethod method, Completion done)
 {
     if (text.isEmpty()) {
-        return false;
+        done(false);
+        return;
     }
     // Where the session keeps the clipboard from Sayvo (GNOME), nothing can be pasted: the
     // text goes in through accessibility or is typed key by key, and the clipboard is never
     // touched.
     if (!m_pasteboard->isAvailable()) {
-        return insertViaAX(text)
-            || (m_keySynthesizer->isAvailable() && m_keySynthesizer->typeText(text));
+        if (insertViaAX(text)) {
+            done(true);
+            return;
+        }
+        if (!m_keySynthesizer->isAvailable()) {
+            done(false);
+            return;
+        }
+        m_waiting.push_back(Paste {text, std::move(done), PasteShortcut::standard, nullptr, true});
+        startNextPaste();
+        return;
     }
     // Where the session lets no application post keys, accessibility is the only way in.
     if (!m_keySynthesizer->isAvailable()) {
-        return insertViaAX(text);
+        done(insertViaAX(text));
+        return;
     }
-    switch (method) {
-    case InsertionMethod::paste:
-        return insertViaPaste(text);
-    case InsertionMethod::axDirect:
-        return insertViaAX(text) || insertViaPaste(text);
+    if (method == InsertionMethod::axDirect && insertViaAX(text)) {
+        done(true);
+        return;
     }
-    return false;
+    insertViaPaste(text, std::move(done));
 }
 
-bool TextInserter::insertViaPaste(const QString &text)
+void TextInserter::insertViaPaste(const QString &text, Completion done)
 {
-    // A paste that follows another within the restore delay supersedes its restore. The
-    // clipboard then still holds the earlier transcript, so the user's own content is the
-    // snapshot still waiting, unless someone else wrote the clipboard in between.
+    m_waiting.push_back(Paste {text, std::move(done), PasteShortcut::standard, nullptr});
+    startNextPaste();
+}
+
+void TextInserter::startNextPaste()
+{
+    // One paste at a time: the next text goes on the clipboard only once the previous one
+    // was read.
+    if (m_sending || m_waiting.empty() || (m_current && !m_current->readyToRelease)) {
+        return;
+    }
+    m_sending = std::move(m_waiting.front());
+    m_waiting.pop_front();
+    m_keyWait.start();
+    pollKeys();
+}
+
+void TextInserter::pollKeys()
+{
+    if (m_keySynthesizer->isAnyKeyHeld() && m_keyWait.elapsed() < kLongestKeyWaitMs) {
+        m_keyPoll.start(kKeyPollMs);
+        return;
+    }
+    sendPaste();
+}
+
+PasteShortcut TextInserter::shortcutForFront() const
+{
+    const auto front = m_workspace->frontmostApplication();
+    if (!front || !front->bundleId) {
+        return PasteShortcut::standard;
+    }
+    return pasteShortcutFor(*front->bundleId);
+}
+
+void TextInserter::sendPaste()
+{
+    Paste paste = std::move(*m_sending);
+    m_sending.reset();
+    if (paste.typed) {
+        typeText(std::move(paste));
+        return;
+    }
+    paste.shortcut = shortcutForFront();
+    paste.pasteboard = m_pasteboard;
+    if (paste.shortcut == PasteShortcut::shiftInsert) {
+        if (m_primarySelection) {
+            paste.pasteboard = m_primarySelection;
+        } else {
+            paste.shortcut = PasteShortcut::controlShiftV;
+        }
+    }
+    Pasteboard &board = *paste.pasteboard;
+
+    // Without leave to post keys the chord would vanish and the transcript would sit on the
+    // clipboard for nothing: fail before touching it.
+    if (!m_keySynthesizer->mayPostEvents()) {
+        paste.done(false);
+        startNextPaste();
+        return;
+    }
+
+    // The previous paste's text still on this clipboard means the user's own content is the
+    // snapshot it saved; anything else written since is the user's now.
     PasteboardSnapshot snapshot;
-    if (m_restoreTimer.isActive() && m_pasteboard->changeCount() == m_changeCountAfterWrite) {
-        snapshot = std::move(m_pendingSnapshot);
-    } else {
-        snapshot = PasteboardSnapshot::capture(*m_pasteboard);
+    bool inherited = false;
+    if (m_current) {
+        if (m_current->pasteboard == paste.pasteboard
+            && board.changeCount() == m_current->changeCountAfterWrite) {
+            snapshot = std::move(m_current->snapshot);
+            inherited = true;
+            m_current.reset();
+            m_restoreCheck.stop();
+        } else {
+            const Holding previous = std::move(*m_current);
+            m_current.reset();
+            m_restoreCheck.stop();
+            if (previous.pasteboard->changeCount() == previous.changeCountAfterWrite) {
+                previous.snapshot.restore(*previous.pasteboard);
+            }
+        }
     }
-    m_restoreTimer.stop();
-    m_pendingSnapshot = {};
-
-    m_pasteboard->clearContents();
-    m_pasteboard->setConcealedString(text);
-    const qint64 countAfterWrite = m_pasteboard->changeCount();
-
-    if (!synthesizePaste()) {
-        snapshot.restore(*m_pasteboard);
-        return false;
+    if (!inherited) {
+        snapshot = PasteboardSnapshot::capture(board);
     }
-    m_pendingSnapshot = std::move(snapshot);
-    m_changeCountAfterWrite = countAfterWrite;
-    m_restoreTimer.start();
-    return true;
+
+    // A clipboard that cannot be written would paste whatever it holds: fail, and leave it
+    // as it is (it still holds the user's content, or the previous transcript that the
+    // inherited snapshot replaces).
+    if (!board.setConcealedString(paste.text)) {
+        if (inherited) {
+            snapshot.restore(board);
+        }
+        paste.done(false);
+        startNextPaste();
+        return;
+    }
+    const qint64 countAfterWrite = board.changeCount();
+    if (!m_keySynthesizer->postPaste(paste.shortcut)) {
+        snapshot.restore(board);
+        paste.done(false);
+        startNextPaste();
+        return;
+    }
+    m_current = Holding {paste.pasteboard, std::move(snapshot), countAfterWrite, {}, false, false};
+    m_current->sinceChord.start();
+    considerRestore();
+    paste.done(true);
 }
 
-void TextInserter::restoreIfUnchanged()
+void TextInserter::typeText(Paste typing)
 {
+    // Without leave to post keys the typed characters would vanish.
+    const bool typed = m_keySynthesizer->mayPostEvents() && m_keySynthesizer->typeText(typing.text);
+    typing.done(typed);
+    startNextPaste();
+}
+
+void TextInserter::considerRestore()
+{
+    if (!m_current || m_current->readyToRelease) {
+        return;
+    }
+    Holding &holding = *m_current;
     // Someone else wrote the clipboard since the paste: their content wins.
-    if (m_pasteboard->changeCount() == m_changeCountAfterWrite) {
-        m_pendingSnapshot.restore(*m_pasteboard);
+    if (holding.pasteboard->changeCount() != holding.changeCountAfterWrite) {
+        release(false);
+        return;
     }
-    m_pendingSnapshot = {};
+    const qint64 elapsedMs = holding.sinceChord.elapsed();
+    const bool read = holding.served || !holding.pasteboard->reportsServed();
+    if (!(read && elapsedMs >= kRestoreDelayMs) && elapsedMs < kLongestHoldMs) {
+        const qint64 nextMs = elapsedMs < kRestoreDelayMs ? kRestoreDelayMs : kLongestHoldMs;
+        m_restoreCheck.start(int(nextMs - elapsedMs));
+        return;
+    }
+    m_restoreCheck.stop();
+    if (!m_waiting.empty()) {
+        holding.readyToRelease = true;
+        startNextPaste();
+        return;
+    }
+    release(true);
 }
 
-bool TextInserter::synthesizePaste()
+void TextInserter::release(bool restore)
 {
-    PasteShortcut shortcut = PasteShortcut::standard;
-    if (const auto front = m_workspace->frontmostApplication();
-        front && front->bundleId && isTerminalEmulator(*front->bundleId)) {
-        shortcut = PasteShortcut::terminal;
+    const Holding holding = std::move(*m_current);
+    m_current.reset();
+    m_restoreCheck.stop();
+    if (restore && holding.pasteboard->changeCount() == holding.changeCountAfterWrite) {
+        holding.snapshot.restore(*holding.pasteboard);
     }
-    return m_keySynthesizer->postPaste(shortcut);
+    startNextPaste();
 }
 
 bool TextInserter::insertViaAX(const QString &text)

@@ -29,4 +29,8 @@ AppBundle mainAppBundle();
 // such directory, which cannot happen for a logged-in user.
 QString userDataDirectory();
 
+// The per-user directory for state worth keeping a while but not backing up, such as logs
+// ("SayvoApp" is appended by its users). Implemented once per platform.
+QString userStateDirectory();
+
 } // namespace sayvo

@@ -12,7 +12,7 @@ struct EngineFootprint
 {
     int processCount = 0; // processes in the tree, root included
     std::uint64_t residentBytes = 0; // sum of resident set sizes
-    double cpuPercent = 0.0; // sum as the process listing reports it; may exceed 100
+    double cpuPercent = 0.0; // current use, in percent of one core; may exceed 100
     std::optional<double> gpuPercent; // system-wide; absent when no GPU reports one
     bool operator==(const EngineFootprint &) const = default;
 };

@@ -33,22 +33,4 @@ QString describe(const EngineState &state)
         state);
 }
 
-QList<ProvisioningStep> ProvisioningStep::initialSteps()
-{
-    const auto step = [](const char *id, const char *label) {
-        return ProvisioningStep {QString::fromUtf8(id), QString::fromUtf8(label), Status::Pending};
-    };
-    return {
-        step("mac", "Check this Mac"),
-        step("uv", "Install uv toolchain"),
-        step("copy", "Copy engine files"),
-        step("venv", "Create Python environment"),
-        step("deps", "Install engine + backends"),
-        step("models_stream", "Download speech models"),
-        step("models_final", "Download transcription model"),
-        step("models_gec", "Download language model"),
-        step("finalize", "Finalize"),
-    };
-}
-
 } // namespace sayvo

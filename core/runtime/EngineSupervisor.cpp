@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -49,6 +50,9 @@ EngineSupervisor::EngineSupervisor(RuntimeLocator locator, Options options, QObj
       m_applicationPath(options.applicationPath),
       m_applicationPid(
           options.applicationPid ? options.applicationPid : QCoreApplication::applicationPid()),
+      m_uninstallLogPath(options.uninstallLogPath.isEmpty()
+              ? userStateDirectory() + QStringLiteral("/SayvoApp/uninstall.log")
+              : options.uninstallLogPath),
       m_delayScale(options.delayScale)
 {
     qRegisterMetaType<EngineState>();
@@ -81,20 +85,46 @@ bool EngineSupervisor::isPortOpen(const QString &host, int port)
     if (port < 0 || port > 65535) {
         qFatal("port %d is outside 0...65535", port);
     }
-    const QString target = (host.isEmpty() || host == QLatin1String("0.0.0.0"))
-        ? QString::fromLatin1(kDefaultHost)
-        : host;
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    // Every loopback form reaches the engine wherever it listens on this machine; "localhost"
+    // may mean either address, and is not looked up so that the main thread never waits on
+    // a resolver.
+    const QString name = host.toLower();
+    QStringList addresses {name};
+    if (name.isEmpty() || name == QLatin1String("0.0.0.0")) {
+        addresses = {QString::fromLatin1(kDefaultHost)};
+    } else if (name == QLatin1String("localhost")) {
+        addresses = {QString::fromLatin1(kDefaultHost), QStringLiteral("::1")};
+    }
+    return std::any_of(addresses.begin(), addresses.end(), [port](const QString &address) {
+        return connectsTo(address, static_cast<uint16_t>(port));
+    });
+}
+
+bool EngineSupervisor::connectsTo(const QString &address, uint16_t port)
+{
+    const QByteArray text = address.toLatin1();
+    sockaddr_storage storage {};
+    socklen_t length = 0;
+    if (auto *v4 = reinterpret_cast<sockaddr_in *>(&storage);
+        ::inet_pton(AF_INET, text.constData(), &v4->sin_addr) == 1) {
+        v4->sin_family = AF_INET;
+        v4->sin_port = htons(port);
+        length = sizeof(sockaddr_in);
+    } else if (auto *v6 = reinterpret_cast<sockaddr_in6 *>(&storage);
+               ::inet_pton(AF_INET6, text.constData(), &v6->sin6_addr) == 1) {
+        v6->sin6_family = AF_INET6;
+        v6->sin6_port = htons(port);
+        length = sizeof(sockaddr_in6);
+    } else {
+        return false;
+    }
+    // FD_CLOEXEC set afterwards: macOS has no SOCK_CLOEXEC.
+    const int fd = ::socket(storage.ss_family, SOCK_STREAM, 0);
     if (fd < 0) {
         return false;
     }
-    sockaddr_in address {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    bool open = false;
-    if (::inet_pton(AF_INET, target.toLatin1().constData(), &address.sin_addr) == 1) {
-        open = ::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
-    }
+    ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+    const bool open = ::connect(fd, reinterpret_cast<const sockaddr *>(&storage), length) == 0;
     ::close(fd);
     return open;
 }
@@ -116,8 +146,11 @@ void EngineSupervisor::setState(State state)
 
 void EngineSupervisor::start(const QUrl &endpoint)
 {
+    // `endpoint` may be a reference to the last one (restart, retry): copy before assigning.
+    const std::optional<QUrl> previous = m_lastEndpoint;
     m_lastEndpoint = endpoint;
     if (!isLoopback(endpoint)) {
+        stopProvisioning();
         teardownEngine();
         setState(engine_state::RemoteEndpoint {});
         return;
@@ -126,10 +159,21 @@ void EngineSupervisor::start(const QUrl &endpoint)
         setState(engine_state::MissingPayload {});
         return;
     }
-    // The launch sequence starts the supervisor twice; the second start finds it up.
-    if (std::holds_alternative<engine_state::Running>(m_state) && m_engineProcess
-        && m_engineProcess->isRunning()) {
+    // Set-up runs one at a time; when it ends it launches the engine for the endpoint of
+    // that moment.
+    if (m_provisioningProcess) {
         return;
+    }
+    if (m_engineProcess && m_engineProcess->isRunning()) {
+        // The launch sequence starts the supervisor twice; the second start finds it up. An
+        // endpoint that now names another address or port needs the engine there instead.
+        if (std::holds_alternative<engine_state::Running>(m_state) && previous
+            && previous->host() == endpoint.host()
+            && previous->port(kDefaultPort) == endpoint.port(kDefaultPort)) {
+            return;
+        }
+        m_shouldRunEngine = false;
+        teardownEngine();
     }
     const QString host
         = endpoint.host().isEmpty() ? QString::fromLatin1(kDefaultHost) : endpoint.host();
@@ -159,8 +203,11 @@ void EngineSupervisor::launchEngine()
     launch.arguments
         = {m_locator.runScript(), QStringLiteral("--app-dir"), m_locator.effectiveAppDir()};
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    // Deliberately the wildcard address, although this client only connects over loopback.
-    environment.insert(QStringLiteral("ENGINE_HOST"), QStringLiteral("0.0.0.0"));
+    // The engine listens where the client will connect: the endpoint's own loopback form
+    // (the run script keeps the engine on loopback whatever it is given).
+    const QString host = m_lastEndpoint ? m_lastEndpoint->host() : QString();
+    environment.insert(
+        QStringLiteral("ENGINE_HOST"), host.isEmpty() ? QString::fromLatin1(kDefaultHost) : host);
     if (m_lastEndpoint && m_lastEndpoint->port() >= 0) {
         environment.insert(QStringLiteral("ENGINE_PORT"), QString::number(m_lastEndpoint->port()));
     }
@@ -168,7 +215,12 @@ void EngineSupervisor::launchEngine()
 
     std::unique_ptr<ChildProcess> process = m_launcher->create();
     const quint64 generation = ++m_engineGeneration;
-    attachOutput(*process, [](const QString &) {});
+    m_lastEngineLine.clear();
+    attachOutput(*process, [this, generation](const QString &line) {
+        if (generation == m_engineGeneration && !line.trimmed().isEmpty()) {
+            m_lastEngineLine = line.trimmed();
+        }
+    });
     QPointer<QObject> guard(this);
     process->setExitHandler([this, guard, generation](int status) {
         postToMainThread(guard, [this, generation, status] { engineExited(status, generation); });
@@ -206,6 +258,13 @@ void EngineSupervisor::engineExited(int status, quint64 generation)
     if (!m_shouldRunEngine) {
         return;
     }
+    if (status == kEngineCannotStartStatus) {
+        Logging::shared().error(QStringLiteral("engine cannot start: ") + m_lastEngineLine);
+        setState(engine_state::Failed {m_lastEngineLine.isEmpty()
+                ? QStringLiteral("The engine cannot start (exited %1). See the log.").arg(status)
+                : m_lastEngineLine});
+        return;
+    }
     ++m_crashCount;
     Logging::shared().error(QStringLiteral("engine exited: status=") + QString::number(status));
     if (m_crashCount > kMaxCrashRestarts) {
@@ -233,6 +292,7 @@ void EngineSupervisor::append(const QString &text)
         m_log = m_log.right(kMaxLogChars);
     }
     emit logChanged(m_log);
+    emit logAppended(text);
 }
 
 void EngineSupervisor::attachOutput(
@@ -290,7 +350,8 @@ void EngineSupervisor::retry()
 
 void EngineSupervisor::restartEngine()
 {
-    if (!m_lastEndpoint) {
+    // During set-up there is no engine to restart; set-up launches it when it is done.
+    if (!m_lastEndpoint || m_provisioningProcess) {
         return;
     }
     m_crashCount = 0;
@@ -306,6 +367,11 @@ void EngineSupervisor::shutdown()
     m_shouldRunEngine = false;
     m_restartWork.stop();
     teardownEngine();
+    stopProvisioning();
+}
+
+void EngineSupervisor::stopProvisioning()
+{
     if (m_provisioningProcess) {
         m_provisioningProcess->terminate();
         m_provisioningProcess.reset();

@@ -43,6 +43,10 @@ public:
         // Multiplies every delay before a relaunch; the logged delays stay unscaled. Only tests
         // change it, to walk through the back-off without waiting half a minute.
         double delayScale = 1.0;
+        // Where the uninstaller's output goes. Default: "SayvoApp/uninstall.log" in the
+        // user's state directory, a folder only the user can reach (never a shared one such
+        // as /tmp, where another user could plant a link in its place).
+        QString uninstallLogPath;
     };
 
     explicit EngineSupervisor(RuntimeLocator locator, QObject *parent = nullptr);
@@ -54,6 +58,8 @@ public:
     const QString &log() const { return m_log; }
     const QList<ProvisioningStep> &steps() const { return m_steps; }
     const RuntimeLocator &locator() const { return m_locator; }
+    // The application the uninstaller removes.
+    const QString &applicationPath() const { return m_applicationPath; }
     const std::optional<QUrl> &lastEndpoint() const { return m_lastEndpoint; }
     int crashCount() const { return m_crashCount; }
     int mockRelaunchCount() const { return m_mockRelaunchCount; }
@@ -65,6 +71,7 @@ public:
     bool isDevRuntime() const { return m_locator.isAdopted(); }
     // The payload ships an uninstaller.
     bool canUninstall() const;
+    const QString &uninstallLogPath() const { return m_uninstallLogPath; }
 
     // Called at launch (twice: tolerated) and whenever the endpoint setting changes.
     void start(const QUrl &endpoint);
@@ -81,12 +88,14 @@ public:
     // Stops the engine and any set-up; nothing is restarted afterwards.
     void shutdown();
     // Starts the payload's uninstaller from a temporary copy, detached so that it outlives the
-    // app; true when it was launched, after which the caller quits the application.
+    // app, its output in `uninstallLogPath()`; true when it was launched, after which the
+    // caller quits the application.
     bool performUninstall(bool removeSharedModels);
 
     static bool isLoopback(const QUrl &url);
-    // A blocking IPv4 connect; loopback refuses a closed port at once. Host names other than
-    // dotted addresses answer false. Aborts for a port outside 0...65535.
+    // A blocking connect to an IPv4 or IPv6 address, or to both loopback addresses for
+    // "localhost"; loopback refuses a closed port at once. Other host names answer false.
+    // Aborts for a port outside 0...65535.
     static bool isPortOpen(const QString &host, int port);
 
     static constexpr int kMaxCrashRestarts = 5;
@@ -95,14 +104,20 @@ public:
     static constexpr int kMaxLogChars = 40000;
     static constexpr const char *kDefaultHost = "127.0.0.1";
     static constexpr int kDefaultPort = 8765;
-    static constexpr const char *kUninstallLogPath = "/tmp/sayvo_uninstall.log";
+    // The engine's exit status when it cannot run at all (its speech model is missing or
+    // damaged); its last line of output says why. Restarting would only say it again.
+    static constexpr int kEngineCannotStartStatus = 3;
 
 signals:
     void stateChanged(const sayvo::EngineState &state);
     void logChanged(const QString &log);
+    // Just the text that `log` grew by, for views that append rather than redraw.
+    void logAppended(const QString &text);
     void stepsChanged(const QList<sayvo::ProvisioningStep> &steps);
 
 private:
+    static bool connectsTo(const QString &address, uint16_t port);
+
     struct BootstrapOutcome
     {
         int status = 0;
@@ -113,6 +128,7 @@ private:
     void setState(State state);
     void launchEngine();
     void teardownEngine();
+    void stopProvisioning();
     void engineExited(int status, quint64 generation);
     void append(const QString &text);
     void attachOutput(ChildProcess &process, std::function<void(const QString &)> onLine);
@@ -138,9 +154,11 @@ private:
     PortProbe m_portProbe;
     QString m_applicationPath;
     qint64 m_applicationPid;
+    QString m_uninstallLogPath;
     double m_delayScale;
     // Exits and output of processes that were replaced or dropped are ignored.
     quint64 m_engineGeneration = 0;
+    QString m_lastEngineLine;
     quint64 m_bootstrapGeneration = 0;
 };
 

@@ -2,6 +2,7 @@
 // and uninstall scripts.
 #include "base/Logging.h"
 #include "base/MainThread.h"
+#include "runtime/AppBundle.h"
 #include "runtime/BootstrapLine.h"
 #include "runtime/EngineSupervisor.h"
 #include "runtime/OutputLineReader.h"
@@ -10,7 +11,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QPointer>
-#include <QUuid>
+#include <QTemporaryFile>
 
 namespace sayvo {
 
@@ -39,6 +40,32 @@ std::optional<ProvisioningStep::Status> stepStatus(const QString &token)
     return std::nullopt;
 }
 
+// A copy of `file` that only this user can read, created anew in the temporary folder. Qt
+// names no temporary folder when TMPDIR points at none (relative paths would then land in the
+// working folder), so /tmp stands in.
+std::optional<QString> temporaryCopyOf(const QString &file)
+{
+    QString folder = QDir::tempPath();
+    if (folder.isEmpty() || !QDir::isAbsolutePath(folder)) {
+        folder = QStringLiteral("/tmp");
+    }
+    QFile original(file);
+    if (!original.open(QIODevice::ReadOnly)) {
+        return std::nullopt;
+    }
+    QTemporaryFile copy(folder + QStringLiteral("/sayvo-uninstall-XXXXXX.sh"));
+    copy.setAutoRemove(false);
+    if (!copy.open()) {
+        return std::nullopt;
+    }
+    const QByteArray contents = original.readAll();
+    if (copy.write(contents) != contents.size() || !copy.flush()) {
+        copy.remove();
+        return std::nullopt;
+    }
+    return copy.fileName();
+}
+
 } // namespace
 
 void EngineSupervisor::beginProvisioning()
@@ -50,8 +77,8 @@ void EngineSupervisor::beginProvisioning()
 
 void EngineSupervisor::runBootstrap()
 {
-    // One bootstrap at a time.
-    if (std::holds_alternative<engine_state::Provisioning>(m_state)) {
+    // One bootstrap at a time, whatever the state says meanwhile.
+    if (m_provisioningProcess) {
         return;
     }
     setState(engine_state::Provisioning {0, QStringLiteral("Preparing setup…")});
@@ -172,25 +199,28 @@ bool EngineSupervisor::performUninstall(bool removeSharedModels)
         return false;
     }
     // Run from a copy: the script removes the payload it ships in.
-    const QString copy
-        = QDir(QDir::tempPath())
-              .filePath(QStringLiteral("sayvo-uninstall-")
-                  + QUuid::createUuid().toString(QUuid::WithoutBraces) + QStringLiteral(".sh"));
-    if (!QFile::copy(script, copy)) {
+    const std::optional<QString> copy = temporaryCopyOf(script);
+    if (!copy) {
         return false;
     }
     shutdown();
 
     ProcessLaunch launch;
     launch.program = QStringLiteral("/bin/bash");
-    launch.arguments = {copy, QStringLiteral("--yes"), QStringLiteral("--wait-pid"),
+    launch.arguments = {*copy, QStringLiteral("--yes"), QStringLiteral("--wait-pid"),
         QString::number(m_applicationPid), QStringLiteral("--install-root"),
-        m_locator.installRoot(), QStringLiteral("--app"), m_applicationPath};
+        m_locator.installRoot(), QStringLiteral("--app"), m_applicationPath,
+        QStringLiteral("--payload"), m_locator.payloadDir()};
     if (removeSharedModels) {
         launch.arguments.append(QStringLiteral("--purge-shared"));
     }
+    // The log says what was removed and kept; it lives in a folder of the user's own.
+    const QString logFolder = QFileInfo(m_uninstallLogPath).absolutePath();
+    QDir().mkpath(logFolder);
+    QFile::setPermissions(
+        logFolder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     const Status<ProcessLaunchError> launched
-        = m_launcher->startDetached(launch, QString::fromLatin1(kUninstallLogPath));
+        = m_launcher->startDetached(launch, m_uninstallLogPath);
     if (!launched) {
         Logging::shared().error(
             QStringLiteral("could not start the uninstaller: ") + launched.error().describe());

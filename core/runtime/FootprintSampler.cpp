@@ -16,9 +16,27 @@ FootprintSampler::FootprintSampler(pid_t rootPID, double intervalSeconds, QObjec
 
 FootprintSampler::FootprintSampler(
     pid_t rootPID, double intervalSeconds, std::shared_ptr<GpuStats> gpu, QObject *parent)
-    : QObject(parent), m_rootPID(rootPID), m_intervalSeconds(intervalSeconds), m_gpu(std::move(gpu))
+    : FootprintSampler(rootPID, intervalSeconds, std::move(gpu),
+        std::shared_ptr<ProcessStats>(createProcessStats()), parent)
+{ }
+
+FootprintSampler::FootprintSampler(pid_t rootPID, double intervalSeconds,
+    std::shared_ptr<GpuStats> gpu, std::shared_ptr<ProcessStats> processes, QObject *parent)
+    : QObject(parent),
+      m_rootPID(rootPID),
+      m_intervalSeconds(intervalSeconds),
+      m_gpu(std::move(gpu)),
+      m_processes(std::move(processes))
 {
     qRegisterMetaType<std::optional<EngineFootprint>>();
+    // One sample at a time: the process statistics compare each reading with the last.
+    m_thread.setMaxThreadCount(1);
+}
+
+FootprintSampler::~FootprintSampler()
+{
+    m_thread.clear();
+    m_thread.waitForDone();
 }
 
 void FootprintSampler::start()
@@ -36,8 +54,8 @@ void FootprintSampler::start()
 void FootprintSampler::sample()
 {
     QPointer<QObject> guard(this);
-    QThreadPool::globalInstance()->start([this, guard, root = m_rootPID, gpu = m_gpu] {
-        std::optional<EngineFootprint> footprint = sampleTree(root);
+    m_thread.start([this, guard, root = m_rootPID, gpu = m_gpu, processes = m_processes] {
+        std::optional<EngineFootprint> footprint = processes->sampleTree(root);
         if (footprint && gpu) {
             footprint->gpuPercent = gpu->utilisationPercent();
         }

@@ -1,11 +1,10 @@
 #include "runtime/ProcessTable.h"
 
-#include <QHash>
 #include <QList>
-#include <QSet>
 #include <QStringDecoder>
 
-#include <limits>
+#include <unordered_map>
+#include <unordered_set>
 
 namespace sayvo {
 
@@ -49,6 +48,40 @@ std::optional<ProcessRow> parseRow(QStringView line)
 
 } // namespace
 
+std::optional<std::vector<std::size_t>> treeUnder(const std::vector<ProcessLink> &links, pid_t root)
+{
+    std::unordered_map<pid_t, std::vector<std::size_t>> children;
+    std::optional<std::size_t> rootAt;
+    for (std::size_t i = 0; i < links.size(); ++i) {
+        children[links[i].parent].push_back(i);
+        if (links[i].pid == root && !rootAt) {
+            rootAt = i;
+        }
+    }
+    if (!rootAt) {
+        return std::nullopt;
+    }
+    std::vector<std::size_t> members;
+    std::unordered_set<pid_t> visited {root};
+    std::vector<std::size_t> pending {*rootAt};
+    while (!pending.empty()) {
+        const std::size_t at = pending.back();
+        pending.pop_back();
+        members.push_back(at);
+        const auto found = children.find(links[at].pid);
+        if (found == children.end()) {
+            continue;
+        }
+        for (const std::size_t child : found->second) {
+            // A listing is a snapshot; a malformed one may even loop back to an ancestor.
+            if (visited.insert(links[child].pid).second) {
+                pending.push_back(child);
+            }
+        }
+    }
+    return members;
+}
+
 std::optional<EngineFootprint> footprintOfTree(QByteArrayView psOutput, pid_t root)
 {
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
@@ -57,41 +90,27 @@ std::optional<EngineFootprint> footprintOfTree(QByteArrayView psOutput, pid_t ro
         return std::nullopt;
     }
 
-    QHash<pid_t, QList<pid_t>> children;
-    QHash<pid_t, std::uint64_t> residentKb;
-    QHash<pid_t, double> cpuPercent;
+    std::vector<ProcessRow> rows;
+    std::vector<ProcessLink> links;
     for (QStringView line : QStringView(text).split(u'\n')) {
-        const std::optional<ProcessRow> row = parseRow(line);
-        if (!row) {
-            continue;
+        if (const std::optional<ProcessRow> row = parseRow(line)) {
+            rows.push_back(*row);
+            links.push_back(ProcessLink {row->pid, row->parent});
         }
-        children[row->parent].append(row->pid);
-        residentKb.insert(row->pid, row->residentKb);
-        cpuPercent.insert(row->pid, row->cpuPercent);
     }
-    if (!residentKb.contains(root)) {
+    const auto members = treeUnder(links, root);
+    if (!members) {
         return std::nullopt;
     }
-
     EngineFootprint footprint;
-    QSet<pid_t> visited {root};
-    QList<pid_t> pending {root};
-    while (!pending.isEmpty()) {
-        const pid_t pid = pending.takeLast();
+    for (const std::size_t at : *members) {
         ++footprint.processCount;
         std::uint64_t bytes = 0;
-        if (__builtin_mul_overflow(residentKb.value(pid), std::uint64_t {1024}, &bytes)
+        if (__builtin_mul_overflow(rows[at].residentKb, std::uint64_t {1024}, &bytes)
             || __builtin_add_overflow(footprint.residentBytes, bytes, &footprint.residentBytes)) {
             return std::nullopt;
         }
-        footprint.cpuPercent += cpuPercent.value(pid);
-        for (pid_t child : children.value(pid)) {
-            // A listing is a snapshot; a malformed one may even loop back to an ancestor.
-            if (!visited.contains(child)) {
-                visited.insert(child);
-                pending.append(child);
-            }
-        }
+        footprint.cpuPercent += rows[at].cpuPercent;
     }
     return footprint;
 }

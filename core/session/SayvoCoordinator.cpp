@@ -14,6 +14,8 @@
 #include <QSet>
 #include <QUuid>
 
+#include <utility>
+
 namespace sayvo {
 
 namespace {
@@ -67,10 +69,8 @@ SayvoCoordinator::SayvoCoordinator(EngineClient &engineClient, AudioCapture &aud
         }
     });
 
+    // Rebuilds a prepared capture by itself; an unprepared one binds the choice when prepared.
     m_audioCapture.setInputDevice(m_settings.inputDeviceUID());
-    if (m_audioCapture.isPrepared()) {
-        m_audioCapture.rebuild();
-    }
 
     auto applyDevices = [this](const AudioInputDeviceList &devices) {
         setInputDevices(devices);
@@ -82,16 +82,24 @@ SayvoCoordinator::SayvoCoordinator(EngineClient &engineClient, AudioCapture &aud
     };
     connect(m_deviceObserver, &AudioDeviceObserver::devicesChanged, this, applyDevices);
     applyDevices(m_deviceObserver->devices());
+    connect(m_deviceObserver, &AudioDeviceObserver::defaultInputChanged, this,
+        [this] { m_audioCapture.followDefaultInput(); });
+    // From the sound system's thread; the capture is rebuilt on ours. Cleared in the
+    // destructor, and a queued call is dropped once this object is gone.
+    m_audioCapture.setOnInterrupted([this](const QString &reason) {
+        QMetaObject::invokeMethod(
+            this,
+            [this, reason] {
+                Logging::shared().info(QStringLiteral("audio input interrupted: %1").arg(reason));
+                m_audioCapture.recover();
+            },
+            Qt::QueuedConnection);
+    });
 
-    // setInputDevice already does its work synchronously on the capture queue; calling it
-    // from that queue would make the queue wait on itself.
+    // On the main thread: setInputDevice waits on the capture queue, so it must never be
+    // called from that queue.
     connect(&m_settings, &SettingsStore::inputDeviceUIDChanged, this,
-        [this](const std::optional<QString> &uid) {
-            m_audioCapture.setInputDevice(uid);
-            if (m_audioCapture.isPrepared()) {
-                m_audioCapture.rebuild();
-            }
-        });
+        [this](const std::optional<QString> &uid) { m_audioCapture.setInputDevice(uid); });
 }
 
 SayvoCoordinator::~SayvoCoordinator()
@@ -102,6 +110,7 @@ SayvoCoordinator::~SayvoCoordinator()
     m_outbound->finish();
     m_audioCapture.setOnChunk({});
     m_audioCapture.setOnCaptureLive({});
+    m_audioCapture.setOnInterrupted({});
     m_hotkeyManager.setOnStart({});
     m_hotkeyManager.setOnEnd({});
 }
@@ -182,6 +191,11 @@ void SayvoCoordinator::reconnectClient()
     m_engineClient.connect();
 }
 
+HotkeyTrigger SayvoCoordinator::activeTrigger() const
+{
+    return m_hotkeyManager.trigger();
+}
+
 bool SayvoCoordinator::inputReady() const
 {
     return m_audioCapture.isPrepared() && m_hotkeyManager.isInstalled();
@@ -236,14 +250,39 @@ void SayvoCoordinator::toggleDictation()
     }
 }
 
-void SayvoCoordinator::beginCalibrationUtterance()
+Status<SayvoCoordinator::CalibrationStartError> SayvoCoordinator::beginCalibrationUtterance(
+    CalibrationSink sink)
 {
+    if (!m_state.is<AppState::Idle>()) {
+        return CalibrationStartError::busy;
+    }
     beginUtterance();
+    if (!m_currentUtteranceId) {
+        return CalibrationStartError::engineUnavailable;
+    }
+    m_calibrationSink = std::move(sink);
+    return {};
 }
 
 void SayvoCoordinator::endCalibrationUtterance()
 {
+    if (m_calibrationSink) {
+        endUtterance();
+    }
+}
+
+void SayvoCoordinator::cancelCalibrationUtterance()
+{
+    if (!m_calibrationSink) {
+        return;
+    }
+    m_calibrationSink.reset();
+    // The engine is told the utterance is over so it frees its decoder; whatever it answers
+    // carries an identifier nobody waits for any more.
     endUtterance();
+    m_currentUtteranceId.reset();
+    m_returnToIdleTimer.stop();
+    setState(AppState::idle());
 }
 
 void SayvoCoordinator::beginUtterance()
@@ -348,6 +387,10 @@ void SayvoCoordinator::failUtterance(const QString &message)
     m_audioCapture.stopForwarding(false);
     setState(AppState::error(message));
     scheduleReturnToIdle(m_displayDurations.errorSeconds);
+    std::optional<CalibrationSink> sink = std::exchange(m_calibrationSink, std::nullopt);
+    if (sink && sink->onFailure) {
+        sink->onFailure(message);
+    }
 }
 
 void SayvoCoordinator::scheduleReturnToIdle(double seconds)
@@ -399,9 +442,11 @@ void SayvoCoordinator::engineClientDidReceiveFinal(EngineClient &, const FinalMe
     if (message.stats) {
         m_usageStats.record(*message.stats);
     }
-    if (m_calibrationSink) {
-        m_calibrationSink(message);
+    if (std::optional<CalibrationSink> sink = std::exchange(m_calibrationSink, std::nullopt)) {
         setState(AppState::idle());
+        if (sink->onFinal) {
+            sink->onFinal(message);
+        }
         return;
     }
     const QString formatted = text(message.formattedText);
@@ -414,20 +459,23 @@ void SayvoCoordinator::engineClientDidReceiveFinal(EngineClient &, const FinalMe
         scheduleReturnToIdle(m_displayDurations.errorSeconds);
         return;
     }
-    bool inserted = false;
-    if (m_settings.insertionMethod() == InsertionMethod::axDirect) {
-        inserted
-            = m_textInserter.insertViaAX(formatted) || m_textInserter.insertViaPaste(formatted);
-    } else {
-        inserted = m_textInserter.insertViaPaste(formatted);
-    }
-    if (inserted) {
-        setState(AppState::success(formatted, !message.guardrail.applied));
-        scheduleReturnToIdle(m_displayDurations.successSeconds);
-    } else {
-        setState(AppState::error(QStringLiteral("couldn't insert text here")));
-        scheduleReturnToIdle(m_displayDurations.errorSeconds);
-    }
+    // The paste waits for the keyboard to be quiet and reports when its chord went out; the
+    // outcome is shown then, with the state still processing meanwhile.
+    const bool rawText = !message.guardrail.applied;
+    QPointer<SayvoCoordinator> weak(this);
+    m_textInserter.insert(
+        formatted, m_settings.insertionMethod(), [weak, formatted, rawText](bool inserted) {
+            if (!weak) {
+                return;
+            }
+            if (inserted) {
+                weak->setState(AppState::success(formatted, rawText));
+                weak->scheduleReturnToIdle(weak->m_displayDurations.successSeconds);
+            } else {
+                weak->setState(AppState::error(QStringLiteral("couldn't insert text here")));
+                weak->scheduleReturnToIdle(weak->m_displayDurations.errorSeconds);
+            }
+        });
     if (m_settings.feedbackEnabled() && m_utteranceStartedAt) {
         const auto elapsed = std::chrono::steady_clock::now() - *m_utteranceStartedAt;
         startFeedback(

@@ -1,12 +1,14 @@
 #pragma once
 
 #include "audio/AudioInputDevice.h"
+#include "base/Expected.h"
 #include "engineclient/EngineClientDelegate.h"
 #include "protocol/InboundMessages.h"
 #include "session/AppState.h"
 #include "session/EngineConnectionHealth.h"
 #include "session/NotificationCenter.h"
 #include "session/OutboundQueue.h"
+#include "store/HotkeyTrigger.h"
 
 #include <QObject>
 #include <QString>
@@ -38,7 +40,22 @@ class SayvoCoordinator : public QObject, public EngineClientDelegate
     Q_OBJECT
 
 public:
-    using CalibrationSink = std::function<void(const FinalMessage &)>;
+    // Where a calibration utterance's outcome goes instead of the focused application: exactly
+    // one of the two is called, once, and the sink is dropped with that call.
+    struct CalibrationSink
+    {
+        std::function<void(const FinalMessage &)> onFinal;
+        // The utterance ended without a final (engine error, lost connection); the text is
+        // the one dictation shows for it.
+        std::function<void(const QString &message)> onFailure;
+    };
+
+    enum class CalibrationStartError {
+        // Dictation is not idle: an utterance or its result is still on screen.
+        busy,
+        // The engine is not connected or runs mock backends; the state says which.
+        engineUnavailable,
+    };
 
     static constexpr double kSuccessDisplaySeconds = 1.2;
     static constexpr double kErrorDisplaySeconds = 2.0;
@@ -65,6 +82,8 @@ public:
 
     // The microphone is prepared and the trigger key is watched.
     bool inputReady() const;
+    // The key watched now: the one chosen when Sayvo started.
+    HotkeyTrigger activeTrigger() const;
     // Prepares whatever of the two is missing; returns the new inputReady().
     bool retryInputSetupIfNeeded();
 
@@ -82,12 +101,14 @@ public:
     void dismissDictionarySuggestion(const DictionarySuggestion &suggestion);
     void acceptDictionarySuggestion(const DictionarySuggestion &suggestion);
 
-    // Calibration runs the ordinary begin and end steps; while a sink is set, finals go to
-    // it instead of being inserted.
-    void beginCalibrationUtterance();
+    // Calibration runs the ordinary begin and end steps, with its outcome going to `sink`
+    // instead of being inserted. The sink is kept only when the utterance began.
+    Status<CalibrationStartError> beginCalibrationUtterance(CalibrationSink sink);
     void endCalibrationUtterance();
-    void setCalibrationSink(CalibrationSink sink) { m_calibrationSink = std::move(sink); }
-    bool hasCalibrationSink() const { return static_cast<bool>(m_calibrationSink); }
+    // Ends a calibration utterance at once, recording or awaiting its final, and discards
+    // its result: dictation is idle again and nothing reaches the sink or the focused app.
+    void cancelCalibrationUtterance();
+    bool hasCalibrationSink() const { return m_calibrationSink.has_value(); }
 
     const AppState &state() const { return m_state; }
     const EngineConnectionHealth &connectionHealth() const { return m_connectionHealth; }
@@ -160,7 +181,7 @@ private:
     AudioInputDeviceList m_inputDevices;
     bool m_isCaptureLive = false;
 
-    CalibrationSink m_calibrationSink;
+    std::optional<CalibrationSink> m_calibrationSink;
     std::optional<QString> m_currentUtteranceId;
     std::optional<std::chrono::steady_clock::time_point> m_utteranceStartedAt;
     QTimer m_returnToIdleTimer;

@@ -204,14 +204,4 @@ void SettingsStore::writeOptionalString(const char *key, const std::optional<QSt
     }
 }
 
-const std::vector<LanguageChoice> &languageChoices()
-{
-    static const std::vector<LanguageChoice> choices {
-        {QStringLiteral("Engine default"), std::nullopt},
-        {QStringLiteral("English"), QStringLiteral("en")},
-        {QStringLiteral("Hindi"), QStringLiteral("hi")},
-    };
-    return choices;
-}
-
 } // namespace sayvo

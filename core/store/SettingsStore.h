@@ -145,7 +145,10 @@ struct LanguageChoice
     bool operator==(const LanguageChoice &) const = default;
 };
 
-// The languages offered, in order: "Engine default", "English" ("en"), "Hindi" ("hi").
+// The languages offered, in order: "Engine default", then those the bundled engine of this
+// platform recognises (defined per platform).
 const std::vector<LanguageChoice> &languageChoices();
+// What the user should know about the languages offered, if anything (defined per platform).
+std::optional<QString> languageNote();
 
 } // namespace sayvo

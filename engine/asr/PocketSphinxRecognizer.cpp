@@ -1,8 +1,13 @@
 #include "engine/asr/PocketSphinxRecognizer.h"
 
 #include <pocketsphinx.h>
+#include <sphinxbase/err.h>
 
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
 #include <filesystem>
+#include <mutex>
 #include <vector>
 
 #ifndef SAYVO_POCKETSPHINX_MODEL_DIR
@@ -27,15 +32,100 @@ struct Decoder
     }
 };
 
+// PocketSphinx reports through one process-wide callback. While a model loads its errors
+// are kept, to say which file was at fault; everything else is dropped. Loads run one at a
+// time.
+class LoadErrors
+{
+public:
+    explicit LoadErrors(std::vector<std::string> &into)
+    {
+        static std::once_flag installed;
+        std::call_once(installed, [] { err_set_callback(&LoadErrors::report, nullptr); });
+        const std::lock_guard lock(s_mutex);
+        s_errors = &into;
+    }
+    ~LoadErrors()
+    {
+        const std::lock_guard lock(s_mutex);
+        s_errors = nullptr;
+    }
+    LoadErrors(const LoadErrors &) = delete;
+    LoadErrors &operator=(const LoadErrors &) = delete;
+
+    // The message without its source-file prefix ("ERROR: \"bio.c\", line 240: ") and
+    // without its line feed.
+    static std::string message(std::string line)
+    {
+        const std::size_t at = line.find("\", line ");
+        if (at != std::string::npos) {
+            const std::size_t colon = line.find(": ", at);
+            if (colon != std::string::npos) {
+                line.erase(0, colon + 2);
+            }
+        }
+        while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) {
+            line.pop_back();
+        }
+        return line;
+    }
+
+private:
+    static void report(void *, err_lvl_t level, const char *format, ...)
+    {
+        if (level < ERR_ERROR) {
+            return;
+        }
+        char line[1024];
+        va_list args;
+        va_start(args, format);
+        std::vsnprintf(line, sizeof line, format, args);
+        va_end(args);
+        const std::lock_guard lock(s_mutex);
+        if (s_errors) {
+            s_errors->push_back(message(line));
+        }
+    }
+
+    static inline std::mutex s_mutex;
+    static inline std::vector<std::string> *s_errors = nullptr;
+};
+
+// Warm decoders for the next utterances, shared by the workers.
 struct DecoderPool
 {
     static constexpr std::size_t kMaxIdle = 2;
 
     std::string modelDir;
-    std::vector<std::unique_ptr<Decoder>> idle;
+    std::mutex mutex;
+    std::vector<std::unique_ptr<Decoder>> idle; // guarded by `mutex`
 
+    std::unique_ptr<Decoder> take()
+    {
+        const std::lock_guard lock(mutex);
+        if (idle.empty()) {
+            return nullptr;
+        }
+        std::unique_ptr<Decoder> decoder = std::move(idle.back());
+        idle.pop_back();
+        return decoder;
+    }
+
+    // Keeps a couple of warm decoders; more would only hold memory after a burst of
+    // concurrent utterances.
+    void giveBack(std::unique_ptr<Decoder> decoder)
+    {
+        const std::lock_guard lock(mutex);
+        if (idle.size() < kMaxIdle) {
+            idle.push_back(std::move(decoder));
+        }
+    }
+
+    // On failure `error` names the file at fault when PocketSphinx said which.
     std::unique_ptr<Decoder> load(std::string &error) const
     {
+        static std::mutex loading;
+        const std::lock_guard lock(loading);
         namespace fs = std::filesystem;
         const fs::path root(modelDir);
         const std::string hmm = (root / "en-us").string();
@@ -48,19 +138,26 @@ struct DecoderPool
                 return nullptr;
             }
         }
+        std::vector<std::string> errors;
+        const LoadErrors capture(errors);
         auto d = std::make_unique<Decoder>();
         d->config = cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", hmm.c_str(), "-lm", lm.c_str(),
-            "-dict", dict.c_str(), "-logfn", "/dev/null", nullptr);
-        if (!d->config) {
-            error = "pocketsphinx rejected its configuration for " + modelDir;
-            return nullptr;
+            "-dict", dict.c_str(), nullptr);
+        if (d->config) {
+            d->decoder = ps_init(d->config);
         }
-        d->decoder = ps_init(d->config);
-        if (!d->decoder) {
-            error = "pocketsphinx could not load the model in " + modelDir;
-            return nullptr;
+        if (d->decoder) {
+            return d;
         }
-        return d;
+        error = "cannot load the speech model in " + modelDir;
+        const auto naming = std::find_if(errors.begin(), errors.end(),
+            [this](const std::string &e) { return e.find(modelDir) != std::string::npos; });
+        if (naming != errors.end()) {
+            error = "cannot load the speech model: " + *naming;
+        } else if (!errors.empty()) {
+            error += ": " + errors.front();
+        }
+        return nullptr;
     }
 };
 
@@ -80,11 +177,7 @@ public:
         if (m_started) {
             ps_end_utt(m_decoder->decoder);
         }
-        // Keep a couple of warm decoders for the next utterances; more would only hold
-        // memory after a burst of concurrent sessions.
-        if (m_pool->idle.size() < DecoderPool::kMaxIdle) {
-            m_pool->idle.push_back(std::move(m_decoder));
-        }
+        m_pool->giveBack(std::move(m_decoder));
     }
 
     void feed(std::span<const std::int16_t> samples) override
@@ -153,11 +246,8 @@ Backends PocketSphinxRecognizerFactory::backends() const
 
 std::unique_ptr<Recognizer> PocketSphinxRecognizerFactory::create()
 {
-    std::unique_ptr<Decoder> decoder;
-    if (!m_pool->idle.empty()) {
-        decoder = std::move(m_pool->idle.back());
-        m_pool->idle.pop_back();
-    } else {
+    std::unique_ptr<Decoder> decoder = m_pool->take();
+    if (!decoder) {
         std::string error;
         decoder = m_pool->load(error);
         if (!decoder) {

@@ -24,7 +24,7 @@ public:
 };
 
 // Makes recognisers for new utterances and names the backends it runs. Lives as long as
-// the engine; used from the engine's main thread.
+// the engine; `create` is called on the recognition workers, several at a time.
 class RecognizerFactory
 {
 public:

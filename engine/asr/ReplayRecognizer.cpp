@@ -82,8 +82,7 @@ Backends ReplayRecognizerFactory::backends() const
 
 std::unique_ptr<Recognizer> ReplayRecognizerFactory::create()
 {
-    const std::string &line = m_lines[m_next % m_lines.size()];
-    ++m_next;
+    const std::string &line = m_lines[m_next++ % m_lines.size()];
     return std::make_unique<ReplayRecognizer>(line);
 }
 

@@ -3,6 +3,7 @@
 #include "base/Expected.h"
 #include "engine/asr/Recognizer.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,7 +24,7 @@ public:
 
 private:
     std::vector<std::string> m_lines;
-    std::size_t m_next = 0;
+    std::atomic<std::size_t> m_next = 0;
 };
 
 // The placeholder an engine runs when it has no real recogniser: it hears nothing, and

@@ -4,8 +4,15 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <chrono>
+#include <fcntl.h>
 #include <filesystem>
+#include <optional>
 #include <sstream>
+#include <system_error>
+#include <unistd.h>
+#include <unordered_map>
 
 namespace sayvo {
 
@@ -95,6 +102,85 @@ std::string lower(std::string text)
     return text;
 }
 
+// The pairs of equal words in a least-edits alignment of two word sequences (Levenshtein:
+// substitutions, insertions and deletions cost one each), by Hirschberg's divide and
+// conquer, which needs memory linear in the sequences' length where the textbook table
+// needs their product.
+class WordAlignment
+{
+public:
+    WordAlignment(std::vector<int> a, std::vector<int> b) : m_a(std::move(a)), m_b(std::move(b))
+    {
+        align(0, m_a.size(), 0, m_b.size());
+    }
+
+    // Index pairs (in a, in b), both ascending.
+    const std::vector<std::pair<std::size_t, std::size_t>> &matches() const { return m_matches; }
+
+private:
+    // row[k] = edits from a[aFrom, aTo) to the first k words of b[bFrom, bTo), or, reversed,
+    // to its last k words.
+    std::vector<std::size_t> lastRow(
+        std::size_t aFrom, std::size_t aTo, std::size_t bFrom, std::size_t bTo, bool reversed) const
+    {
+        const std::size_t n = aTo - aFrom;
+        const std::size_t m = bTo - bFrom;
+        std::vector<std::size_t> row(m + 1);
+        for (std::size_t k = 0; k <= m; ++k) {
+            row[k] = k;
+        }
+        for (std::size_t i = 1; i <= n; ++i) {
+            const int ai = reversed ? m_a[aTo - i] : m_a[aFrom + i - 1];
+            std::size_t diagonal = row[0];
+            row[0] = i;
+            for (std::size_t k = 1; k <= m; ++k) {
+                const int bk = reversed ? m_b[bTo - k] : m_b[bFrom + k - 1];
+                const std::size_t above = row[k];
+                row[k] = std::min({diagonal + (ai == bk ? 0 : 1), above + 1, row[k - 1] + 1});
+                diagonal = above;
+            }
+        }
+        return row;
+    }
+
+    void align(std::size_t aFrom, std::size_t aTo, std::size_t bFrom, std::size_t bTo)
+    {
+        if (aFrom == aTo || bFrom == bTo) {
+            return;
+        }
+        if (aTo - aFrom == 1) {
+            // One word: matching it wherever it occurs is never worse than not.
+            for (std::size_t k = bTo; k > bFrom; --k) {
+                if (m_b[k - 1] == m_a[aFrom]) {
+                    m_matches.emplace_back(aFrom, k - 1);
+                    return;
+                }
+            }
+            return;
+        }
+        const std::size_t mid = aFrom + (aTo - aFrom) / 2;
+        const std::size_t m = bTo - bFrom;
+        std::size_t split = 0;
+        {
+            const std::vector<std::size_t> head = lastRow(aFrom, mid, bFrom, bTo, false);
+            const std::vector<std::size_t> tail = lastRow(mid, aTo, bFrom, bTo, true);
+            std::size_t best = head[0] + tail[m];
+            for (std::size_t k = 1; k <= m; ++k) {
+                if (head[k] + tail[m - k] <= best) {
+                    best = head[k] + tail[m - k];
+                    split = k;
+                }
+            }
+        }
+        align(aFrom, mid, bFrom, bFrom + split);
+        align(mid, aTo, bFrom + split, bTo);
+    }
+
+    std::vector<int> m_a;
+    std::vector<int> m_b;
+    std::vector<std::pair<std::size_t, std::size_t>> m_matches;
+};
+
 std::string joined(const std::vector<std::string> &parts)
 {
     std::string out;
@@ -104,17 +190,40 @@ std::string joined(const std::vector<std::string> &parts)
     return out;
 }
 
+// The folder 0700 and the database 0600, created so or tightened when an older version left
+// them open; SQLite gives its -wal and -shm files the database's mode. Nothing, or what
+// went wrong.
+std::optional<std::string> makePrivate(const std::string &path)
+{
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    const fs::path parent = fs::path(path).parent_path();
+    if (!parent.empty()) {
+        fs::create_directories(parent, ec);
+        fs::permissions(parent, fs::perms::owner_all, ec);
+    }
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        return std::error_code(errno, std::generic_category()).message();
+    }
+    ::close(fd);
+    for (const std::string &file : {path, path + "-wal", path + "-shm"}) {
+        if (fs::exists(file, ec)) {
+            fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write, ec);
+        }
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
-Expected<std::unique_ptr<LearningStore>, std::string> LearningStore::open(const std::string &path)
+Expected<std::unique_ptr<LearningStore>, std::string> LearningStore::open(
+    const std::string &path, Retention retention)
 {
     using Result = Expected<std::unique_ptr<LearningStore>, std::string>;
-    std::error_code ec;
-    const auto parent = std::filesystem::path(path).parent_path();
-    if (!parent.empty() && !std::filesystem::exists(parent, ec)) {
-        // Corrections quote what the user dictated: keep them from other local users.
-        if (std::filesystem::create_directories(parent, ec)) {
-            std::filesystem::permissions(parent, std::filesystem::perms::owner_all, ec);
+    if (path != ":memory:") {
+        if (auto failed = makePrivate(path)) {
+            return Result::failure(path + ": " + *failed);
         }
     }
     sqlite3 *db = nullptr;
@@ -127,8 +236,9 @@ Expected<std::unique_ptr<LearningStore>, std::string> LearningStore::open(const 
     }
     std::unique_ptr<LearningStore> store(new LearningStore(db));
     sqlite3_busy_timeout(db, 2000);
+    // Deleted rows are overwritten, so text past its retention is gone from the file too.
     if (!store->exec("PRAGMA journal_mode=WAL") || !store->exec("PRAGMA synchronous=FULL")
-        || !store->exec(kSchema)) {
+        || !store->exec("PRAGMA secure_delete=ON") || !store->exec(kSchema)) {
         return Result::failure(path + ": " + store->lastError());
     }
     {
@@ -136,6 +246,9 @@ Expected<std::unique_ptr<LearningStore>, std::string> LearningStore::open(const 
         if (!check.ok() || check.step() != SQLITE_ROW || check.text(0) != "ok") {
             return Result::failure(path + ": the database is damaged (" + check.text(0) + ")");
         }
+    }
+    if (!store->applyRetention(retention)) {
+        return Result::failure(path + ": could not drop old feedback: " + store->lastError());
     }
     return store;
 }
@@ -158,8 +271,18 @@ bool LearningStore::exec(const char *sql)
     return true;
 }
 
+void LearningStore::rollBack()
+{
+    // A failed statement or COMMIT may leave the transaction open (SQLite rolls back by
+    // itself only for some errors); every later BEGIN would then fail.
+    if (!sqlite3_get_autocommit(m_db)) {
+        sqlite3_exec(m_db, "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+}
+
 bool LearningStore::record(const FeedbackRecord &feedback)
 {
+    rollBack();
     if (!exec("BEGIN IMMEDIATE")) {
         return false;
     }
@@ -196,10 +319,56 @@ bool LearningStore::record(const FeedbackRecord &feedback)
     }
     if (!ok) {
         m_lastError = sqlite3_errmsg(m_db);
-        exec("ROLLBACK");
+        rollBack();
         return false;
     }
-    return exec("COMMIT");
+    if (!exec("COMMIT")) {
+        rollBack();
+        return false;
+    }
+    return true;
+}
+
+bool LearningStore::applyRetention(const Retention &retention)
+{
+    using namespace std::chrono;
+    const std::int64_t cutoffMs = duration_cast<milliseconds>(
+        (system_clock::now() - hours(24) * retention.maxAgeDays).time_since_epoch())
+                                      .count();
+    if (!exec("BEGIN IMMEDIATE")) {
+        return false;
+    }
+    Statement drop(m_db,
+        "DELETE FROM feedback WHERE created_at_ms < ? OR id NOT IN "
+        "(SELECT id FROM feedback ORDER BY id DESC LIMIT ?)");
+    bool ok = drop.ok();
+    if (ok) {
+        drop.bind(1, cutoffMs);
+        drop.bind(2, retention.maxRows);
+        ok = drop.step() == SQLITE_DONE;
+    }
+    const int dropped = ok ? sqlite3_changes(m_db) : 0;
+    ok = ok && exec("DELETE FROM corrections WHERE feedback_id NOT IN (SELECT id FROM feedback)");
+    if (!ok) {
+        if (m_lastError.empty()) {
+            m_lastError = sqlite3_errmsg(m_db);
+        }
+        rollBack();
+        return false;
+    }
+    if (!exec("COMMIT")) {
+        rollBack();
+        return false;
+    }
+    // Moves the overwritten pages into the database file and empties the log, which still
+    // held the rows as they were.
+    return dropped == 0 || exec("PRAGMA wal_checkpoint(TRUNCATE)");
+}
+
+std::int64_t LearningStore::feedbackCount() const
+{
+    Statement count(m_db, "SELECT COUNT(*) FROM feedback");
+    return count.ok() && count.step() == SQLITE_ROW ? count.integer(0) : 0;
 }
 
 SuggestionsMessage LearningStore::suggestions() const
@@ -238,76 +407,55 @@ std::vector<std::pair<std::string, std::string>> LearningStore::corrections(
 {
     const auto a = words(formattedText);
     const auto b = words(finalText);
-    std::vector<std::string> aKey;
-    std::vector<std::string> bKey;
-    aKey.reserve(a.size());
-    bKey.reserve(b.size());
-    for (const auto &w : a) {
-        aKey.push_back(bare(w));
+    if (a.size() > kMaxCorrectionWords || b.size() > kMaxCorrectionWords) {
+        return {};
     }
-    for (const auto &w : b) {
-        bKey.push_back(bare(w));
-    }
-    // Edit distance table, then walk back to find the runs of differing words.
-    const std::size_t n = a.size();
-    const std::size_t m = b.size();
-    std::vector<std::vector<std::size_t>> d(n + 1, std::vector<std::size_t>(m + 1));
-    for (std::size_t i = 0; i <= n; ++i) {
-        d[i][0] = i;
-    }
-    for (std::size_t j = 0; j <= m; ++j) {
-        d[0][j] = j;
-    }
-    for (std::size_t i = 1; i <= n; ++i) {
-        for (std::size_t j = 1; j <= m; ++j) {
-            const std::size_t cost = aKey[i - 1] == bKey[j - 1] ? 0 : 1;
-            d[i][j] = std::min({d[i - 1][j - 1] + cost, d[i - 1][j] + 1, d[i][j - 1] + 1});
+    // Words compare by their bare form; number each distinct form once.
+    std::unordered_map<std::string, int> numbers;
+    const auto keys = [&numbers](const std::vector<std::string> &text) {
+        std::vector<int> out;
+        out.reserve(text.size());
+        for (const auto &w : text) {
+            out.push_back(
+                numbers.try_emplace(bare(w), static_cast<int>(numbers.size())).first->second);
         }
-    }
-    std::vector<std::pair<std::string, std::string>> out;
-    std::vector<std::string> wrong;
-    std::vector<std::string> right;
-    auto flush = [&] {
-        if (!wrong.empty() && !right.empty() && wrong.size() <= 3 && right.size() <= 3) {
-            std::reverse(wrong.begin(), wrong.end());
-            std::reverse(right.begin(), right.end());
-            std::vector<std::string> wrongBare;
-            std::vector<std::string> rightBare;
-            wrongBare.reserve(wrong.size());
-            rightBare.reserve(right.size());
-            for (const auto &w : wrong) {
-                wrongBare.push_back(lower(bare(w)));
-            }
-            for (const auto &w : right) {
-                rightBare.push_back(bare(w));
-            }
-            const std::string from = joined(wrongBare);
-            const std::string to = joined(rightBare);
-            if (!from.empty() && !to.empty() && from != to) {
-                out.emplace_back(from, to);
-            }
-        }
-        wrong.clear();
-        right.clear();
+        return out;
     };
-    std::size_t i = n;
-    std::size_t j = m;
-    while (i > 0 || j > 0) {
-        if (i > 0 && j > 0 && aKey[i - 1] == bKey[j - 1] && d[i][j] == d[i - 1][j - 1]) {
-            flush();
-            --i;
-            --j;
-        } else if (i > 0 && j > 0 && d[i][j] == d[i - 1][j - 1] + 1) {
-            wrong.push_back(a[--i]);
-            right.push_back(b[--j]);
-        } else if (i > 0 && d[i][j] == d[i - 1][j] + 1) {
-            wrong.push_back(a[--i]);
-        } else {
-            right.push_back(b[--j]);
-        }
+    const WordAlignment alignment {keys(a), keys(b)};
+
+    std::vector<std::pair<std::string, std::string>> out;
+    // The words between two matched pairs (or an end) are one rewrite.
+    const auto rewrite
+        = [&](std::size_t aFrom, std::size_t aTo, std::size_t bFrom, std::size_t bTo) {
+              const std::size_t wrongCount = aTo - aFrom;
+              const std::size_t rightCount = bTo - bFrom;
+              if (wrongCount == 0 || rightCount == 0 || wrongCount > 3 || rightCount > 3) {
+                  return;
+              }
+              std::vector<std::string> wrongBare;
+              std::vector<std::string> rightBare;
+              wrongBare.reserve(wrongCount);
+              rightBare.reserve(rightCount);
+              for (std::size_t i = aFrom; i < aTo; ++i) {
+                  wrongBare.push_back(lower(bare(a[i])));
+              }
+              for (std::size_t j = bFrom; j < bTo; ++j) {
+                  rightBare.push_back(bare(b[j]));
+              }
+              const std::string from = joined(wrongBare);
+              const std::string to = joined(rightBare);
+              if (!from.empty() && !to.empty() && from != to) {
+                  out.emplace_back(from, to);
+              }
+          };
+    std::size_t i = 0;
+    std::size_t j = 0;
+    for (const auto &[ai, bj] : alignment.matches()) {
+        rewrite(i, ai, j, bj);
+        i = ai + 1;
+        j = bj + 1;
     }
-    flush();
-    std::reverse(out.begin(), out.end());
+    rewrite(i, a.size(), j, b.size());
     return out;
 }
 

@@ -1,5 +1,6 @@
 #include "ui/linux/LoginItemXdg.h"
 
+#include "base/AppIdentity.h"
 #include "base/Logging.h"
 
 #include <QDir>
@@ -41,6 +42,11 @@ QString LoginItemXdg::defaultConfigHome()
 
 QString LoginItemXdg::entryPath() const
 {
+    return m_configHome + QStringLiteral("/autostart/%1.desktop").arg(QLatin1String(kAppId));
+}
+
+QString LoginItemXdg::legacyEntryPath() const
+{
     return m_configHome + QStringLiteral("/autostart/sayvo.desktop");
 }
 
@@ -50,19 +56,26 @@ QString LoginItemXdg::entryText() const
                           "Type=Application\n"
                           "Name=Sayvo\n"
                           "Comment=Push-to-talk dictation\n"
-                          "Exec=%1\n"
+                          "Icon=%1\n"
+                          "Exec=%2\n"
                           "Terminal=false\n"
                           "X-GNOME-Autostart-enabled=true\n")
-        .arg(quotedExec(m_executablePath));
+        .arg(QLatin1String(kAppId), quotedExec(m_executablePath));
 }
 
 bool LoginItemXdg::isEnabled() const
 {
-    return QFileInfo(entryPath()).isFile();
+    return QFileInfo(entryPath()).isFile() || QFileInfo(legacyEntryPath()).isFile();
 }
 
 bool LoginItemXdg::setEnabled(bool enabled)
 {
+    // An entry under the name earlier versions wrote goes either way: replaced or removed.
+    const QString legacy = legacyEntryPath();
+    if (QFile::exists(legacy) && !QFile::remove(legacy)) {
+        Logging::shared().error(QStringLiteral("could not remove login item: ") + legacy);
+        return false;
+    }
     const QString path = entryPath();
     if (!enabled) {
         if (QFile::exists(path) && !QFile::remove(path)) {

@@ -4,8 +4,8 @@
 
 namespace sayvo {
 
-// An XDG autostart entry, "<config home>/autostart/sayvo.desktop", where the config home is
-// $XDG_CONFIG_HOME or ~/.config.
+// An XDG autostart entry, "<config home>/autostart/<application id>.desktop" with the icon
+// of the installed menu entry, where the config home is $XDG_CONFIG_HOME or ~/.config.
 class LoginItemXdg : public LoginItem
 {
 public:
@@ -13,6 +13,8 @@ public:
 
     static QString defaultConfigHome();
     QString entryPath() const;
+    // "sayvo.desktop", the name versions before the application id wrote.
+    QString legacyEntryPath() const;
     // The entry's text, with the executable quoted as the desktop-entry rules require.
     QString entryText() const;
 

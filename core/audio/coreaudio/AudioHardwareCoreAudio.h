@@ -9,9 +9,9 @@
 namespace sayvo {
 
 // The Core Audio hardware objects, read and written property by property
-// (AudioObjectGetPropertyData / SetPropertyData). The device-list listener is a block on the
-// main queue; a shared switch turns off a notification already queued when its listener is
-// removed, so none runs after removal. Thread-safe.
+// (AudioObjectGetPropertyData / SetPropertyData). The device-list and default-input listeners
+// are blocks on the main queue; a shared switch turns off a notification already queued when
+// its listener is removed, so none runs after removal. Thread-safe.
 class AudioHardwareCoreAudio : public AudioHardware
 {
 public:
@@ -30,11 +30,17 @@ public:
 
     ListenerId addDeviceListListener(std::function<void()> callback) override;
     void removeDeviceListListener(ListenerId id) override;
+    ListenerId addDefaultInputListener(std::function<void()> callback) override;
+    void removeDefaultInputListener(ListenerId id) override;
 
     // The system's current default input, which the capture binds when no device is chosen.
     static std::optional<AudioObjectId> defaultInputDevice();
 
 private:
+    // A listener on one property of the system object (a CoreAudio selector).
+    ListenerId addListener(quint32 selector, std::function<void()> callback);
+    void removeListener(ListenerId id);
+
     // The registered blocks, kept in the Objective-C++ source.
     struct Listeners;
 

@@ -75,6 +75,7 @@ struct AudioHardwareCoreAudio::Listeners
 {
     struct Entry
     {
+        AudioObjectPropertySelector selector;
         AudioObjectPropertyListenerBlock block;
         std::shared_ptr<std::atomic<bool>> active;
     };
@@ -90,7 +91,7 @@ AudioHardwareCoreAudio::~AudioHardwareCoreAudio()
         ids.push_back(id);
     }
     for (ListenerId id : ids) {
-        removeDeviceListListener(id);
+        removeListener(id);
     }
 }
 
@@ -209,13 +210,35 @@ bool AudioHardwareCoreAudio::setNominalSampleRate(AudioObjectId device, double r
 AudioHardware::ListenerId AudioHardwareCoreAudio::addDeviceListListener(
     std::function<void()> callback)
 {
+    return addListener(kAudioHardwarePropertyDevices, std::move(callback));
+}
+
+void AudioHardwareCoreAudio::removeDeviceListListener(ListenerId id)
+{
+    removeListener(id);
+}
+
+AudioHardware::ListenerId AudioHardwareCoreAudio::addDefaultInputListener(
+    std::function<void()> callback)
+{
+    return addListener(kAudioHardwarePropertyDefaultInputDevice, std::move(callback));
+}
+
+void AudioHardwareCoreAudio::removeDefaultInputListener(ListenerId id)
+{
+    removeListener(id);
+}
+
+AudioHardware::ListenerId AudioHardwareCoreAudio::addListener(
+    AudioObjectPropertySelector selector, std::function<void()> callback)
+{
     auto active = std::make_shared<std::atomic<bool>>(true);
     AudioObjectPropertyListenerBlock block = ^(UInt32, const AudioObjectPropertyAddress *) {
         if (active->load()) {
             callback();
         }
     };
-    const AudioObjectPropertyAddress address = globalAddress(kAudioHardwarePropertyDevices);
+    const AudioObjectPropertyAddress address = globalAddress(selector);
     if (AudioObjectAddPropertyListenerBlock(
             kAudioObjectSystemObject, &address, dispatch_get_main_queue(), block)
         != noErr) {
@@ -223,11 +246,11 @@ AudioHardware::ListenerId AudioHardwareCoreAudio::addDeviceListListener(
     }
     std::lock_guard lock(m_mutex);
     const ListenerId id = m_nextId++;
-    m_listeners->entries.emplace(id, Listeners::Entry {block, active});
+    m_listeners->entries.emplace(id, Listeners::Entry {selector, block, active});
     return id;
 }
 
-void AudioHardwareCoreAudio::removeDeviceListListener(ListenerId id)
+void AudioHardwareCoreAudio::removeListener(ListenerId id)
 {
     std::lock_guard lock(m_mutex);
     const auto found = m_listeners->entries.find(id);
@@ -235,7 +258,7 @@ void AudioHardwareCoreAudio::removeDeviceListListener(ListenerId id)
         return;
     }
     found->second.active->store(false);
-    const AudioObjectPropertyAddress address = globalAddress(kAudioHardwarePropertyDevices);
+    const AudioObjectPropertyAddress address = globalAddress(found->second.selector);
     // Removal must name the very block that was added, on the same queue.
     AudioObjectRemovePropertyListenerBlock(
         kAudioObjectSystemObject, &address, dispatch_get_main_queue(), found->second.block);

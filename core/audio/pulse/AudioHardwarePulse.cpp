@@ -27,6 +27,23 @@ AudioTransportType transportOf(const pa_source_info &info)
     return AudioTransportType::unknown;
 }
 
+// Whether a subscription event can change the list of input devices. Sources report a
+// change event for every volume or mute step, which leaves the list as it was; only a
+// source that comes or goes changes it.
+bool changesDeviceList(pa_subscription_event_type_t event)
+{
+    const auto facility = event & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
+    const auto kind = event & PA_SUBSCRIPTION_EVENT_TYPE_MASK;
+    return facility == PA_SUBSCRIPTION_EVENT_SOURCE
+        && (kind == PA_SUBSCRIPTION_EVENT_NEW || kind == PA_SUBSCRIPTION_EVENT_REMOVE);
+}
+
+// The server reports a change event whenever its default sink or source is set (again).
+bool mayChangeDefaultSource(pa_subscription_event_type_t event)
+{
+    return (event & PA_SUBSCRIPTION_EVENT_FACILITY_MASK) == PA_SUBSCRIPTION_EVENT_SERVER;
+}
+
 } // namespace
 
 AudioHardwarePulse::AudioHardwarePulse() : m_connection("Sayvo")
@@ -34,29 +51,38 @@ AudioHardwarePulse::AudioHardwarePulse() : m_connection("Sayvo")
     m_connection.setReadyHandler([this](pa_context *context) {
         // A server that was missing comes with devices of its own.
         if (m_serverWasMissing && !m_listeners.empty()) {
-            notifyListeners();
+            notifyListeners(m_listeners);
         }
         m_serverWasMissing = false;
         pa_context_set_subscribe_callback(
             context,
-            [](pa_context *, pa_subscription_event_type_t, uint32_t, void *userdata) {
-                static_cast<AudioHardwarePulse *>(userdata)->notifyListeners();
+            [](pa_context *context, pa_subscription_event_type_t event, uint32_t, void *userdata) {
+                auto *hardware = static_cast<AudioHardwarePulse *>(userdata);
+                if (changesDeviceList(event)) {
+                    hardware->notifyListeners(hardware->m_listeners);
+                }
+                if (mayChangeDefaultSource(event)) {
+                    hardware->readDefaultSource(context);
+                }
             },
             this);
-        pa_operation *operation
-            = pa_context_subscribe(context, PA_SUBSCRIPTION_MASK_SOURCE, nullptr, nullptr);
+        pa_operation *operation = pa_context_subscribe(context,
+            pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_SERVER),
+            nullptr, nullptr);
         if (operation) {
             pa_operation_unref(operation);
         }
+        // Also learns what the default was while no server answered.
+        readDefaultSource(context);
     });
     m_connection.setFailureHandler([this](bool wasReady) {
         m_serverWasMissing = true;
         if (wasReady) {
-            notifyListeners();
+            notifyListeners(m_listeners);
         }
         // While anyone listens, keep looking for a server that comes back: its devices
         // are a change of the list too.
-        if (!m_listeners.empty()) {
+        if (!m_listeners.empty() || !m_defaultInputListeners.empty()) {
             m_connection.reconnectLater(kReconnectDelayMs);
         }
     });
@@ -68,18 +94,43 @@ AudioHardwarePulse::~AudioHardwarePulse()
     m_connection.setFailureHandler(nullptr);
 }
 
-void AudioHardwarePulse::notifyListeners()
+void AudioHardwarePulse::notifyListeners(const Listeners &listeners)
 {
-    for (const auto &[id, listener] : m_listeners) {
+    for (const auto &[id, listener] : listeners) {
         listener();
     }
 }
 
-AudioHardware::ListenerId AudioHardwarePulse::addDeviceListListener(std::function<void()> callback)
+void AudioHardwarePulse::readDefaultSource(pa_context *context)
+{
+    // On the loop thread, which must not wait: the answer arrives in the callback.
+    pa_operation *operation = pa_context_get_server_info(
+        context,
+        [](pa_context *, const pa_server_info *info, void *userdata) {
+            if (!info) {
+                return;
+            }
+            auto *hardware = static_cast<AudioHardwarePulse *>(userdata);
+            const QString name
+                = QString::fromUtf8(info->default_source_name ? info->default_source_name : "");
+            const bool changed = hardware->m_defaultSource && *hardware->m_defaultSource != name;
+            hardware->m_defaultSource = name;
+            if (changed) {
+                hardware->notifyListeners(hardware->m_defaultInputListeners);
+            }
+        },
+        this);
+    if (operation) {
+        pa_operation_unref(operation);
+    }
+}
+
+AudioHardware::ListenerId AudioHardwarePulse::addListener(
+    Listeners &listeners, std::function<void()> callback)
 {
     PulseConnection::Lock lock(m_connection);
     const ListenerId id = m_nextListener++;
-    m_listeners.emplace(id, std::move(callback));
+    listeners.emplace(id, std::move(callback));
     // Events flow only over a live connection; make one so that changes are heard even
     // before anyone reads the list.
     QString ignored;
@@ -87,10 +138,31 @@ AudioHardware::ListenerId AudioHardwarePulse::addDeviceListListener(std::functio
     return id;
 }
 
-void AudioHardwarePulse::removeDeviceListListener(ListenerId id)
+void AudioHardwarePulse::removeListener(Listeners &listeners, ListenerId id)
 {
     PulseConnection::Lock lock(m_connection);
-    m_listeners.erase(id);
+    listeners.erase(id);
+}
+
+AudioHardware::ListenerId AudioHardwarePulse::addDeviceListListener(std::function<void()> callback)
+{
+    return addListener(m_listeners, std::move(callback));
+}
+
+void AudioHardwarePulse::removeDeviceListListener(ListenerId id)
+{
+    removeListener(m_listeners, id);
+}
+
+AudioHardware::ListenerId AudioHardwarePulse::addDefaultInputListener(
+    std::function<void()> callback)
+{
+    return addListener(m_defaultInputListeners, std::move(callback));
+}
+
+void AudioHardwarePulse::removeDefaultInputListener(ListenerId id)
+{
+    removeListener(m_defaultInputListeners, id);
 }
 
 std::optional<std::vector<AudioObjectId>> AudioHardwarePulse::deviceIds()

@@ -1,6 +1,8 @@
 #include "audio/pulse/AudioInputEnginePulse.h"
 
+#include <algorithm>
 #include <cmath>
+#include <vector>
 
 namespace sayvo {
 
@@ -47,6 +49,48 @@ int AudioInputEnginePulse::setCurrentDevice(std::optional<AudioObjectId> device)
     return 0;
 }
 
+std::string AudioInputEnginePulse::sourceToRecord(pa_context *context)
+{
+    if (!m_sourceName.empty()) {
+        return m_sourceName;
+    }
+    struct Sources
+    {
+        PulseConnection *connection;
+        std::string defaultName;
+        // Sources that are not monitors, in the server's order.
+        std::vector<std::string> inputs;
+    } sources {&m_connection, {}, {}};
+    pa_operation *server = pa_context_get_server_info(
+        context,
+        [](pa_context *, const pa_server_info *info, void *userdata) {
+            auto *sources = static_cast<Sources *>(userdata);
+            if (info && info->default_source_name) {
+                sources->defaultName = info->default_source_name;
+            }
+            sources->connection->signal();
+        },
+        &sources);
+    pa_operation *list = pa_context_get_source_info_list(
+        context,
+        [](pa_context *, const pa_source_info *info, int, void *userdata) {
+            auto *sources = static_cast<Sources *>(userdata);
+            if (info && info->monitor_of_sink == PA_INVALID_INDEX) {
+                sources->inputs.emplace_back(info->name);
+            }
+            sources->connection->signal();
+        },
+        &sources);
+    if (!m_connection.complete(server) || !m_connection.complete(list) || sources.inputs.empty()) {
+        return {};
+    }
+    if (std::find(sources.inputs.begin(), sources.inputs.end(), sources.defaultName)
+        != sources.inputs.end()) {
+        return sources.defaultName;
+    }
+    return sources.inputs.front();
+}
+
 Expected<AudioStreamFormat, QString> AudioInputEnginePulse::inputFormat()
 {
     PulseConnection::Lock lock(m_connection);
@@ -55,15 +99,18 @@ Expected<AudioStreamFormat, QString> AudioInputEnginePulse::inputFormat()
     if (!context) {
         return Expected<AudioStreamFormat, QString>::failure(error);
     }
+    m_resolvedSource = sourceToRecord(context);
+    // No input at all reads as 0 Hz and 0 channels, the capture's "no microphone".
+    if (m_resolvedSource.empty()) {
+        return AudioStreamFormat {};
+    }
     struct Lookup
     {
         PulseConnection *connection;
         AudioStreamFormat format;
     } lookup {&m_connection, {}};
-    // "@DEFAULT_SOURCE@" names whatever the server's default input is at this moment.
-    const char *name = m_sourceName.empty() ? "@DEFAULT_SOURCE@" : m_sourceName.c_str();
     pa_operation *operation = pa_context_get_source_info_by_name(
-        context, name,
+        context, m_resolvedSource.c_str(),
         [](pa_context *, const pa_source_info *info, int, void *userdata) {
             auto *lookup = static_cast<Lookup *>(userdata);
             if (info) {
@@ -76,16 +123,23 @@ Expected<AudioStreamFormat, QString> AudioInputEnginePulse::inputFormat()
         return Expected<AudioStreamFormat, QString>::failure(
             QStringLiteral("the server did not answer"));
     }
-    // A source that is missing (no input device at all) reads as 0 Hz and 0 channels.
     return lookup.format;
 }
 
-void AudioInputEnginePulse::installTap(quint32 bufferFrames, AudioStreamFormat format, Tap tap)
+std::optional<QString> AudioInputEnginePulse::installTap(
+    quint32 bufferFrames, AudioStreamFormat format, Tap tap)
 {
     PulseConnection::Lock lock(m_connection);
     m_bufferFrames = bufferFrames;
     m_format = format;
     m_tap = std::move(tap);
+    return std::nullopt;
+}
+
+void AudioInputEnginePulse::setOnInterruption(InterruptionHandler handler)
+{
+    PulseConnection::Lock lock(m_connection);
+    m_onInterruption = std::move(handler);
 }
 
 void AudioInputEnginePulse::removeTap()
@@ -124,11 +178,16 @@ std::optional<QString> AudioInputEnginePulse::start()
     attributes.tlength = uint32_t(-1);
     attributes.prebuf = uint32_t(-1);
     attributes.minreq = uint32_t(-1);
-    attributes.fragsize = (m_bufferFrames ? m_bufferFrames : 1600) * frameBytes;
+    attributes.fragsize = (m_bufferFrames ? m_bufferFrames : sampleSpec.rate / 50) * frameBytes;
     // Adjusting the source's latency to the fragment keeps the delay to the first buffer
     // at one fragment, which matters because the microphone opens only now.
-    const char *device = m_sourceName.empty() ? nullptr : m_sourceName.c_str();
-    if (pa_stream_connect_record(m_stream, device, &attributes, PA_STREAM_ADJUST_LATENCY) < 0) {
+    if (m_resolvedSource.empty()) {
+        dropStream();
+        return QStringLiteral("no microphone");
+    }
+    if (pa_stream_connect_record(
+            m_stream, m_resolvedSource.c_str(), &attributes, PA_STREAM_ADJUST_LATENCY)
+        < 0) {
         const QString reason = QString::fromUtf8(pa_strerror(pa_context_errno(context)));
         dropStream();
         return reason;
@@ -171,11 +230,25 @@ void AudioInputEnginePulse::dropStream()
     }
     pa_stream_unref(m_stream);
     m_stream = nullptr;
+    m_streamWasReady = false;
 }
 
-void AudioInputEnginePulse::streamStateChanged(pa_stream *, void *userdata)
+void AudioInputEnginePulse::streamStateChanged(pa_stream *stream, void *userdata)
 {
-    static_cast<AudioInputEnginePulse *>(userdata)->m_connection.signal();
+    auto *self = static_cast<AudioInputEnginePulse *>(userdata);
+    const pa_stream_state_t state = pa_stream_get_state(stream);
+    if (state == PA_STREAM_READY) {
+        self->m_streamWasReady = true;
+    } else if (!PA_STREAM_IS_GOOD(state) && self->m_streamWasReady) {
+        // Our own stop() silences this callback before it disconnects, so this end came
+        // from the server.
+        self->m_streamWasReady = false;
+        if (self->m_onInterruption) {
+            self->m_onInterruption(
+                QString::fromUtf8(pa_strerror(pa_context_errno(pa_stream_get_context(stream)))));
+        }
+    }
+    self->m_connection.signal();
 }
 
 void AudioInputEnginePulse::streamReadable(pa_stream *stream, size_t, void *userdata)

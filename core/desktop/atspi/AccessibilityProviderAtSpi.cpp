@@ -17,6 +17,7 @@ const QString kText = QStringLiteral("org.a11y.atspi.Text");
 const QString kEditableText = QStringLiteral("org.a11y.atspi.EditableText");
 const QString kCollection = QStringLiteral("org.a11y.atspi.Collection");
 const QString kNullPath = QStringLiteral("/org/a11y/atspi/null");
+const QString kApplication = QStringLiteral("org.a11y.atspi.Application");
 
 // Bit numbers of the AT-SPI state set.
 constexpr int kStateActive = 1;
@@ -228,8 +229,9 @@ std::optional<AccessibilityProviderAtSpi::ObjectRef> AccessibilityProviderAtSpi:
         for (auto &[service, path] : objectList(reply->arguments().constFirst())) {
             return ObjectRef {service, path};
         }
-        return std::nullopt;
     }
+    // No Collection, or a search that missed what a walk finds: GTK 4 leaves its focused
+    // entry out of SHOWING, and a Qt window that is itself the field is not below itself.
     std::vector<ObjectRef> pending {root};
     for (int visited = 0; !pending.empty() && visited < kMaxVisited; ++visited) {
         const ObjectRef object = pending.back();
@@ -241,7 +243,7 @@ std::optional<AccessibilityProviderAtSpi::ObjectRef> AccessibilityProviderAtSpi:
         if (has(*bits, kStateFocused)) {
             return object;
         }
-        if (has(*bits, kStateShowing) || visited == 0) {
+        if (has(*bits, kStateShowing) || has(*bits, kStateActive) || visited == 0) {
             if (const auto below = children(object)) {
                 pending.insert(pending.end(), below->rbegin(), below->rend());
             }
@@ -445,7 +447,11 @@ bool AccessibilityProviderAtSpi::setAttribute(
     const ObjectRef &object = target->object;
     if (name == QLatin1String("AXValue")) {
         const auto done = call(object, kEditableText, QStringLiteral("SetTextContents"), {value});
-        return done && !done->arguments().isEmpty() && done->arguments().constFirst().toBool();
+        if (!done || done->arguments().isEmpty() || !done->arguments().constFirst().toBool()) {
+            return false;
+        }
+        const auto count = characterCount(object);
+        return count && textBetween(object, 0, *count) == value;
     }
     if (name != QLatin1String("AXSelectedText")) {
         return false;
@@ -463,11 +469,67 @@ bool AccessibilityProviderAtSpi::setAttribute(
             return false;
         }
     }
-    // The toolkit's own insert takes the length in bytes of UTF-8.
+    const auto countBefore = characterCount(object);
+    if (!countBefore) {
+        return false;
+    }
     const auto inserted = call(object, kEditableText, QStringLiteral("InsertText"),
-        {start, value, int(value.toUtf8().size())});
-    return inserted && !inserted->arguments().isEmpty()
-        && inserted->arguments().constFirst().toBool();
+        {start, value, insertLength(object.service, value)});
+    if (!inserted || inserted->arguments().isEmpty()
+        || !inserted->arguments().constFirst().toBool()) {
+        return false;
+    }
+    // Toolkits report success whatever landed: read back what the insert added, in the
+    // toolkit's own offsets, and take back anything that is not exactly the text.
+    const auto countAfter = characterCount(object);
+    if (!countAfter) {
+        return false;
+    }
+    const int added = *countAfter - *countBefore;
+    if (added > 0 && textBetween(object, start, start + added) == value) {
+        return true;
+    }
+    if (added > 0) {
+        call(object, kEditableText, QStringLiteral("DeleteText"), {start, start + added});
+    }
+    return false;
+}
+
+std::optional<int> AccessibilityProviderAtSpi::characterCount(const ObjectRef &object)
+{
+    const auto count = property(object, kText, QStringLiteral("CharacterCount"));
+    if (!count) {
+        return std::nullopt;
+    }
+    return count->toInt();
+}
+
+std::optional<QString> AccessibilityProviderAtSpi::textBetween(
+    const ObjectRef &object, int start, int end)
+{
+    const auto text = call(object, kText, QStringLiteral("GetText"), {start, end});
+    if (!text || text->arguments().isEmpty()) {
+        return std::nullopt;
+    }
+    return text->arguments().constFirst().toString();
+}
+
+int AccessibilityProviderAtSpi::insertLength(const QString &service, const QString &value)
+{
+    // InsertText's length is meant in characters, but the toolkits read it their own way:
+    // Qt cuts (or pads with garbage) the string to that many UTF-16 units, the ATK bridge
+    // (GTK 3, Firefox, LibreOffice) hands it on as a count of UTF-8 bytes, and GTK 4 ignores
+    // it. The text read back afterwards is what counts.
+    auto toolkit = m_toolkits.constFind(service);
+    if (toolkit == m_toolkits.constEnd()) {
+        const auto name
+            = property({service, kRootPath}, kApplication, QStringLiteral("ToolkitName"));
+        toolkit = m_toolkits.insert(service, name ? name->toString() : QString());
+    }
+    if (toolkit->compare(QLatin1String("Qt"), Qt::CaseInsensitive) == 0) {
+        return int(value.size());
+    }
+    return int(value.toUtf8().size());
 }
 
 } // namespace sayvo

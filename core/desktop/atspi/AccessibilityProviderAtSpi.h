@@ -18,7 +18,9 @@ namespace sayvo {
 // system-wide element), "AXFocusedWindow" that active window, "AXTitle" an object's name,
 // "AXSelectedText" the first selection of its Text interface ("" without one) and "AXValue"
 // its whole text. Writing "AXSelectedText" replaces the selection or inserts at the caret;
-// writing "AXValue" replaces the whole text (EditableText). Main thread only.
+// writing "AXValue" replaces the whole text (EditableText). A write succeeds only when the text
+// read back afterwards is exactly what was written; an insert that landed wrong is taken back.
+// Main thread only.
 //
 // The accessibility bus is spoken to directly with plain method calls rather than through
 // libatspi: libatspi dispatches incoming accessibility events re-entrantly inside its own
@@ -72,10 +74,16 @@ private:
     std::optional<ObjectRef> focusedBelow(const ObjectRef &root);
     std::optional<std::pair<int, int>> selectionRange(const ObjectRef &object);
     std::optional<AttributeValue> readObjectAttribute(const ObjectRef &object, const QString &name);
+    std::optional<int> characterCount(const ObjectRef &object);
+    std::optional<QString> textBetween(const ObjectRef &object, int start, int end);
+    // The length argument InsertText needs for this text in this application's toolkit.
+    int insertLength(const QString &service, const QString &value);
 
     class Element;
 
     QHash<QString, QDeadlineTimer> m_unresponsiveUntil;
+    // Toolkit name by bus name of the application.
+    QHash<QString, QString> m_toolkits;
     QString m_busAddress;
     std::optional<QDBusConnection> m_bus;
 };

@@ -83,6 +83,8 @@ DesktopServices createDesktopServices()
     switch (plan.adapter(DesktopCapability::clipboard)) {
     case DesktopAdapter::x11:
         services.pasteboard = std::make_shared<PasteboardX11>();
+        services.primarySelection
+            = std::make_shared<PasteboardX11>(PasteboardX11::Selection::primary);
         break;
     case DesktopAdapter::waylandProtocol:
         services.pasteboard = std::make_shared<PasteboardWayland>();

@@ -27,10 +27,9 @@ private:
 class AccessibilityProviderMac : public AccessibilityProvider
 {
 public:
-    // A hung application must not freeze dictation for the system's default six seconds.
-    static constexpr float kMessagingTimeoutSeconds = 0.5f;
-
-    AccessibilityProviderMac();
+    // A hung application must not freeze a context read for the system's default six
+    // seconds; writes keep that default (a time-out of 0 restores it).
+    static constexpr float kReadTimeoutSeconds = 0.5f;
 
     AccessibleElementPtr systemWideElement() override;
     AccessibleElementPtr applicationElement(qint64 pid) override;

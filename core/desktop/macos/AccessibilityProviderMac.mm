@@ -22,14 +22,6 @@ AccessibleElementPtr wrap(AXUIElementRef element)
 
 } // namespace
 
-AccessibilityProviderMac::AccessibilityProviderMac()
-{
-    // Set on the system-wide element, the time-out applies to every element of this process.
-    AXUIElementRef systemWide = AXUIElementCreateSystemWide();
-    AXUIElementSetMessagingTimeout(systemWide, kMessagingTimeoutSeconds);
-    CFRelease(systemWide);
-}
-
 AccessibleElementPtr AccessibilityProviderMac::systemWideElement()
 {
     return wrap(AXUIElementCreateSystemWide());
@@ -47,6 +39,9 @@ std::optional<AttributeValue> AccessibilityProviderMac::copyAttribute(
     if (!target) {
         return std::nullopt;
     }
+    // Per element and only for reads: a time-out set on the system-wide element would apply
+    // to every element of this process, writes included.
+    AXUIElementSetMessagingTimeout(target, kReadTimeoutSeconds);
     CFTypeRef value = nullptr;
     const AXError error
         = AXUIElementCopyAttributeValue(target, (__bridge CFStringRef)name.toNSString(), &value);
@@ -74,6 +69,9 @@ bool AccessibilityProviderMac::setAttribute(
     if (!target) {
         return false;
     }
+    // A write that timed out may still land, and a failed write is followed by a paste:
+    // the text would arrive twice. So a write waits as long as the system lets it.
+    AXUIElementSetMessagingTimeout(target, 0.0f);
     return AXUIElementSetAttributeValue(target, (__bridge CFStringRef)name.toNSString(),
                (__bridge CFStringRef)value.toNSString())
         == kAXErrorSuccess;

@@ -2,14 +2,18 @@
 
 #include "desktop/KeyboardEventSource.h"
 
-#include <CoreGraphics/CoreGraphics.h>
+#include <memory>
 
 namespace sayvo {
 
-// A Quartz event tap on the login session, at the head of the chain and active, so its answer
-// can drop single events. Its run-loop source sits on the main run loop (which Qt's event
-// loop runs), so events arrive on the main thread. Flags pass through unchanged: the seam's
-// flag values are the Quartz ones.
+// A Quartz event tap on the login session, at the head of the chain and active, so it can
+// drop single events. The tap runs on a thread of its own: the system waits for its answer on
+// every keystroke and switches off a tap that is slow, so the answer must never wait for the
+// main thread. There it withholds the keys in swallowedKeyCodes and passes everything else;
+// each event then goes on to the callback on the main thread, whose answer is not needed.
+// Flags pass through unchanged: the seam's flag values are the Quartz ones. Watching the
+// keyboard needs the user's leave (Input Monitoring or Accessibility): without it the system
+// creates a tap that never sees a key, so install() refuses.
 class KeyboardEventSourceMac : public KeyboardEventSource
 {
 public:
@@ -17,21 +21,19 @@ public:
     static constexpr int kF5KeyCode = 96;
     static constexpr int kRightOptionKeyCode = 61;
 
+    KeyboardEventSourceMac();
     ~KeyboardEventSourceMac() override;
 
-    // The tap decides per event, so nothing needs to be withheld up front.
     bool install(const std::vector<int> &swallowedKeyCodes, Callback callback) override;
     void uninstall() override;
     void reenable() override;
+    bool isPermitted() const override;
     TriggerKeyCodes keyCodes() const override { return {kF5KeyCode, kRightOptionKeyCode}; }
 
 private:
-    static CGEventRef handleEvent(
-        CGEventTapProxy proxy, CGEventType type, CGEventRef event, void *userInfo);
-
-    Callback m_callback;
-    CFMachPortRef m_tap = nullptr;
-    CFRunLoopSourceRef m_source = nullptr;
+    // The tap, its run-loop source and its thread, kept in the Objective-C++ source.
+    struct Tap;
+    std::unique_ptr<Tap> m_tap;
 };
 
 } // namespace sayvo

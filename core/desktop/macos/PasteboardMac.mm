@@ -2,12 +2,26 @@
 
 #import <AppKit/AppKit.h>
 
+#include <utility>
+
 namespace sayvo {
+
+namespace {
+
+NSPasteboard *pasteboardNamed(const QString &name)
+{
+    return name.isEmpty() ? [NSPasteboard generalPasteboard]
+                          : [NSPasteboard pasteboardWithName:name.toNSString()];
+}
+
+} // namespace
+
+PasteboardMac::PasteboardMac(QString name) : m_name(std::move(name)) { }
 
 std::vector<PasteboardItem> PasteboardMac::items()
 {
     std::vector<PasteboardItem> result;
-    for (NSPasteboardItem *item in [NSPasteboard generalPasteboard].pasteboardItems) {
+    for (NSPasteboardItem *item in pasteboardNamed(m_name).pasteboardItems) {
         PasteboardItem copy;
         for (NSPasteboardType type in item.types) {
             NSData *data = [item dataForType:type];
@@ -22,7 +36,7 @@ std::vector<PasteboardItem> PasteboardMac::items()
 
 std::optional<QString> PasteboardMac::string()
 {
-    NSString *text = [[NSPasteboard generalPasteboard] stringForType:NSPasteboardTypeString];
+    NSString *text = [pasteboardNamed(m_name) stringForType:NSPasteboardTypeString];
     if (!text) {
         return std::nullopt;
     }
@@ -31,15 +45,16 @@ std::optional<QString> PasteboardMac::string()
 
 void PasteboardMac::clearContents()
 {
-    [[NSPasteboard generalPasteboard] clearContents];
+    [pasteboardNamed(m_name) clearContents];
 }
 
 bool PasteboardMac::setConcealedString(const QString &text)
 {
-    NSPasteboard *pasteboard = [NSPasteboard generalPasteboard];
-    [pasteboard clearContents];
+    NSPasteboard *pasteboard = pasteboardNamed(m_name);
+    [pasteboard prepareForNewContentsWithOptions:NSPasteboardContentsCurrentHostOnly];
     const bool written = [pasteboard setString:text.toNSString() forType:NSPasteboardTypeString];
     [pasteboard setData:[NSData data] forType:@(kConcealedType)];
+    [pasteboard setData:[NSData data] forType:@(kTransientType)];
     return written;
 }
 
@@ -53,14 +68,14 @@ bool PasteboardMac::writeItems(const std::vector<PasteboardItem> &items)
         }
         [objects addObject:object];
     }
-    NSPasteboard *pasteboard = [NSPasteboard generalPasteboard];
+    NSPasteboard *pasteboard = pasteboardNamed(m_name);
     [pasteboard clearContents];
     return [pasteboard writeObjects:objects];
 }
 
 qint64 PasteboardMac::changeCount()
 {
-    return [NSPasteboard generalPasteboard].changeCount;
+    return pasteboardNamed(m_name).changeCount;
 }
 
 } // namespace sayvo

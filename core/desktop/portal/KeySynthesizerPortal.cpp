@@ -24,6 +24,8 @@ constexpr uint kPersistUntilRevoked = 2;
 
 constexpr quint32 kKeysymControlL = 0xffe3;
 constexpr quint32 kKeysymShiftL = 0xffe1;
+constexpr quint32 kKeysymAltL = 0xffe9;
+constexpr quint32 kKeysymInsert = 0xff63;
 constexpr quint32 kKeysymV = 0x0076;
 constexpr quint32 kKeysymReturn = 0xff0d;
 constexpr quint32 kKeysymTab = 0xff09;
@@ -193,15 +195,29 @@ void KeySynthesizerPortal::report(PortalState state, const QString &reason)
 
 bool KeySynthesizerPortal::postPaste(PasteShortcut shortcut)
 {
-    std::vector<std::pair<quint32, bool>> keys {{kKeysymControlL, true}};
-    if (shortcut == PasteShortcut::terminal) {
-        keys.emplace_back(kKeysymShiftL, true);
+    std::vector<quint32> chord;
+    switch (shortcut) {
+    case PasteShortcut::standard:
+        chord = {kKeysymControlL, kKeysymV};
+        break;
+    case PasteShortcut::controlShiftV:
+        chord = {kKeysymControlL, kKeysymShiftL, kKeysymV};
+        break;
+    case PasteShortcut::controlAltV:
+        chord = {kKeysymControlL, kKeysymAltL, kKeysymV};
+        break;
+    case PasteShortcut::shiftInsert:
+        chord = {kKeysymShiftL, kKeysymInsert};
+        break;
     }
-    keys.insert(keys.end(), {{kKeysymV, true}, {kKeysymV, false}});
-    if (shortcut == PasteShortcut::terminal) {
-        keys.emplace_back(kKeysymShiftL, false);
+    // Pressed in order, released in reverse: the modifiers are down before the key arrives.
+    std::vector<std::pair<quint32, bool>> keys;
+    for (const quint32 keysym : chord) {
+        keys.emplace_back(keysym, true);
     }
-    keys.emplace_back(kKeysymControlL, false);
+    for (auto keysym = chord.rbegin(); keysym != chord.rend(); ++keysym) {
+        keys.emplace_back(*keysym, false);
+    }
     return postKeysyms(keys);
 }
 

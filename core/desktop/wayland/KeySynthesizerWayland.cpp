@@ -12,6 +12,7 @@
 #include <cstring>
 #include <sys/mman.h>
 #include <unistd.h>
+#include <vector>
 
 namespace sayvo {
 
@@ -90,12 +91,17 @@ bool KeySynthesizerWayland::createKeyboard()
     if (!keymap) {
         return false;
     }
-    m_controlKey = keyFor(keymap.get(), XKB_KEY_Control_L);
-    m_shiftKey = keyFor(keymap.get(), XKB_KEY_Shift_L);
+    const auto modifier = [&keymap](xkb_keysym_t key, const char *name) {
+        return Modifier {
+            keyFor(keymap.get(), key), 1U << xkb_keymap_mod_get_index(keymap.get(), name)};
+    };
+    m_control = modifier(XKB_KEY_Control_L, XKB_MOD_NAME_CTRL);
+    m_shift = modifier(XKB_KEY_Shift_L, XKB_MOD_NAME_SHIFT);
+    m_alt = modifier(XKB_KEY_Alt_L, XKB_MOD_NAME_ALT);
     m_vKey = keyFor(keymap.get(), XKB_KEY_v);
-    m_controlMask = 1U << xkb_keymap_mod_get_index(keymap.get(), XKB_MOD_NAME_CTRL);
-    m_shiftMask = 1U << xkb_keymap_mod_get_index(keymap.get(), XKB_MOD_NAME_SHIFT);
-    if (m_controlKey == 0 || m_shiftKey == 0 || m_vKey == 0) {
+    m_insertKey = keyFor(keymap.get(), XKB_KEY_Insert);
+    if (m_control.key == 0 || m_shift.key == 0 || m_alt.key == 0 || m_vKey == 0
+        || m_insertKey == 0) {
         return false;
     }
     char *text = xkb_keymap_get_as_string(keymap.get(), XKB_KEYMAP_FORMAT_TEXT_V1);
@@ -144,25 +150,38 @@ bool KeySynthesizerWayland::postPaste(PasteShortcut shortcut)
     if (!isAvailable()) {
         return false;
     }
+    std::vector<const Modifier *> modifiers;
+    uint32_t key = m_vKey;
+    switch (shortcut) {
+    case PasteShortcut::standard:
+        modifiers = {&m_control};
+        break;
+    case PasteShortcut::controlShiftV:
+        modifiers = {&m_control, &m_shift};
+        break;
+    case PasteShortcut::controlAltV:
+        modifiers = {&m_control, &m_alt};
+        break;
+    case PasteShortcut::shiftInsert:
+        modifiers = {&m_shift};
+        key = m_insertKey;
+        break;
+    }
     // A virtual keyboard's keys do not move the modifier state by themselves: it is sent
     // alongside, as a physical keyboard's compositor would compute it.
-    uint32_t held = m_controlMask;
-    sendKey(m_controlKey, true);
-    sendModifiers(held);
-    if (shortcut == PasteShortcut::terminal) {
-        held |= m_shiftMask;
-        sendKey(m_shiftKey, true);
+    uint32_t held = 0;
+    for (const Modifier *modifier : modifiers) {
+        held |= modifier->mask;
+        sendKey(modifier->key, true);
         sendModifiers(held);
     }
-    sendKey(m_vKey, true);
-    sendKey(m_vKey, false);
-    if (shortcut == PasteShortcut::terminal) {
-        held &= ~m_shiftMask;
-        sendKey(m_shiftKey, false);
+    sendKey(key, true);
+    sendKey(key, false);
+    for (auto it = modifiers.rbegin(); it != modifiers.rend(); ++it) {
+        held &= ~(*it)->mask;
+        sendKey((*it)->key, false);
         sendModifiers(held);
     }
-    sendKey(m_controlKey, false);
-    sendModifiers(0);
     m_connection->flush();
     return !m_connection->isLost();
 }

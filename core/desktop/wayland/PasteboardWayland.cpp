@@ -1,6 +1,5 @@
 #include "desktop/wayland/PasteboardWayland.h"
 
-#include "desktop/TextInserter.h"
 #include "desktop/wayland/WaylandConnection.h"
 
 #include "ext-data-control-v1-client-protocol.h"
@@ -17,6 +16,7 @@
 #include <csignal>
 #include <ctime>
 #include <fcntl.h>
+#include <functional>
 #include <poll.h>
 #include <unistd.h>
 
@@ -52,14 +52,15 @@ ssize_t writeWithoutSigpipe(int fd, const char *data, size_t size)
 }
 
 // Hands one type's data to the reader through the pipe it sent, without blocking the main
-// thread on a slow reader. Closes the pipe and deletes itself when the data is written, the
-// reader went away, or after kWriteTimeoutMs.
+// thread on a slow reader. Closes the pipe and deletes itself when the data is written (then
+// runs `written`), the reader went away, or after kWriteTimeoutMs.
 class PipeWriter : public QObject
 {
 public:
     static constexpr int kWriteTimeoutMs = 5000;
 
-    PipeWriter(int fd, QByteArray data) : m_fd(fd), m_data(std::move(data))
+    PipeWriter(int fd, QByteArray data, std::function<void()> written, QObject *parent)
+        : QObject(parent), m_fd(fd), m_data(std::move(data)), m_onWritten(std::move(written))
     {
         ::fcntl(m_fd, F_SETFL, ::fcntl(m_fd, F_GETFL) | O_NONBLOCK);
         m_notifier = new QSocketNotifier(m_fd, QSocketNotifier::Write, this);
@@ -84,7 +85,11 @@ private:
                 break;
             }
         }
+        const bool whole = m_written == m_data.size();
         finish();
+        if (whole && m_onWritten) {
+            m_onWritten();
+        }
     }
 
     // The reader sees the end of the data only when the pipe closes: at once, not when the
@@ -106,6 +111,7 @@ private:
 
     int m_fd;
     QByteArray m_data;
+    std::function<void()> m_onWritten;
     qsizetype m_written = 0;
     QSocketNotifier *m_notifier = nullptr;
 };
@@ -286,7 +292,7 @@ private:
 
 } // namespace
 
-PasteboardWayland::PasteboardWayland()
+PasteboardWayland::PasteboardWayland() : m_writers(std::make_unique<QObject>())
 {
     m_connection = WaylandConnection::open(QStringLiteral("clipboard"));
     if (!m_connection || !m_connection->seat()) {
@@ -368,10 +374,16 @@ void PasteboardWayland::handleSend(void *source, const QString &type, int fd)
         ::close(fd);
         return;
     }
-    if (!found->second.readSince.isValid()) {
-        found->second.readSince.start();
+    // The hint is for clipboard managers; the text is what a paste's target reads.
+    std::function<void()> written;
+    if (type != QLatin1String(kConcealedType)) {
+        written = [this, source] {
+            if (source == m_ownSource) {
+                reportServed();
+            }
+        };
     }
-    new PipeWriter(fd, data->second);
+    new PipeWriter(fd, data->second, std::move(written), m_writers.get());
 }
 
 void PasteboardWayland::handleCancelled(void *source)
@@ -393,31 +405,6 @@ const PasteboardItem *PasteboardWayland::ownItem() const
 {
     const auto found = m_sources.find(m_ownSource);
     return found == m_sources.end() ? nullptr : &found->second.offered;
-}
-
-void PasteboardWayland::waitForTranscriptRead()
-{
-    // The target of a paste asks for the transcript when it handles the chord, and gives up
-    // a transfer when the clipboard changes before it is done: a busy target that asks late
-    // gets the usual restore delay from its question on.
-    for (;;) {
-        const auto found = m_sources.find(m_ownSource);
-        if (found == m_sources.end() || !found->second.transcript || !isAvailable()) {
-            return;
-        }
-        const Source &source = found->second;
-        qint64 remaining = kTranscriptReadCapMs - source.since.elapsed();
-        if (source.readSince.isValid()) {
-            remaining
-                = std::min(remaining, TextInserter::kRestoreDelayMs - source.readSince.elapsed());
-        }
-        if (remaining <= 0) {
-            return;
-        }
-        pollfd descriptor {m_connection->fd(), POLLIN, 0};
-        ::poll(&descriptor, 1, int(remaining));
-        m_connection->dispatchPending();
-    }
 }
 
 std::map<QString, QByteArray> PasteboardWayland::read(const QStringList &types)
@@ -554,19 +541,17 @@ void PasteboardWayland::clearContents()
     if (!isAvailable()) {
         return;
     }
-    waitForTranscriptRead();
     // The old source stays until the compositor cancels it: a transfer may still be running.
     m_ownSource = nullptr;
     m_protocol->setSelection(nullptr);
     m_connection->roundtrip();
 }
 
-bool PasteboardWayland::setSelection(PasteboardItem offered, bool transcript)
+bool PasteboardWayland::setSelection(PasteboardItem offered)
 {
     if (!isAvailable()) {
         return false;
     }
-    waitForTranscriptRead();
     QStringList types;
     for (const auto &[type, data] : offered) {
         types.append(type);
@@ -574,8 +559,6 @@ bool PasteboardWayland::setSelection(PasteboardItem offered, bool transcript)
     void *source = m_protocol->createSource(types);
     Source &entry = m_sources[source];
     entry.offered = std::move(offered);
-    entry.transcript = transcript;
-    entry.since.start();
     m_ownSource = source;
     m_protocol->setSelection(source);
     // The compositor's answer to our own write counts as a change: wait for it, so the count
@@ -592,7 +575,7 @@ bool PasteboardWayland::setConcealedString(const QString &text)
             QString::fromLatin1(type), qstrcmp(type, "STRING") == 0 ? text.toLatin1() : utf8);
     }
     offered.emplace_back(QString::fromLatin1(kConcealedType), QByteArrayLiteral("secret"));
-    return setSelection(std::move(offered), true);
+    return setSelection(std::move(offered));
 }
 
 bool PasteboardWayland::writeItems(const std::vector<PasteboardItem> &items)
@@ -611,7 +594,7 @@ bool PasteboardWayland::writeItems(const std::vector<PasteboardItem> &items)
         clearContents();
         return true;
     }
-    return setSelection(std::move(offered), false);
+    return setSelection(std::move(offered));
 }
 
 qint64 PasteboardWayland::changeCount()

@@ -2,7 +2,7 @@
 
 #include "desktop/Pasteboard.h"
 
-#include <QElapsedTimer>
+#include <QObject>
 #include <QStringList>
 
 #include <map>
@@ -19,15 +19,13 @@ class WaylandConnection;
 // compositor's selection events, this process's own writes included. A read asks the owner
 // for every type at once and waits for all of them together, at most kReadTimeoutMs, so an
 // owner that never answers costs one wait; a type larger than kMaxTypeBytes is left out.
-// Before the transcript is replaced (the restore after a paste), the target gets up to
-// kTranscriptReadCapMs from the paste to ask for it, and the usual restore delay from its
-// question on to finish reading. Main thread only.
+// Another client's whole read of this process's own content is reported as served. Main
+// thread only.
 class PasteboardWayland : public Pasteboard
 {
 public:
     static constexpr int kReadTimeoutMs = 500;
     static constexpr qsizetype kMaxTypeBytes = qsizetype(64) * 1024 * 1024;
-    static constexpr int kTranscriptReadCapMs = 1000;
 
     PasteboardWayland();
     ~PasteboardWayland() override;
@@ -41,6 +39,7 @@ public:
     bool setConcealedString(const QString &text) override;
     bool writeItems(const std::vector<PasteboardItem> &items) override;
     qint64 changeCount() override;
+    bool reportsServed() const override { return true; }
 
     // The protocol objects, the same for both protocols; the binding (defined with the
     // adapter) calls back below.
@@ -57,17 +56,14 @@ private:
     struct Source
     {
         PasteboardItem offered;
-        bool transcript = false;
-        QElapsedTimer since;
-        // Since the first reader asked for it; invalid until then.
-        QElapsedTimer readSince;
     };
 
-    bool setSelection(PasteboardItem offered, bool transcript);
-    void waitForTranscriptRead();
+    bool setSelection(PasteboardItem offered);
     std::map<QString, QByteArray> read(const QStringList &types);
     const PasteboardItem *ownItem() const;
 
+    // Parent of the transfers under way, which end with the adapter.
+    std::unique_ptr<QObject> m_writers;
     std::unique_ptr<WaylandConnection> m_connection;
     std::unique_ptr<Protocol> m_protocol;
     std::map<void *, QStringList> m_offers;

@@ -7,39 +7,14 @@
 #include <X11/keysym.h>
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
 #include <vector>
 
 namespace sayvo {
 
-namespace {
-
-// While a key Sayvo grabs (F5) is held, the X server hands every key event, synthetic ones
-// included, to Sayvo itself: a toggle-mode press that ends dictation is often still down
-// when the result arrives. Wait, briefly, until the keyboard is quiet, so the paste reaches
-// the focused application and is not mixed with a held modifier.
-void waitUntilNoKeyIsHeld(Display *display)
-{
-    constexpr auto kLongest = std::chrono::milliseconds(1500);
-    constexpr auto kStep = std::chrono::milliseconds(10);
-    const auto deadline = std::chrono::steady_clock::now() + kLongest;
-    while (std::chrono::steady_clock::now() < deadline) {
-        char keys[32] = {};
-        XQueryKeymap(display, keys);
-        if (std::all_of(std::begin(keys), std::end(keys), [](char byte) { return byte == 0; })) {
-            return;
-        }
-        std::this_thread::sleep_for(kStep);
-    }
-}
-
-} // namespace
-
 KeySynthesizerX11::KeySynthesizerX11() = default;
 KeySynthesizerX11::~KeySynthesizerX11() = default;
 
-bool KeySynthesizerX11::postPaste(PasteShortcut shortcut)
+bool KeySynthesizerX11::ensureConnection()
 {
     if (!m_connection) {
         m_connection = X11Connection::open();
@@ -54,6 +29,24 @@ bool KeySynthesizerX11::postPaste(PasteShortcut shortcut)
             }
         });
     }
+    return true;
+}
+
+bool KeySynthesizerX11::isAnyKeyHeld()
+{
+    if (!ensureConnection()) {
+        return false;
+    }
+    char keys[32] = {};
+    XQueryKeymap(m_connection->display(), keys);
+    return std::any_of(std::begin(keys), std::end(keys), [](char byte) { return byte != 0; });
+}
+
+bool KeySynthesizerX11::postPaste(PasteShortcut shortcut)
+{
+    if (!ensureConnection()) {
+        return false;
+    }
     Display *display = m_connection->display();
     XSync(display, False);
     m_connection->dispatchPending();
@@ -64,11 +57,21 @@ bool KeySynthesizerX11::postPaste(PasteShortcut shortcut)
     if (!XTestQueryExtension(display, &eventBase, &errorBase, &major, &minor)) {
         return false;
     }
-    std::vector<KeySym> chord {XK_Control_L};
-    if (shortcut == PasteShortcut::terminal) {
-        chord.push_back(XK_Shift_L);
+    std::vector<KeySym> chord;
+    switch (shortcut) {
+    case PasteShortcut::standard:
+        chord = {XK_Control_L, XK_v};
+        break;
+    case PasteShortcut::controlShiftV:
+        chord = {XK_Control_L, XK_Shift_L, XK_v};
+        break;
+    case PasteShortcut::controlAltV:
+        chord = {XK_Control_L, XK_Alt_L, XK_v};
+        break;
+    case PasteShortcut::shiftInsert:
+        chord = {XK_Shift_L, XK_Insert};
+        break;
     }
-    chord.push_back(XK_v);
     std::vector<KeyCode> keyCodes;
     for (const KeySym keysym : chord) {
         const KeyCode keyCode = XKeysymToKeycode(display, keysym);
@@ -77,7 +80,6 @@ bool KeySynthesizerX11::postPaste(PasteShortcut shortcut)
         }
         keyCodes.push_back(keyCode);
     }
-    waitUntilNoKeyIsHeld(display);
     for (const KeyCode keyCode : keyCodes) {
         XTestFakeKeyEvent(display, keyCode, True, CurrentTime);
     }

@@ -8,8 +8,9 @@ namespace sayvo {
 
 class X11Connection;
 
-// Posts Control-V (Control-Shift-V for terminals) with the XTest extension. The V key is looked
-// up from its keysym, so the chord lands on the right key on any layout. Main thread only.
+// Posts the paste chords with the XTest extension. Keys are looked up from their keysyms at
+// each paste, with the key map refreshed when the layout changes, so the chord lands on the
+// right keys on any layout. Main thread only.
 class KeySynthesizerX11 : public KeySynthesizer
 {
 public:
@@ -17,8 +18,11 @@ public:
     ~KeySynthesizerX11() override;
 
     bool postPaste(PasteShortcut shortcut) override;
+    bool isAnyKeyHeld() override;
 
 private:
+    bool ensureConnection();
+
     std::unique_ptr<X11Connection> m_connection;
 };
 

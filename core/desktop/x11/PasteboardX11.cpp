@@ -5,7 +5,11 @@
 #include <X11/Xatom.h>
 #include <X11/extensions/Xfixes.h>
 
+#include <QDeadlineTimer>
+#include <QMetaObject>
 #include <QSet>
+
+#include <algorithm>
 
 namespace sayvo {
 
@@ -19,7 +23,7 @@ const char *const kConcealedType = "x-kde-passwordManagerHint";
 
 } // namespace
 
-PasteboardX11::PasteboardX11() = default;
+PasteboardX11::PasteboardX11(Selection selection) : m_selectionKind(selection) { }
 
 PasteboardX11::~PasteboardX11()
 {
@@ -44,7 +48,8 @@ bool PasteboardX11::ensureConnection()
     }
     m_window = XCreateSimpleWindow(display, connection->root(), -10, -10, 1, 1, 0, 0, 0);
     XSelectInput(display, m_window, PropertyChangeMask);
-    m_clipboard = connection->atom("CLIPBOARD");
+    m_clipboard
+        = m_selectionKind == Selection::primary ? XA_PRIMARY : connection->atom("CLIPBOARD");
     m_targets = connection->atom("TARGETS");
     m_transfer = connection->atom("SAYVO_CLIPBOARD_TRANSFER");
     m_incr = connection->atom("INCR");
@@ -62,6 +67,9 @@ bool PasteboardX11::ensureConnection()
         } else if (event.type == SelectionClear && event.xselectionclear.selection == m_clipboard) {
             m_owned = false;
             m_offered.clear();
+        } else if (event.type == PropertyNotify && event.xproperty.state == PropertyDelete
+            && event.xproperty.window != m_window) {
+            continueTransfer(event.xproperty.window, event.xproperty.atom);
         }
     });
     XSync(display, False);
@@ -103,18 +111,13 @@ void PasteboardX11::answerRequest(const ConversionRequest &request)
             if (name) {
                 XFree(name);
             }
-            const long maxBytes = XExtendedMaxRequestSize(display) > 0
-                ? XExtendedMaxRequestSize(display) * 4 - 1024
-                : XMaxRequestSize(display) * 4 - 1024;
             for (const auto &[offeredType, data] : m_offered) {
-                if (offeredType == type && data.size() <= maxBytes) {
+                if (offeredType == type) {
                     // TEXT asks for "some text encoding"; the answer names the one given.
                     const Atom replyType = request.target == m_connection->atom("TEXT")
                         ? m_connection->atom("UTF8_STRING")
                         : request.target;
-                    XChangeProperty(display, request.requestor, property, replyType, 8,
-                        PropModeReplace, reinterpret_cast<const unsigned char *>(data.constData()),
-                        int(data.size()));
+                    sendData(request, property, replyType, data);
                     reply.property = property;
                     break;
                 }
@@ -123,6 +126,83 @@ void PasteboardX11::answerRequest(const ConversionRequest &request)
     }
     XSendEvent(display, request.requestor, False, NoEventMask, reinterpret_cast<XEvent *>(&reply));
     XFlush(display);
+}
+
+namespace {
+
+// The most one property write may carry: the server's request limit, and no more than 256 KiB
+// so a reader is never handed one huge block.
+long maxPieceBytes(Display *display)
+{
+    const long requestUnits = XExtendedMaxRequestSize(display) > 0
+        ? XExtendedMaxRequestSize(display)
+        : XMaxRequestSize(display);
+    return std::min(requestUnits * 4 - 1024, 256L * 1024);
+}
+
+qint64 nowMs()
+{
+    return QDeadlineTimer::current().deadline();
+}
+
+} // namespace
+
+void PasteboardX11::sendData(const ConversionRequest &request, unsigned long property,
+    unsigned long replyType, const QByteArray &data)
+{
+    Display *display = m_connection->display();
+    if (data.size() <= maxPieceBytes(display)) {
+        XChangeProperty(display, request.requestor, property, replyType, 8, PropModeReplace,
+            reinterpret_cast<const unsigned char *>(data.constData()), int(data.size()));
+        served();
+        return;
+    }
+    // Too large for one request: announce the size with INCR, then send a piece each time
+    // the requestor deletes the property.
+    std::erase_if(m_transfers, [&](const OutgoingTransfer &transfer) {
+        return (transfer.requestor == request.requestor && transfer.property == property)
+            || nowMs() - transfer.lastActivityMs > kIncrementalTimeoutMs;
+    });
+    XSelectInput(display, request.requestor, PropertyChangeMask);
+    const long size = long(data.size());
+    XChangeProperty(display, request.requestor, property, m_incr, 32, PropModeReplace,
+        reinterpret_cast<const unsigned char *>(&size), 1);
+    m_transfers.push_back({request.requestor, property, replyType, data, 0, nowMs()});
+}
+
+void PasteboardX11::continueTransfer(unsigned long requestor, unsigned long property)
+{
+    const auto transfer
+        = std::find_if(m_transfers.begin(), m_transfers.end(), [&](const OutgoingTransfer &t) {
+              return t.requestor == requestor && t.property == property;
+          });
+    if (transfer == m_transfers.end()) {
+        return;
+    }
+    Display *display = m_connection->display();
+    const qsizetype length
+        = std::min<qsizetype>(maxPieceBytes(display), transfer->data.size() - transfer->offset);
+    m_connection->clearError();
+    XChangeProperty(display, requestor, property, transfer->type, 8, PropModeReplace,
+        reinterpret_cast<const unsigned char *>(transfer->data.constData() + transfer->offset),
+        int(length));
+    XFlush(display);
+    transfer->offset += length;
+    transfer->lastActivityMs = nowMs();
+    if (length == 0) {
+        // The empty piece was the end.
+        XSelectInput(display, requestor, NoEventMask);
+        m_transfers.erase(transfer);
+        served();
+    }
+}
+
+void PasteboardX11::served()
+{
+    // Queued: a request can be answered inside one of this object's own waits, and the
+    // report may well lead to a write.
+    QMetaObject::invokeMethod(
+        m_connection.get(), [this] { reportServed(); }, Qt::QueuedConnection);
 }
 
 unsigned long PasteboardX11::serverTime()

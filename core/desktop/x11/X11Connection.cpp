@@ -62,8 +62,10 @@ X11Connection::X11Connection(Display *display)
 X11Connection::~X11Connection()
 {
     m_notifier.reset();
-    lastErrors().erase(m_display);
+    // Closing flushes and receives the errors still on their way: they must find this
+    // display among ours, or the previous handler (Xlib's, which exits) gets them.
     XCloseDisplay(m_display);
+    lastErrors().erase(m_display);
 }
 
 Atom X11Connection::atom(const char *name) const

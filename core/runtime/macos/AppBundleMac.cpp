@@ -1,6 +1,7 @@
 #include "runtime/AppBundle.h"
 
 #include <CoreFoundation/CoreFoundation.h>
+#include <QDir>
 #include <QStandardPaths>
 
 namespace sayvo {
@@ -50,6 +51,11 @@ QString userDataDirectory()
 {
     // ~/Library/Application Support
     return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+}
+
+QString userStateDirectory()
+{
+    return QDir::homePath() + QStringLiteral("/Library/Logs");
 }
 
 } // namespace sayvo

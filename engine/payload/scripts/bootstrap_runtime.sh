@@ -12,7 +12,9 @@
 #   ROOT/app/.venv/bin/sayvo-engine    the engine as run_engine.sh starts it (a link)
 #   ROOT/app/.venv/engine.env          settings for run_engine.sh
 #   ROOT/app/models/streaming/         the PocketSphinx model (links to the system's copy)
-#   ROOT/app/data/                     the learning store (kept across re-runs)
+#   ROOT/app/data/                     the learning store (kept across re-runs), 0700
+#   ROOT/.sayvo-runtime                marks the folder as one this script built: the
+#                                      uninstaller removes no other
 #   ROOT/VERSION                       written last: its presence means "provisioned"
 #
 # --engine-binary (or SAYVO_ENGINE_BINARY) installs a freshly built engine instead of the
@@ -74,13 +76,21 @@ if command -v ldd >/dev/null 2>&1; then
 fi
 ok
 
-# From here on the runtime is being changed: until VERSION is written again it does not
-# count as provisioned.
-mkdir -p "$root" || fail "cannot create $root"
-rm -f "$root/VERSION"
 
 # 3. Engine files, swapped in whole.
 step copy 25 "Copying engine files"
+# From here on the runtime is being changed: until VERSION is written again it does not
+# count as provisioned. A folder that already holds something this script did not make is
+# never taken over, since the uninstaller removes the install root whole (a runtime built
+# before the marker existed is recognised by its VERSION or app/.venv).
+marker="$root/.sayvo-runtime"
+if [ -e "$root" ] && [ ! -e "$marker" ] && [ ! -e "$root/VERSION" ] && [ ! -e "$root/app/.venv" ] \
+  && [ -n "$(ls -A "$root" 2>/dev/null)" ]; then
+  fail "$root already holds files that are not a Sayvo runtime; choose an empty folder"
+fi
+mkdir -p "$root" || fail "cannot create $root"
+printf 'Sayvo engine runtime, built by bootstrap_runtime.sh\n' >"$marker" || fail "cannot write to $root"
+rm -f "$root/VERSION"
 # Never replace a folder this script did not make (a source checkout's engine/, say).
 if [ -e "$app/engine" ] && [ ! -e "$app/engine/bin/sayvo-engine" ]; then
   fail "$app/engine exists but is not an installed engine; not replacing it"
@@ -98,7 +108,7 @@ ok
 # 4. The environment run_engine.sh starts from.
 step venv 40 "Creating the engine environment"
 rm -rf "$app/.venv.new"
-mkdir -p "$app/.venv.new/bin" "$app/data" || fail "cannot write to $app"
+mkdir -p "$app/.venv.new/bin" "$app/data" && chmod 700 "$app/data" || fail "cannot write to $app"
 ln -s ../../engine/bin/sayvo-engine "$app/.venv.new/bin/sayvo-engine" || fail "cannot link the engine"
 {
   echo "SAYVO_ENGINE_MODEL_DIR=$app/models/streaming"

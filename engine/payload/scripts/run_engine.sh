@@ -6,7 +6,8 @@
 #
 # Environment:
 #   ENGINE_PORT                 port to listen on (default 8765)
-#   ENGINE_HOST                 address to listen on, honoured only with
+#   ENGINE_HOST                 address to listen on: a loopback form (127.0.0.1, ::1,
+#                               localhost) is honoured as given; anything else only with
 #   SAYVO_ENGINE_ALLOW_REMOTE=1 (otherwise the engine binds 127.0.0.1: transcripts and the
 #                               personal dictionary never leave the machine by accident)
 #   SAYVO_ENGINE_ASR            recogniser (default pocketsphinx; replay:FILE, mock)
@@ -45,9 +46,11 @@ done
 [ -n "$binary" ] || { say "no sayvo-engine in $app_dir (.venv/bin or engine/bin)"; exit 2; }
 
 host="127.0.0.1"
-if [ "${SAYVO_ENGINE_ALLOW_REMOTE:-0}" = "1" ]; then
-  host="${ENGINE_HOST:-127.0.0.1}"
-fi
+requested=$(printf '%s' "${ENGINE_HOST:-127.0.0.1}" | tr '[:upper:]' '[:lower:]')
+case "$requested" in
+  127.0.0.1 | ::1 | localhost) host="$requested" ;;
+  *) if [ "${SAYVO_ENGINE_ALLOW_REMOTE:-0}" = "1" ]; then host="${ENGINE_HOST}"; fi ;;
+esac
 port="${ENGINE_PORT:-8765}"
 models="${SAYVO_ENGINE_MODEL_DIR:-$app_dir/models/streaming}"
 data="${SAYVO_ENGINE_DATA_DIR:-$app_dir/data}"

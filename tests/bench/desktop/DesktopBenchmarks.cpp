@@ -60,7 +60,12 @@ void BM_PasteVersusXdotoolType(benchmark::State &state)
     double pasteMs = 0;
     double typeMs = 0;
     for (auto _ : state) {
-        pasteMs = millisecondsUntilTyped([&] { return inserter.insertViaPaste(text); }, text);
+        pasteMs = millisecondsUntilTyped(
+            [&] {
+                inserter.insertViaPaste(text, [](bool) {});
+                return true;
+            },
+            text);
         (void)QTest::qWaitFor([&] { return !inserter.isRestorePending(); }, 5000);
         typeMs = millisecondsUntilTyped(
             [&] {

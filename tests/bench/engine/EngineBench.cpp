@@ -6,6 +6,9 @@
 //  - Memory: the engine's resident set with the recogniser loaded, against the same engine
 //    running its placeholder recogniser.
 //  - Formatting: the formatter on the calibration sentences, against splitting them into words.
+//  - Responsiveness: a second client's hello -> hello.ack round trip while another client's
+//    60-second utterance is being recognised and finalised, against the same round trip on
+//    the idle engine, p50 and p95.
 #include "engine/asr/PocketSphinxRecognizer.h"
 #include "engine/format/Formatter.h"
 #include "support/engine/EngineProcess.h"
@@ -15,10 +18,13 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
+#include <QWebSocket>
 
 #include <benchmark/benchmark.h>
 
@@ -203,6 +209,100 @@ void BM_EndToFinalLatency(benchmark::State &state)
     }
 }
 BENCHMARK(BM_EndToFinalLatency)->Iterations(18)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// One hello -> hello.ack round trip on `socket`, in milliseconds; negative on a time-out.
+double helloRoundTripMs(QWebSocket &socket)
+{
+    QEventLoop loop;
+    QTimer timeout;
+    timeout.setSingleShot(true);
+    bool acked = false;
+    const auto connection
+        = QObject::connect(&socket, &QWebSocket::textMessageReceived, [&](const QString &text) {
+              if (text.contains(QLatin1String("hello.ack"))) {
+                  acked = true;
+                  loop.quit();
+              }
+          });
+    QObject::connect(&timeout, &QTimer::timeout, &loop, &QEventLoop::quit);
+    QElapsedTimer timer;
+    timer.start();
+    socket.sendTextMessage(QString::fromStdString(encode(HelloMessage {.version = "bench"})));
+    timeout.start(30000);
+    loop.exec();
+    QObject::disconnect(connection);
+    return acked ? static_cast<double>(timer.nsecsElapsed()) / 1e6 : -1.0;
+}
+
+double percentileOf(std::vector<double> values, double p)
+{
+    if (values.empty()) {
+        return 0.0;
+    }
+    std::sort(values.begin(), values.end());
+    return values[std::min(
+        values.size() - 1, static_cast<std::size_t>(p * static_cast<double>(values.size())))];
+}
+
+void BM_HelloWhileAnotherFinalPassRuns(benchmark::State &state)
+{
+    QByteArray minute;
+    for (std::size_t i = 0; minute.size() < qsizetype {60} * 32000; ++i) {
+        minute += speech()[i % speech().size()];
+        minute += QByteArray(16000, '\0'); // half a second between sentences
+    }
+    test::EngineProcess engine;
+    if (!engine.start({"--data-dir", workDir().filePath("data-hello")})) {
+        state.SkipWithError("engine did not start");
+        return;
+    }
+    QWebSocket arriving;
+    arriving.open(QUrl(engine.url()));
+    if (!QTest::qWaitFor([&] { return arriving.state() == QAbstractSocket::ConnectedState; })) {
+        state.SkipWithError("could not connect");
+        return;
+    }
+    std::vector<double> idle;
+    std::vector<double> busy;
+    double finalPassSeconds = 0.0;
+    for (auto _ : state) {
+        for (int i = 0; i < 50; ++i) {
+            idle.push_back(helloRoundTripMs(arriving));
+            QTest::qWait(10);
+        }
+        test::EngineTestClient talking;
+        talking.connectTo(engine.url());
+        const std::size_t finalsBefore = talking.received<FinalMessage>().size();
+        talking.send(UtteranceStartMessage {.utteranceId = "MINUTE"});
+        for (qsizetype at = 0; at < minute.size(); at += 3200) {
+            talking.sendAudio(minute.mid(at, 3200));
+        }
+        talking.send(UtteranceEndMessage {.utteranceId = "MINUTE"});
+        QElapsedTimer finalPass;
+        finalPass.start();
+        while (talking.received<FinalMessage>().size() == finalsBefore
+            && finalPass.elapsed() < 300000) {
+            busy.push_back(helloRoundTripMs(arriving));
+            QTest::qWait(10);
+        }
+        finalPassSeconds = static_cast<double>(finalPass.elapsed()) / 1000.0;
+    }
+    state.counters["idle_p50_ms"] = percentileOf(idle, 0.50);
+    state.counters["idle_p95_ms"] = percentileOf(idle, 0.95);
+    state.counters["busy_p50_ms"] = percentileOf(busy, 0.50);
+    state.counters["busy_p95_ms"] = percentileOf(busy, 0.95);
+    state.counters["busy_max_ms"]
+        = busy.empty() ? 0.0 : *std::max_element(busy.begin(), busy.end());
+    state.counters["p95_ratio"] = percentileOf(idle, 0.95) > 0.0
+        ? percentileOf(busy, 0.95) / percentileOf(idle, 0.95)
+        : 0.0;
+    state.counters["busy_samples"] = static_cast<double>(busy.size());
+    state.counters["final_pass_s"] = finalPassSeconds;
+}
+BENCHMARK(BM_HelloWhileAnotherFinalPassRuns)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 const char *const kPrompts[]
     = {"the meeting is at three pm in room two oh four", "the total comes to forty two dollars",

@@ -5,6 +5,7 @@
 #include "engine/server/EngineSession.h"
 #include "engine/store/LearningStore.h"
 #include "protocol/WireCodec.h"
+#include "support/engine/InlineWorkers.h"
 
 #include <cstdlib>
 #include <string_view>
@@ -20,7 +21,14 @@ struct Engine
     // An in-memory store: feedback and suggestions are exercised without touching the disk.
     std::unique_ptr<sayvo::LearningStore> store
         = std::move(sayvo::LearningStore::open(":memory:")).value();
-    sayvo::EngineServices services {recognizers, formatter, store.get(), recent, "fuzz"};
+    sayvo::test::InlineWorkers workers {2};
+    sayvo::test::InlineLane storeLane;
+    sayvo::EngineServices services = [this] {
+        sayvo::EngineServices s {recognizers, formatter, store.get(), recent, "fuzz"};
+        s.workers = &workers;
+        s.storeLane = &storeLane;
+        return s;
+    }();
 };
 
 } // namespace

@@ -1,15 +1,18 @@
 #include "audio/AudioCapture.h"
+#include "audio/AudioDeviceObserver.h"
 #include "audio/AudioDevices.h"
 #include "audio/AudioPlatform.h"
 #include "support/audio/pulse/PulseAudioServer.h"
 
 #include <QElapsedTimer>
 #include <QMutex>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 #include <numbers>
 
@@ -164,6 +167,29 @@ TEST_F(PulseAudioCaptureTest, FortyEightKilohertzStereoSineKeepsFrequencyAndDura
     EXPECT_NEAR(peak, 12000, 400);
 }
 
+TEST_F(PulseAudioCaptureTest, ASpeakerMonitorIsNeverTheMicrophone)
+{
+    // The server has only its null sink: its monitor is what @DEFAULT_SOURCE@ names now.
+    makeCapture();
+    const auto status = capture->prepare();
+    ASSERT_FALSE(status.ok());
+    EXPECT_EQ(status.error().kind, AudioCaptureError::Kind::invalidInputFormat);
+    EXPECT_EQ(server.recordStreamCount(), 0);
+
+    // With a microphone present but the monitor still the server's default, the microphone
+    // is what is recorded.
+    auto mic = server.addMicrophone("mic16", 16000, 1, "Desk Microphone");
+    ASSERT_TRUE(mic);
+    ASSERT_TRUE(server.setDefaultSource("null.monitor"));
+    ASSERT_TRUE(capture->prepare().ok());
+    capture->startForwarding();
+    const QByteArray audio = ramp(4000, 5);
+    mic->play(audio);
+    ASSERT_TRUE(waitForBytes(audio.size()));
+    capture->stopForwarding(true);
+    EXPECT_TRUE(takeAll() == audio);
+}
+
 TEST_F(PulseAudioCaptureTest, NoRecordStreamWhileNotForwarding)
 {
     auto mic = server.addMicrophone("mic16", 16000, 1, "Desk Microphone");
@@ -217,6 +243,66 @@ TEST_F(PulseAudioCaptureTest, VanishedDeviceCapturesFromTheDefaultAndReconcileMo
     ASSERT_TRUE(waitForBytes(fromUsb.size()));
     capture->stopForwarding(true);
     EXPECT_TRUE(takeAll() == fromUsb);
+}
+
+TEST_F(PulseAudioCaptureTest, SystemDefaultFollowsTheServersNewDefaultSource)
+{
+    auto desk = server.addMicrophone("desk", 16000, 1, "Desk Microphone");
+    auto headset = server.addMicrophone("headset", 16000, 1, "Headset Microphone");
+    ASSERT_TRUE(desk && headset);
+    ASSERT_TRUE(server.setDefaultSource("desk"));
+    makeCapture();
+    AudioDeviceObserver observer(*hardware);
+    QObject::connect(&observer, &AudioDeviceObserver::defaultInputChanged,
+        [this] { capture->followDefaultInput(); });
+    QSignalSpy followed(&observer, &AudioDeviceObserver::defaultInputChanged);
+    ASSERT_TRUE(capture->prepare().ok());
+
+    // The user picks the headset as the system's input, as a desktop's sound settings would.
+    ASSERT_EQ(server.pactl({"set-default-source", "headset"}).exitCode, 0);
+    ASSERT_TRUE(followed.wait(5000));
+    EXPECT_TRUE(capture->isReady());
+    EXPECT_EQ(capture->activeDeviceUID(), std::nullopt);
+
+    capture->startForwarding();
+    const QByteArray audio = ramp(8000, 11);
+    headset->play(audio);
+    ASSERT_TRUE(waitForBytes(audio.size()));
+    capture->stopForwarding(true);
+    EXPECT_TRUE(takeAll() == audio);
+}
+
+TEST_F(PulseAudioCaptureTest, AStreamTheServerEndsIsAnInterruptionAndTheUtteranceGoesOn)
+{
+    auto mic = server.addMicrophone("mic16", 16000, 1, "Desk Microphone");
+    ASSERT_TRUE(mic);
+    makeCapture();
+    // Rebuilt on the owner's thread, as the application does.
+    QObject owner;
+    std::atomic<int> interruptions {0};
+    capture->setOnInterrupted([&](const QString &) {
+        ++interruptions;
+        QMetaObject::invokeMethod(
+            &owner, [this] { capture->recover(); }, Qt::QueuedConnection);
+    });
+    ASSERT_TRUE(capture->prepare().ok());
+    capture->startForwarding();
+    const QByteArray before = ramp(4000, 1);
+    mic->play(before);
+    ASSERT_TRUE(waitForBytes(before.size()));
+
+    // The user ends the recording in a sound mixer (or the server drops it).
+    ASSERT_TRUE(server.killRecordStreams());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return interruptions == 1; }, 5000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return server.recordStreamCount() == 1; }, 5000));
+
+    const QByteArray after = ramp(4000, 30000);
+    mic->play(after);
+    ASSERT_TRUE(waitForBytes(before.size() + after.size()));
+    capture->stopForwarding(true);
+    EXPECT_TRUE(takeAll() == before + after);
+    EXPECT_EQ(interruptions, 1);
+    EXPECT_EQ(server.recordStreamCount(), 0);
 }
 
 TEST_F(PulseAudioCaptureTest, NoServerFailsPromptlyAndAServerThatComesBackIsUsed)

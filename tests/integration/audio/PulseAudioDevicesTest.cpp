@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 using namespace sayvo;
 using sayvo::test::PulseAudioServer;
 
@@ -106,6 +108,30 @@ TEST_F(PulseAudioDevicesTest, UnrelatedChangePublishesNothing)
     EXPECT_EQ(uids(observer.devices()), QStringList {"mic16"});
 }
 
+TEST_F(PulseAudioDevicesTest, VolumeAndMuteChangesAreNoDeviceListChange)
+{
+    auto mic = server.addMicrophone("mic16", 16000, 1, "Desk Microphone");
+    ASSERT_TRUE(mic);
+    auto hardware = createAudioHardware();
+    std::atomic<int> notifications {0};
+    const auto listener = hardware->addDeviceListListener([&] { ++notifications; });
+    // The first connection to the server counts as a change of its own.
+    notifications = 0;
+
+    for (const char *volume : {"40%", "60%", "80%"}) {
+        ASSERT_EQ(server.pactl({"set-source-volume", "mic16", volume}).exitCode, 0);
+    }
+    ASSERT_EQ(server.pactl({"set-source-mute", "mic16", "1"}).exitCode, 0);
+    // A real change after them: the server reports events in order, so once it is heard
+    // the volume events have been handled too.
+    auto second = server.addMicrophone("usb_mic", 48000, 1, "USB Microphone");
+    ASSERT_TRUE(second);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return notifications > 0; }, 5000));
+    QTest::qWait(300);
+    EXPECT_EQ(notifications, 1);
+    hardware->removeDeviceListListener(listener);
+}
+
 TEST_F(PulseAudioDevicesTest, ServerThatGoesAwayEmptiesTheList)
 {
     auto mic = server.addMicrophone("mic16", 16000, 1, "Desk Microphone");
@@ -154,4 +180,34 @@ TEST(PulseAudioWithoutServerTest, ObserverStartsEmptyAndPicksUpAServerThatStarts
 
     ASSERT_TRUE(QTest::qWaitFor([&] { return observer.devices().size() == 1; }, 5000));
     EXPECT_EQ(observer.devices()[0].name, "Desk Microphone");
+}
+
+TEST_F(PulseAudioDevicesTest, ANewDefaultSourceIsADefaultInputChangeAndNothingElseIs)
+{
+    auto desk = server.addMicrophone("desk", 16000, 1, "Desk Microphone");
+    auto headset = server.addMicrophone("headset", 16000, 1, "Headset Microphone");
+    ASSERT_TRUE(desk && headset);
+    ASSERT_TRUE(server.setDefaultSource("desk"));
+    auto hardware = createAudioHardware();
+    std::atomic<int> notifications {0};
+    const auto listener = hardware->addDefaultInputListener([&] { ++notifications; });
+    // Answered in order after the first look at the default, which is no change.
+    ASSERT_TRUE(hardware->deviceIds());
+
+    // Setting the same default again, a volume step and a new device leave it where it was.
+    ASSERT_TRUE(server.setDefaultSource("desk"));
+    ASSERT_EQ(server.pactl({"set-source-volume", "desk", "50%"}).exitCode, 0);
+    auto usb = server.addMicrophone("usb_mic", 48000, 1, "USB Microphone");
+    ASSERT_TRUE(usb);
+    // Another default is a change; the server reports events in order, so once it is heard
+    // the ones before it have been handled too.
+    ASSERT_TRUE(server.setDefaultSource("headset"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return notifications > 0; }, 5000));
+    QTest::qWait(300);
+    EXPECT_EQ(notifications, 1);
+
+    hardware->removeDefaultInputListener(listener);
+    ASSERT_TRUE(server.setDefaultSource("desk"));
+    QTest::qWait(300);
+    EXPECT_EQ(notifications, 1);
 }

@@ -81,7 +81,8 @@ TEST(CalibrationEngineTest, ThirteenLinesOneRedoneAreSubmittedToTheEngineInOrder
     test::CoordinatorHarness h;
     h.client->updateEndpoint(QUrl(engine.url()));
     ASSERT_TRUE(h.startAndConnect()) << engine.log().toStdString();
-    CalibrationController controller(*h.coordinator, *h.client, CalibrationPrompt::readSlice());
+    CalibrationController controller(
+        *h.coordinator, *h.client, *h.settings, CalibrationPrompt::readSlice());
     CalibrationWindow window(controller);
     window.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
@@ -138,7 +139,13 @@ TEST(CalibrationEngineTest, ThirteenLinesOneRedoneAreSubmittedToTheEngineInOrder
     const QString database = dir.path() + QStringLiteral("/learning.sqlite3");
     EXPECT_TRUE(storedFeedback(database).empty()) << "nothing is sent before Submit";
 
+    // Sharing is off: Submit explains that and sends nothing until the user turns it on.
     click("submit");
+    ASSERT_TRUE(controller.isAwaitingSharing());
+    QTest::qWait(200);
+    EXPECT_TRUE(storedFeedback(database).empty()) << "nothing is sent with sharing off";
+    click("enableSharing");
+    EXPECT_TRUE(h.settings->feedbackEnabled());
     ASSERT_TRUE(QTest::qWaitFor([&] { return controller.phase() == Phase::finished; }, 10000));
     std::vector<StoredFeedback> stored;
     ASSERT_TRUE(

@@ -48,6 +48,15 @@ protected:
         return focused;
     }
 
+    // Inserts and waits for the outcome.
+    bool insert(const QString &text, InsertionMethod method)
+    {
+        std::optional<bool> result;
+        m_inserter->insert(text, method, [&](bool inserted) { result = inserted; });
+        (void)QTest::qWaitFor([&] { return result.has_value(); }, 5000);
+        return result.value_or(false);
+    }
+
     DesktopSession m_session;
     std::unique_ptr<TestEditor> m_editor;
     std::shared_ptr<AccessibilityProviderAtSpi> m_accessibility;
@@ -59,7 +68,7 @@ TEST_F(AccessibilityAtSpiTest, DirectInsertionReplacesTheSelectionAndKeepsTheRes
     ASSERT_NO_FATAL_FAILURE(start(true));
     m_editor->setText(QStringLiteral("keep THIS text"), 5, 9);
     ASSERT_TRUE(waitForFocus());
-    EXPECT_TRUE(m_inserter->insert(QStringLiteral("that"), InsertionMethod::axDirect));
+    EXPECT_TRUE(insert(QStringLiteral("that"), InsertionMethod::axDirect));
     EXPECT_TRUE(m_editor->waitForText(QStringLiteral("keep that text")));
 }
 
@@ -103,9 +112,55 @@ TEST_F(AccessibilityAtSpiTest, WithoutAnAccessibleFocusDirectInsertionFailsAndPa
     m_editor->setText(QString());
     EXPECT_EQ(AXHelpers::focusedElement(*m_accessibility), nullptr);
     EXPECT_FALSE(m_inserter->insertViaAX(QStringLiteral("pasted instead")));
-    EXPECT_TRUE(m_inserter->insert(QStringLiteral("pasted instead"), InsertionMethod::axDirect));
+    EXPECT_TRUE(insert(QStringLiteral("pasted instead"), InsertionMethod::axDirect));
     EXPECT_TRUE(m_editor->waitForText(QStringLiteral("pasted instead")));
 }
+
+// Accents, CJK, emoji outside the Basic Multilingual Plane and a combining mark, into GTK 3,
+// GTK 4 and Qt 6 fields, each through its toolkit's own AT-SPI code.
+class DirectInsertionByToolkitTest : public ::testing::TestWithParam<TestEditor::Toolkit>
+{
+};
+
+TEST_P(DirectInsertionByToolkitTest, EveryCharacterLandsExactly)
+{
+    DesktopSession session;
+    ASSERT_TRUE(session.isReady()) << session.failure().toStdString();
+    TestEditor editor(session, QStringLiteral("Toolkit target"), true, GetParam());
+    ASSERT_TRUE(editor.isReady());
+    auto accessibility = std::make_shared<AccessibilityProviderAtSpi>();
+    TextInserter inserter(std::make_shared<PasteboardX11>(), std::make_shared<KeySynthesizerX11>(),
+        accessibility, std::make_shared<WorkspaceX11>());
+
+    editor.setText(QStringLiteral("Start  end"), 6, 6);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return AXHelpers::focusedElement(*accessibility) != nullptr; }, 10000));
+    const QString words = QString::fromUtf8("naïve café, 東京で会う 🎉🇫🇷 e\u0301t\u00e9");
+    EXPECT_TRUE(inserter.insertViaAX(words));
+    EXPECT_TRUE(editor.waitForText(QStringLiteral("Start ") + words + QStringLiteral(" end")))
+        << editor.text().toStdString();
+
+    // Replacing a selection.
+    editor.setText(QStringLiteral("keep THIS text"), 5, 9);
+    EXPECT_TRUE(inserter.insertViaAX(QString::fromUtf8("ça 🎉")));
+    EXPECT_TRUE(editor.waitForText(QString::fromUtf8("keep ça 🎉 text")))
+        << editor.text().toStdString();
+}
+
+INSTANTIATE_TEST_SUITE_P(Toolkits, DirectInsertionByToolkitTest,
+    ::testing::Values(
+        TestEditor::Toolkit::gtk3, TestEditor::Toolkit::gtk4, TestEditor::Toolkit::qt6),
+    [](const ::testing::TestParamInfo<TestEditor::Toolkit> &info) {
+        switch (info.param) {
+        case TestEditor::Toolkit::gtk3:
+            return std::string("Gtk3");
+        case TestEditor::Toolkit::gtk4:
+            return std::string("Gtk4");
+        case TestEditor::Toolkit::qt6:
+            return std::string("Qt6");
+        }
+        return std::string();
+    });
 
 TEST(AccessibilityAtSpiUnavailableTest, WithoutTheAccessibilityBusEverythingIsAbsentAndQuick)
 {

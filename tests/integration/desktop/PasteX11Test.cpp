@@ -7,13 +7,19 @@
 #include "support/desktop/DesktopSession.h"
 #include "support/desktop/TestEditor.h"
 
+#include <QFile>
 #include <QScopeGuard>
 #include <QTest>
+#include <QTimer>
+
+#include <csignal>
+#include <functional>
 
 #include <gtest/gtest.h>
 
 // Last: Xlib's macros (None, Bool) clash with names in the headers above.
 #include <X11/Xlib.h>
+#include <X11/extensions/Xfixes.h>
 #include <X11/keysym.h>
 
 using namespace sayvo;
@@ -48,6 +54,38 @@ protected:
         return QTest::qWaitFor([this] { return !m_inserter->isRestorePending(); }, 5000);
     }
 
+    // Pastes and waits until the chord went out; true when it did.
+    bool paste(const QString &text)
+    {
+        std::optional<bool> result;
+        m_inserter->insertViaPaste(text, [&](bool inserted) { result = inserted; });
+        (void)QTest::qWaitFor([&] { return result.has_value(); }, 5000);
+        return result.value_or(false);
+    }
+
+    // Another application owns the clipboard with this text, so the editor under test can
+    // be stopped without taking the user's clipboard with it.
+    bool ownClipboardElsewhere(const QString &text)
+    {
+        QProcess *owner = m_session.start(
+            QStringLiteral(SAYVO_CLIPBOARD_OWNER), {QStringLiteral("--text"), text});
+        return owner && QTest::qWaitFor([owner] { return owner->canReadLine(); }, 10000)
+            && clipboard(QStringLiteral("text/plain")) == text.toUtf8();
+    }
+
+    // SIGSTOP: the process is busy and answers nothing until the returned call resumes it.
+    static std::function<void()> stopProcess(qint64 pid)
+    {
+        ::kill(pid_t(pid), SIGSTOP);
+        auto resumed = std::make_shared<bool>(false);
+        return [pid, resumed] {
+            if (!*resumed) {
+                *resumed = true;
+                ::kill(pid_t(pid), SIGCONT);
+            }
+        };
+    }
+
     DesktopSession m_session;
     std::unique_ptr<TestEditor> m_editor;
     std::unique_ptr<TextInserter> m_inserter;
@@ -68,7 +106,7 @@ TEST_F(PasteX11Test, PasteTypesTheTextAndPutsBackEveryFormatOfTheClipboard)
     ASSERT_EQ(clipboard(QStringLiteral("image/png")), png);
 
     const QString transcript = QStringLiteral("Hello from Sayvo, naïve café");
-    ASSERT_TRUE(m_inserter->insert(transcript, InsertionMethod::paste));
+    ASSERT_TRUE(paste(transcript));
     EXPECT_TRUE(m_editor->waitForText(transcript));
     ASSERT_TRUE(waitForRestore());
 
@@ -93,22 +131,108 @@ TEST_F(PasteX11Test, TheTranscriptOnTheClipboardAsksClipboardManagersToSkipIt)
 
 TEST_F(PasteX11Test, AClipboardWrittenByAnotherClientWithinTheDelayKeepsItsNewContent)
 {
-    m_editor->copy(QStringLiteral("before"));
-    ASSERT_EQ(clipboard(QStringLiteral("UTF8_STRING")), "before");
-    const QString file = m_session.directory() + QStringLiteral("/newer.txt");
-    QFile newer(file);
-    ASSERT_TRUE(newer.open(QIODevice::WriteOnly));
-    newer.write("written meanwhile");
-    newer.close();
-
-    ASSERT_TRUE(m_inserter->insertViaPaste(QStringLiteral("dictated")));
-    ASSERT_TRUE(m_session.start(QStringLiteral("xclip"),
-        {QStringLiteral("-selection"), QStringLiteral("clipboard"), QStringLiteral("-i"), file}));
+    ASSERT_TRUE(ownClipboardElsewhere(QStringLiteral("before")));
+    // The target does not read yet, so the restore is certainly still to come when the other
+    // client writes.
+    const auto resume = stopProcess(m_editor->pid());
+    const auto resumeWhateverHappens = qScopeGuard(resume);
+    ASSERT_TRUE(paste(QStringLiteral("dictated")));
+    ASSERT_TRUE(m_inserter->isRestorePending());
+    PasteboardX11 otherClient;
+    ASSERT_TRUE(otherClient.setConcealedString(QStringLiteral("written meanwhile")));
+    ASSERT_TRUE(m_inserter->isRestorePending());
+    resume();
     ASSERT_TRUE(waitForRestore());
-    EXPECT_TRUE(m_editor->waitForText(QStringLiteral("dictated")));
-    // Well after the restore would have happened.
-    QTest::qWait(300);
     EXPECT_EQ(clipboard(QStringLiteral("UTF8_STRING")), "written meanwhile");
+}
+
+TEST_F(PasteX11Test, ASlowTargetStillGetsTheTranscriptAndTheClipboardComesBack)
+{
+    ASSERT_TRUE(ownClipboardElsewhere(QStringLiteral("the user's own words")));
+    // The target is busy for 300 ms, twice the usual restore delay.
+    const auto resume = stopProcess(m_editor->pid());
+    const auto resumeWhateverHappens = qScopeGuard(resume);
+    QTimer::singleShot(300, resume);
+    const QString transcript = QString::fromUtf8("Dictated under load: naïve café, 東京, 🎉");
+    ASSERT_TRUE(paste(transcript));
+    EXPECT_TRUE(m_editor->waitForText(transcript)) << m_editor->text().toStdString();
+    ASSERT_TRUE(waitForRestore());
+    EXPECT_EQ(QString::fromUtf8(clipboard(QStringLiteral("UTF8_STRING"))),
+        QStringLiteral("the user's own words"));
+}
+
+TEST_F(PasteX11Test, TheClipboardIsNeverOwnerlessDuringAPasteAndItsRestore)
+{
+    ASSERT_TRUE(ownClipboardElsewhere(QStringLiteral("keep me")));
+    Display *watcher = XOpenDisplay(m_session.display().toLocal8Bit().constData());
+    ASSERT_TRUE(watcher);
+    const auto closeWatcher = qScopeGuard([&] { XCloseDisplay(watcher); });
+    int eventBase = 0;
+    int errorBase = 0;
+    ASSERT_TRUE(XFixesQueryExtension(watcher, &eventBase, &errorBase));
+    const Atom clipboardAtom = XInternAtom(watcher, "CLIPBOARD", False);
+    XFixesSelectSelectionInput(
+        watcher, DefaultRootWindow(watcher), clipboardAtom, XFixesSetSelectionOwnerNotifyMask);
+    XSync(watcher, False);
+
+    ASSERT_TRUE(paste(QStringLiteral("dictated")));
+    EXPECT_TRUE(m_editor->waitForText(QStringLiteral("dictated")));
+    ASSERT_TRUE(waitForRestore());
+    EXPECT_EQ(clipboard(QStringLiteral("UTF8_STRING")), "keep me");
+
+    XSync(watcher, False);
+    int ownerChanges = 0;
+    while (XPending(watcher) > 0) {
+        XEvent event;
+        XNextEvent(watcher, &event);
+        if (event.type == eventBase + XFixesSelectionNotify) {
+            ++ownerChanges;
+            const auto &notify = reinterpret_cast<const XFixesSelectionNotifyEvent &>(event);
+            EXPECT_NE(notify.owner, 0u) << "the clipboard had no owner for a moment";
+        }
+    }
+    // Ours for the transcript, ours again for the restored content.
+    EXPECT_EQ(ownerChanges, 2);
+}
+
+TEST_F(PasteX11Test, ClipboardsLargerThanOneRequestAreReadAndServedInPieces)
+{
+    // 3 MB of text: more than one request carries, so both sides go incrementally.
+    QByteArray utf8;
+    const QByteArray line = QString::fromUtf8("Zeile mit Umlauten äöü und 漢字 — ").toUtf8();
+    while (utf8.size() < 3 * 1024 * 1024) {
+        utf8 += line + QByteArray::number(utf8.size()) + '\n';
+    }
+    const QString large = QString::fromUtf8(utf8);
+    const QString file = m_session.directory() + QStringLiteral("/large.txt");
+    QFile out(file);
+    ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+    out.write(large.toUtf8());
+    out.close();
+    QProcess *owner = m_session.start(
+        QStringLiteral(SAYVO_CLIPBOARD_OWNER), {QStringLiteral("--text-file"), file});
+    ASSERT_TRUE(owner);
+    ASSERT_TRUE(QTest::qWaitFor([owner] { return owner->canReadLine(); }, 10000));
+
+    PasteboardX11 reader;
+    const auto items = reader.items();
+    ASSERT_EQ(items.size(), 1u);
+    bool found = false;
+    for (const auto &[type, data] : items[0]) {
+        if (type == QLatin1String("text/plain")) {
+            found = true;
+            EXPECT_TRUE(data == large.toUtf8()) << "read " << data.size() << " bytes";
+        }
+    }
+    EXPECT_TRUE(found);
+
+    // And served the same way: after a paste the 3 MB are back on the clipboard, now served
+    // by this process.
+    ASSERT_TRUE(paste(QStringLiteral("short")));
+    EXPECT_TRUE(m_editor->waitForText(QStringLiteral("short")));
+    ASSERT_TRUE(waitForRestore());
+    const QByteArray served = clipboard(QStringLiteral("text/plain"));
+    EXPECT_TRUE(served == utf8) << "served " << served.size() << " of " << utf8.size();
 }
 
 TEST_F(PasteX11Test, AnEmptyClipboardStaysEmpty)
@@ -117,7 +241,7 @@ TEST_F(PasteX11Test, AnEmptyClipboardStaysEmpty)
     clipboard(QStringLiteral("TARGETS"), &code);
     ASSERT_NE(code, 0) << "the fresh display's clipboard should be empty";
 
-    ASSERT_TRUE(m_inserter->insertViaPaste(QStringLiteral("into nothing")));
+    ASSERT_TRUE(paste(QStringLiteral("into nothing")));
     EXPECT_TRUE(m_editor->waitForText(QStringLiteral("into nothing")));
     ASSERT_TRUE(waitForRestore());
     clipboard(QStringLiteral("TARGETS"), &code);

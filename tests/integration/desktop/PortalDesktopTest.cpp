@@ -196,7 +196,7 @@ TEST_F(PortalDesktopTest, APortalThatNeverAnswersTimesOut)
     EXPECT_TRUE(m_statuses.back().works.contains(QStringLiteral("did not answer")));
 }
 
-TEST_F(PortalDesktopTest, TheKeyboardIsAskedForAndThePasteChordArrivesAsKeysymsInOrder)
+TEST_F(PortalDesktopTest, TheKeyboardIsAskedForAndEachPasteChordArrivesAsKeysymsInOrder)
 {
     KeySynthesizerPortal keys;
     EXPECT_FALSE(keys.isAvailable());
@@ -209,10 +209,15 @@ TEST_F(PortalDesktopTest, TheKeyboardIsAskedForAndThePasteChordArrivesAsKeysymsI
     ASSERT_EQ(selected.size(), 1);
     EXPECT_EQ(selected.at(0).toObject().value("options").toObject().value("types").toInt(), 1);
 
+    // Control-V, Control-Shift-V, Control-Alt-V, Shift-Insert.
     ASSERT_TRUE(keys.postPaste(PasteShortcut::standard));
-    ASSERT_TRUE(keys.postPaste(PasteShortcut::terminal));
+    ASSERT_TRUE(keys.postPaste(PasteShortcut::controlShiftV));
+    ASSERT_TRUE(keys.postPaste(PasteShortcut::controlAltV));
+    ASSERT_TRUE(keys.postPaste(PasteShortcut::shiftInsert));
     const QStringList expected {"65507 down", "118 down", "118 up", "65507 up", "65507 down",
-        "65505 down", "118 down", "118 up", "65505 up", "65507 up"};
+        "65505 down", "118 down", "118 up", "65505 up", "65507 up", "65507 down", "65513 down",
+        "118 down", "118 up", "65513 up", "65507 up", "65505 down", "65379 down", "65379 up",
+        "65505 up"};
     ASSERT_TRUE(QTest::qWaitFor([&] { return keysyms().size() == expected.size(); }, 10000));
     EXPECT_EQ(keysyms(), expected);
 }

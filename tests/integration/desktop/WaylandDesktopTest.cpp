@@ -24,6 +24,14 @@ using namespace sayvo::testing;
 
 namespace {
 
+// Pastes through the inserter and waits for its answer: whether the text was handed over.
+bool paste(TextInserter &inserter, const QString &text)
+{
+    const auto result = std::make_shared<std::optional<bool>>();
+    inserter.insertViaPaste(text, [result](bool inserted) { *result = inserted; });
+    return QTest::qWaitFor([&result] { return result->has_value(); }, 5000) && **result;
+}
+
 DesktopSession::Options waylandSession(bool xwayland = false)
 {
     DesktopSession::Options options;
@@ -101,6 +109,41 @@ TEST_F(WaylandDesktopTest, ControlVReachesTheNativeWindowTwiceInARow)
         << m_editor->text().toStdString() << " keys: " << m_editor->keys().join(' ').toStdString();
 }
 
+TEST_F(WaylandDesktopTest, EachTerminalsChordArrivesWithItsModifiersHeld)
+{
+    const std::vector<std::pair<PasteShortcut, QStringList>> chords {
+        {PasteShortcut::controlShiftV,
+            {QStringLiteral("Control_L"), QStringLiteral("Shift_L"), QStringLiteral("V")}},
+        {PasteShortcut::controlAltV,
+            {QStringLiteral("Control_L"), QStringLiteral("Alt_L"), QStringLiteral("v")}},
+        {PasteShortcut::shiftInsert, {QStringLiteral("Shift_L"), QStringLiteral("Insert")}},
+    };
+    for (const auto &chord : chords) {
+        const PasteShortcut shortcut = chord.first;
+        const QStringList &expected = chord.second;
+        const qsizetype before = m_editor->keys().size();
+        ASSERT_TRUE(m_keys->postPaste(shortcut));
+        // Every key goes down and comes up again.
+        QStringList received;
+        ASSERT_TRUE(QTest::qWaitFor(
+            [&] {
+                received = m_editor->keys().mid(before);
+                return received.size() >= 2 * expected.size();
+            },
+            5000))
+            << received.join(' ').toStdString();
+        QStringList pressed;
+        for (const QString &key : received) {
+            if (key.startsWith(QStringLiteral("press:"))) {
+                pressed.append(key.mid(6));
+            }
+        }
+        EXPECT_EQ(pressed.join(' ').toLower(), expected.join(' ').toLower())
+            << received.join(' ').toStdString();
+        EXPECT_EQ(received.size(), 2 * expected.size()) << received.join(' ').toStdString();
+    }
+}
+
 TEST_F(WaylandDesktopTest, APastePutsBackEveryTypeOfTheClipboard)
 {
     const QString html = QStringLiteral("<p>rich <b>copy</b></p>");
@@ -123,7 +166,7 @@ TEST_F(WaylandDesktopTest, APastePutsBackEveryTypeOfTheClipboard)
     ASSERT_TRUE(m_editor->activate());
 
     const QString transcript = QStringLiteral("Hello from Sayvo, naïve café");
-    ASSERT_TRUE(m_inserter->insert(transcript, InsertionMethod::paste));
+    ASSERT_TRUE(paste(*m_inserter, transcript));
     EXPECT_TRUE(m_editor->waitForText(transcript));
     ASSERT_TRUE(waitForRestore());
 
@@ -148,7 +191,7 @@ TEST_F(WaylandDesktopTest, AnEmptyClipboardStaysEmpty)
     ASSERT_NE(code, 0) << "the fresh compositor's clipboard should be empty";
     EXPECT_TRUE(m_pasteboard->items().empty());
 
-    ASSERT_TRUE(m_inserter->insertViaPaste(QStringLiteral("into nothing")));
+    ASSERT_TRUE(paste(*m_inserter, QStringLiteral("into nothing")));
     EXPECT_TRUE(m_editor->waitForText(QStringLiteral("into nothing")));
     ASSERT_TRUE(waitForRestore());
     EXPECT_TRUE(clipboardTypes().isEmpty()) << clipboardTypes().join(' ').toStdString();
@@ -189,9 +232,8 @@ TEST_F(WaylandDesktopTest, AClipboardWrittenByAnotherClientWithinTheDelayKeepsIt
                     && copy(QStringLiteral("written meanwhile"));
             }),
         std::make_shared<AccessibilityProviderAtSpi>(), m_workspace);
-    ASSERT_TRUE(inserter.insertViaPaste(QStringLiteral("dictated")));
+    ASSERT_TRUE(paste(inserter, QStringLiteral("dictated")));
     ASSERT_TRUE(written);
-    ASSERT_TRUE(inserter.isRestorePending());
     ASSERT_TRUE(QTest::qWaitFor([&] { return !inserter.isRestorePending(); }, 5000));
     EXPECT_EQ(clipboard(QStringLiteral("text/plain")), "written meanwhile");
 }
@@ -210,7 +252,7 @@ TEST_F(WaylandDesktopTest, ATargetThatReadsLateStillGetsTheTranscript)
                     {QStringLiteral("-c"), QStringLiteral("sleep 0.3; kill -CONT %1").arg(editor)});
             }),
         std::make_shared<AccessibilityProviderAtSpi>(), m_workspace);
-    ASSERT_TRUE(inserter.insertViaPaste(QStringLiteral("dictated late")));
+    ASSERT_TRUE(paste(inserter, QStringLiteral("dictated late")));
     ASSERT_TRUE(QTest::qWaitFor([&] { return !inserter.isRestorePending(); }, 5000));
     EXPECT_TRUE(m_editor->waitForText(QStringLiteral("dictated late")))
         << m_editor->text().toStdString();
@@ -273,11 +315,11 @@ TEST(WaylandXWaylandTest, AnX11ClientGetsThePasteToo)
     auto keys = std::make_shared<KeySynthesizerWayland>();
     auto pasteboard = std::make_shared<PasteboardWayland>();
     auto workspace = std::make_shared<WorkspaceWayland>();
-    TestEditor editor(session, QStringLiteral("X11 target"), true, true);
+    TestEditor editor(session, QStringLiteral("X11 target"), true, TestEditor::Toolkit::gtk3, true);
     ASSERT_TRUE(editor.isReady());
     TextInserter inserter(
         pasteboard, keys, std::make_shared<AccessibilityProviderAtSpi>(), workspace);
-    ASSERT_TRUE(inserter.insertViaPaste(QStringLiteral("through XWayland")));
+    ASSERT_TRUE(paste(inserter, QStringLiteral("through XWayland")));
     EXPECT_TRUE(editor.waitForText(QStringLiteral("through XWayland")))
         << editor.text().toStdString() << " keys: " << editor.keys().join(' ').toStdString();
 }

@@ -1,5 +1,6 @@
 // The payload scripts as the client runs them: bootstrap into a temporary install root,
 // run_engine.sh from the runtime it built, and uninstall.sh with its refusals.
+#include "runtime/EngineSupervisor.h"
 #include "support/engine/EngineProcess.h"
 #include "support/engine/EngineTestClient.h"
 
@@ -8,7 +9,9 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QTcpServer>
 #include <QTemporaryDir>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -26,14 +29,15 @@ struct ScriptRun
     QString text() const { return lines.join('\n'); }
 };
 
+// Runs a script by its path, or one of the payload's by its name.
 ScriptRun runScript(const QString &script, const QStringList &arguments,
     const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
 {
     QProcess process;
     process.setProcessEnvironment(environment);
     process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(
-        QStringLiteral("/bin/bash"), QStringList {kPayload + "/scripts/" + script} + arguments);
+    const QString path = script.startsWith('/') ? script : kPayload + "/scripts/" + script;
+    process.start(QStringLiteral("/bin/bash"), QStringList {path} + arguments);
     process.waitForFinished(60000);
     ScriptRun run;
     run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
@@ -44,6 +48,14 @@ ScriptRun runScript(const QString &script, const QStringList &arguments,
 class PayloadScripts : public ::testing::Test
 {
 protected:
+    // A loopback port nobody listens on at the moment.
+    static int freePort()
+    {
+        QTcpServer server;
+        EXPECT_TRUE(server.listen(QHostAddress::LocalHost));
+        return server.serverPort();
+    }
+
     QString root() const { return m_dir.filePath("SayvoApp/runtime"); }
     ScriptRun bootstrap(
         const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
@@ -168,12 +180,45 @@ TEST_F(PayloadScripts, RunEngineStartsTheInstalledEngineOnLoopback)
     client.send(HelloMessage {.version = "0.1.0"});
     ASSERT_TRUE(client.waitFor<HelloAckMessage>());
 
+    // Every loopback form the client may name is bound as named.
+    for (const auto &[named, bound] : std::vector<std::pair<QString, QString>> {{"::1", "[::1]"},
+             {"localhost", "127.0.0.1"}, {"LOCALHOST", "127.0.0.1"}, {"127.0.0.1", "127.0.0.1"}}) {
+        engine.kill();
+        environment.insert("ENGINE_HOST", named);
+        ASSERT_TRUE(engine.startCommand("/bin/bash",
+            {kPayload + "/scripts/run_engine.sh", "--app-dir", root() + "/app"}, environment))
+            << engine.log().toStdString();
+        EXPECT_EQ(engine.host(), bound) << named.toStdString();
+    }
+
     engine.kill();
     environment.insert("SAYVO_ENGINE_ALLOW_REMOTE", "1");
     environment.insert("ENGINE_HOST", "127.0.0.2");
     ASSERT_TRUE(engine.startCommand("/bin/bash",
         {kPayload + "/scripts/run_engine.sh", "--app-dir", root() + "/app"}, environment));
     EXPECT_EQ(engine.host(), "127.0.0.2");
+}
+
+TEST_F(PayloadScripts, TheSupervisorShowsWhyAnEngineWithADamagedModelCannotStart)
+{
+    ASSERT_EQ(bootstrap().exitCode, 0);
+    // The model the runtime links to is damaged after set-up, as a full disk might leave it.
+    const QString model = root() + "/app/models/streaming";
+    QFile::remove(model + "/en-us.lm.bin");
+    QFile damaged(model + "/en-us.lm.bin");
+    ASSERT_TRUE(damaged.open(QIODevice::WriteOnly));
+    damaged.write(QByteArray(4096, 'x'));
+    damaged.close();
+
+    EngineSupervisor supervisor(RuntimeLocator(kPayload, root(), QStringLiteral("1.4.0")));
+    supervisor.start(QUrl(QStringLiteral("ws://127.0.0.1:%1").arg(freePort())));
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return std::holds_alternative<engine_state::Failed>(supervisor.state()); }, 30000))
+        << supervisor.log().toStdString();
+    const QString message = std::get<engine_state::Failed>(supervisor.state()).message;
+    EXPECT_TRUE(message.contains(model + "/en-us.lm.bin")) << message.toStdString();
+    EXPECT_EQ(supervisor.crashCount(), 0) << "not restarted: it would only fail again";
+    EXPECT_FALSE(supervisor.hasPendingRestart());
 }
 
 TEST_F(PayloadScripts, RunEngineWithoutARuntimeFails)
@@ -190,14 +235,30 @@ protected:
     {
         ASSERT_EQ(bootstrap().exitCode, 0);
         QDir(m_dir.path()).mkpath("home/.config/SayvoApp");
-        QFile prefs(m_dir.filePath("home/.config/SayvoApp/Sayvo.conf"));
-        ASSERT_TRUE(prefs.open(QIODevice::WriteOnly));
-        prefs.close();
+        touch("home/.config/SayvoApp/Sayvo.conf");
+        QDir(m_dir.path()).mkpath("home/.config/autostart");
+        touch("home/.config/autostart/com.sayvoapp.Sayvo.desktop");
+        touch("home/.config/autostart/sayvo.desktop");
+        touch("home/.config/autostart/another-app.desktop");
+        QDir(m_dir.path()).mkpath("home/.local/share/SayvoApp/engine");
+        touch("home/.local/share/SayvoApp/engine/learning.sqlite3");
+        QDir(m_dir.path()).mkpath("home/.local/state/SayvoApp");
+        touch("home/.local/state/SayvoApp/uninstall.log");
         QDir(m_dir.path()).mkpath("Applications/Sayvo.app/Contents");
         QDir(m_dir.path()).mkpath("SayvoApp/shared/models");
+        QDir(m_dir.path()).mkpath("tmp");
         m_environment.insert("HOME", m_dir.filePath("home"));
-        m_environment.remove("XDG_CONFIG_HOME");
+        m_environment.insert("TMPDIR", m_dir.filePath("tmp"));
+        for (const char *name : {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_STATE_HOME"}) {
+            m_environment.remove(name);
+        }
         m_environment.insert("SAYVO_UNINSTALL_WAIT_SECONDS", "10");
+    }
+
+    void touch(const QString &relative)
+    {
+        QFile file(m_dir.filePath(relative));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << relative.toStdString();
     }
 
     ScriptRun uninstall(const QStringList &arguments)
@@ -205,29 +266,128 @@ protected:
         return runScript("uninstall.sh", arguments, m_environment);
     }
     QString app() const { return m_dir.filePath("Applications/Sayvo.app"); }
+    bool exists(const QString &relative) const
+    {
+        return QFileInfo::exists(m_dir.filePath(relative));
+    }
+
+    // A process that is not this test's child, so that once it exits no zombie is left for
+    // kill -0 to find; it lives for `seconds`.
+    static QString standInForTheApp(const QString &seconds)
+    {
+        QProcess launcher;
+        launcher.start("/bin/sh", {"-c", "sleep " + seconds + " >/dev/null 2>&1 & echo $!"});
+        launcher.waitForFinished();
+        return QString::fromUtf8(launcher.readAllStandardOutput()).trimmed();
+    }
 
     QProcessEnvironment m_environment = QProcessEnvironment::systemEnvironment();
 };
 
 TEST_F(Uninstall, WaitsForTheAppThenRemovesEverythingItOwns)
 {
-    // A stand-in for the quitting application that is not this test's child, so that once
-    // it exits no zombie is left for kill -0 to find.
-    QProcess launcher;
-    launcher.start("/bin/sh", {"-c", "sleep 1 >/dev/null 2>&1 & echo $!"});
-    ASSERT_TRUE(launcher.waitForFinished());
-    const QString pid = QString::fromUtf8(launcher.readAllStandardOutput()).trimmed();
-    const ScriptRun run = uninstall({"--yes", "--wait-pid", pid, "--install-root", root(), "--app",
-        this->app(), "--purge-shared"});
+    // Run as the application runs it: from a temporary copy, with the payload it came from.
+    const QString copy = m_dir.filePath("tmp/sayvo-uninstall-1234.sh");
+    ASSERT_TRUE(QFile::copy(kPayload + "/scripts/uninstall.sh", copy));
+    touch("tmp/sayvo-uninstall-left-by-an-earlier-run.sh");
+    const QString payload = m_dir.filePath("share/sayvo/engine-payload");
+    QDir().mkpath(payload + "/scripts");
+    QDir().mkpath(payload + "/engine/bin");
+    ASSERT_TRUE(QFile::copy(
+        kPayload + "/scripts/bootstrap_runtime.sh", payload + "/scripts/bootstrap_runtime.sh"));
+
+    const QString pid = standInForTheApp("1");
+    const ScriptRun run = runScript(copy,
+        {"--yes", "--wait-pid", pid, "--install-root", root(), "--app", this->app(), "--payload",
+            payload, "--purge-shared"},
+        m_environment);
     ASSERT_EQ(run.exitCode, 0) << run.text().toStdString();
     EXPECT_TRUE(run.text().contains("waiting for process"));
     EXPECT_TRUE(run.text().contains("removed runtime: " + root()));
     EXPECT_FALSE(QFileInfo::exists(root()));
     EXPECT_FALSE(QFileInfo::exists(this->app()));
-    EXPECT_FALSE(QFileInfo::exists(m_dir.filePath("home/.config/SayvoApp")));
-    EXPECT_FALSE(QFileInfo::exists(m_dir.filePath("SayvoApp/shared")));
+    EXPECT_FALSE(QFileInfo::exists(payload));
+    EXPECT_FALSE(exists("home/.config/SayvoApp"));
+    EXPECT_FALSE(exists("home/.config/autostart/com.sayvoapp.Sayvo.desktop"));
+    EXPECT_FALSE(exists("home/.config/autostart/sayvo.desktop"));
+    EXPECT_TRUE(exists("home/.config/autostart/another-app.desktop"));
+    EXPECT_FALSE(exists("home/.local/share/SayvoApp/engine"));
+    EXPECT_FALSE(exists("SayvoApp/shared"));
+    EXPECT_FALSE(QFileInfo::exists(copy));
+    EXPECT_FALSE(exists("tmp/sayvo-uninstall-left-by-an-earlier-run.sh"));
+    EXPECT_TRUE(
+        run.has("uninstall: kept this log in " + m_dir.filePath("home/.local/state/SayvoApp")
+            + ": delete the folder once you have read it"))
+        << run.text().toStdString();
     EXPECT_TRUE(QFileInfo::exists("/usr/share/pocketsphinx/model/en-us/en-us.lm.bin"))
         << "the linked system model is untouched";
+}
+
+TEST_F(Uninstall, RemovesItsOwnCopyWhereverItWasPutAndATMPDIRNamingNoFolderIsNoBother)
+{
+    QDir(m_dir.path()).mkpath("elsewhere");
+    const QString copy = m_dir.filePath("elsewhere/sayvo-uninstall-Ab12Cd.sh");
+    ASSERT_TRUE(QFile::copy(kPayload + "/scripts/uninstall.sh", copy));
+    touch("elsewhere/sayvo-uninstall-notes.txt");
+    m_environment.insert("TMPDIR", m_dir.filePath("no-such-folder"));
+    const ScriptRun run
+        = runScript(copy, {"--yes", "--install-root", root(), "--app", app()}, m_environment);
+    ASSERT_EQ(run.exitCode, 0) << run.text().toStdString();
+    EXPECT_FALSE(QFileInfo::exists(copy));
+    EXPECT_TRUE(run.has("uninstall: removed temporary file: " + copy)) << run.text().toStdString();
+    EXPECT_TRUE(exists("elsewhere/sayvo-uninstall-notes.txt")) << "only the copy itself goes";
+}
+
+TEST_F(Uninstall, APayloadAndProgramThePackageManagerInstalledAreLeftToIt)
+{
+    // A private package database that lists the payload and the program as the sayvo
+    // package's, as an installed package does.
+    const QString payload = m_dir.filePath("usr/lib/sayvo/engine-payload");
+    QDir().mkpath(payload + "/scripts");
+    QDir().mkpath(payload + "/engine/bin");
+    ASSERT_TRUE(QFile::copy(
+        kPayload + "/scripts/bootstrap_runtime.sh", payload + "/scripts/bootstrap_runtime.sh"));
+    QDir().mkpath(m_dir.filePath("usr/bin"));
+    touch("usr/bin/sayvo");
+    const QString program = m_dir.filePath("usr/bin/sayvo");
+    QDir(m_dir.path()).mkpath("admin/info");
+    QDir(m_dir.path()).mkpath("admin/updates");
+    touch("admin/available");
+    QFile status(m_dir.filePath("admin/status"));
+    ASSERT_TRUE(status.open(QIODevice::WriteOnly));
+    status.write("Package: sayvo\nStatus: install ok installed\nPriority: optional\n"
+                 "Section: utils\nMaintainer: Sayvo <maintainers@sayvoapp.com>\n"
+                 "Architecture: amd64\nVersion: 0.1.0\nDescription: dictation\n\n");
+    status.close();
+    QFile list(m_dir.filePath("admin/info/sayvo.list"));
+    ASSERT_TRUE(list.open(QIODevice::WriteOnly));
+    list.write((payload + "\n" + program + "\n").toUtf8());
+    list.close();
+    m_environment.insert("DPKG_ADMINDIR", m_dir.filePath("admin"));
+
+    const ScriptRun run
+        = uninstall({"--yes", "--install-root", root(), "--app", program, "--payload", payload});
+    ASSERT_EQ(run.exitCode, 0) << run.text().toStdString();
+    EXPECT_FALSE(QFileInfo::exists(root()));
+    EXPECT_TRUE(QFileInfo::exists(program));
+    EXPECT_TRUE(QFileInfo::exists(payload + "/scripts/bootstrap_runtime.sh"));
+    EXPECT_TRUE(run.has("uninstall: kept engine payload: " + payload
+        + " belongs to the package sayvo; remove it with the package manager (apt remove sayvo)"))
+        << run.text().toStdString();
+    EXPECT_TRUE(run.has("uninstall: kept application: " + program
+        + " belongs to the package sayvo; remove it with the package manager (apt remove sayvo)"));
+}
+
+TEST_F(Uninstall, RunningItAgainRemovesNothingMoreAndSucceeds)
+{
+    const QStringList arguments {"--yes", "--install-root", root(), "--app", app()};
+    ASSERT_EQ(uninstall(arguments).exitCode, 0);
+    const ScriptRun again = uninstall(arguments);
+    EXPECT_EQ(again.exitCode, 0) << again.text().toStdString();
+    EXPECT_TRUE(again.has("uninstall: no runtime at " + root()));
+    EXPECT_TRUE(again.has(
+        "uninstall: no login item at " + m_dir.filePath("home/.config/autostart/sayvo.desktop")));
+    EXPECT_FALSE(again.text().contains("removed"));
 }
 
 TEST_F(Uninstall, KeepsSharedModelsUnlessAskedAndNeedsConfirmation)
@@ -238,7 +398,57 @@ TEST_F(Uninstall, KeepsSharedModelsUnlessAskedAndNeedsConfirmation)
     run = uninstall({"--yes", "--install-root", root(), "--app", app()});
     EXPECT_EQ(run.exitCode, 0) << run.text().toStdString();
     EXPECT_FALSE(QFileInfo::exists(root()));
-    EXPECT_TRUE(QFileInfo::exists(m_dir.filePath("SayvoApp/shared/models")));
+    EXPECT_TRUE(exists("SayvoApp/shared/models"));
+    EXPECT_TRUE(run.has("uninstall: kept shared models at " + m_dir.filePath("SayvoApp/shared")
+        + ": pass --purge-shared to remove them"))
+        << run.text().toStdString();
+}
+
+TEST_F(Uninstall, AWaitThatIsNotANumberIsNeverEvaluated)
+{
+    const QString planted = m_dir.filePath("evaluated");
+    m_environment.insert("SAYVO_UNINSTALL_WAIT_SECONDS", "x[$(touch " + planted + ")]");
+    const ScriptRun run = uninstall(
+        {"--yes", "--wait-pid", standInForTheApp("0.5"), "--install-root", root(), "--app", app()});
+    EXPECT_FALSE(QFileInfo::exists(planted)) << "the variable's text ran as a command";
+    EXPECT_EQ(run.exitCode, 0) << run.text().toStdString();
+    EXPECT_TRUE(run.text().contains("ignoring SAYVO_UNINSTALL_WAIT_SECONDS"));
+}
+
+TEST_F(Uninstall, OnlyARuntimeItsSetUpMarkedIsRemovedOrVouchesForSharedModels)
+{
+    // A folder that looks like a runtime, but that set-up never marked, beside someone's
+    // own "shared" folder.
+    QDir(m_dir.path()).mkpath("Documents/runtime/app/.venv");
+    touch("Documents/runtime/VERSION");
+    QDir(m_dir.path()).mkpath("Documents/shared");
+    touch("Documents/shared/precious.txt");
+    ScriptRun run = uninstall({"--yes", "--install-root", m_dir.filePath("Documents/runtime"),
+        "--app", app(), "--purge-shared"});
+    EXPECT_EQ(run.exitCode, 3) << run.text().toStdString();
+    EXPECT_TRUE(run.text().contains("no .sayvo-runtime marker"));
+    EXPECT_TRUE(exists("Documents/runtime/VERSION"));
+    EXPECT_TRUE(exists("Documents/shared/precious.txt"));
+
+    // No runtime at all: nothing vouches for the folder beside where it would be.
+    run = uninstall({"--yes", "--install-root", m_dir.filePath("Documents/nothing-here"), "--app",
+        app(), "--purge-shared"});
+    EXPECT_EQ(run.exitCode, 0) << run.text().toStdString();
+    EXPECT_TRUE(exists("Documents/shared/precious.txt"));
+    EXPECT_TRUE(run.text().contains("kept shared models at " + m_dir.filePath("Documents/shared")));
+}
+
+TEST_F(Uninstall, SetUpNeverTakesOverAFolderThatHoldsSomethingElse)
+{
+    QDir(m_dir.path()).mkpath("Documents/mine");
+    touch("Documents/mine/thesis.txt");
+    const ScriptRun run = runScript("bootstrap_runtime.sh",
+        {"--payload", kPayload, "--install-root", m_dir.filePath("Documents/mine"), "--version",
+            "1.4.0"});
+    EXPECT_NE(run.exitCode, 0);
+    EXPECT_TRUE(run.has("STEP copy fail")) << run.text().toStdString();
+    EXPECT_FALSE(exists("Documents/mine/.sayvo-runtime"));
+    EXPECT_TRUE(exists("Documents/mine/thesis.txt"));
 }
 
 TEST_F(Uninstall, RemovesAnInstalledProgramFile)
@@ -271,6 +481,8 @@ TEST_F(Uninstall, RefusesDangerousPathsAndRemovesNothing)
         {{"--install-root", m_dir.path(), "--app", app()}, "contains the home folder"},
         {{"--install-root", m_dir.filePath("Documents"), "--app", app()},
             "does not look like a Sayvo runtime"},
+        {{"--install-root", root(), "--app", app(), "--payload", m_dir.filePath("Documents")},
+            "does not look like a Sayvo engine payload"},
         {{"--install-root", "relative/runtime", "--app", app()}, "not absolute"},
         {{"--install-root", root(), "--app", m_dir.filePath("Documents")},
             "not a Sayvo application"},

@@ -7,6 +7,7 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -136,7 +137,20 @@ TEST_F(RealSpeech, SynthesisedSentencesBecomeTheRightWords)
         const QByteArray &pcm = (*s_audio)[i];
         for (qsizetype at = 0; at < pcm.size(); at += 3200) {
             client.sendAudio(pcm.mid(at, 3200));
+            // Four times faster than a microphone: partials come while the audio flows, and
+            // once the end is in the engine sends only the final.
+            QTest::qWait(25);
         }
+        // Partials come while the utterance is open; on a loaded machine recognition lags the
+        // audio, so wait for this sentence's first before ending it.
+        EXPECT_TRUE(QTest::qWaitFor(
+            [&] {
+                const auto partials = client.received<PartialMessage>();
+                return std::any_of(partials.begin(), partials.end(),
+                    [&](const PartialMessage &p) { return p.utteranceId == id; });
+            },
+            30000))
+            << "partials while streaming " << id;
         client.send(UtteranceEndMessage {.utteranceId = id});
         ASSERT_TRUE(client.waitFor<FinalMessage>(i + 1, 30000));
         const FinalMessage f = client.received<FinalMessage>()[i];
@@ -159,8 +173,6 @@ TEST_F(RealSpeech, SynthesisedSentencesBecomeTheRightWords)
     std::cout << "[ WER      ] " << wer << " over " << referenceWords << " words\n";
     EXPECT_LT(wer, kMaxWordErrorRate);
     EXPECT_GE(exact * 2, kSentences.size()) << "most sentences are heard word for word";
-    EXPECT_GE(client.received<PartialMessage>().size(), kSentences.size())
-        << "partials while streaming";
     EXPECT_TRUE(client.errorCodes().empty());
 }
 

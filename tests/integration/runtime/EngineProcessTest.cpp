@@ -35,7 +35,7 @@ TEST_F(EngineProcessTest, RunsTheScriptWithAppDirAndExplicitPort)
     EXPECT_EQ(s.state(), EngineState(es::Running {}));
     ASSERT_TRUE(waitForLines(QStringLiteral("app/launches"), 1));
     EXPECT_EQ(sandbox.readLines(QStringLiteral("app/launches")),
-        QStringList {QStringLiteral("args=--app-dir %1 host=0.0.0.0 port=%2")
+        QStringList {QStringLiteral("args=--app-dir %1 host=127.0.0.1 port=%2")
                          .arg(sandbox.appDir())
                          .arg(port)});
     ASSERT_TRUE(waitForLog(QStringLiteral("engine: up\n")));
@@ -77,6 +77,27 @@ TEST_F(EngineProcessTest, OpenPortMeansNothingIsLaunchedAndMockFailsAtOnce)
     EXPECT_TRUE(sandbox.readLines(QStringLiteral("app/launches")).isEmpty());
 }
 
+TEST_F(EngineProcessTest, AnEngineOnEveryLoopbackFormIsFoundAndNoSecondOneLaunched)
+{
+    useRunScript("run_engine_stays.sh");
+    const std::vector<std::pair<QHostAddress, QString>> cases = {
+        {QHostAddress::LocalHost, QStringLiteral("ws://localhost:%1")},
+        {QHostAddress::LocalHostIPv6, QStringLiteral("ws://[::1]:%1")},
+        {QHostAddress::LocalHostIPv6, QStringLiteral("ws://localhost:%1")},
+        {QHostAddress::LocalHost, QStringLiteral("ws://0.0.0.0:%1")},
+    };
+    for (const auto &[address, endpoint] : cases) {
+        QTcpServer someoneElse;
+        ASSERT_TRUE(someoneElse.listen(address));
+        EngineSupervisor &s = make();
+        s.start(QUrl(endpoint.arg(someoneElse.serverPort())));
+        EXPECT_EQ(s.state(), EngineState(es::Running {})) << endpoint.toStdString();
+        EXPECT_TRUE(s.isEngineExternallyManaged()) << endpoint.toStdString();
+        EXPECT_FALSE(s.isEngineLaunched()) << endpoint.toStdString();
+    }
+    EXPECT_TRUE(sandbox.readLines(QStringLiteral("app/launches")).isEmpty());
+}
+
 TEST_F(EngineProcessTest, ListeningEngineIsFoundUpOnTheSecondStart)
 {
     useRunScript("run_engine_listens.sh");
@@ -96,16 +117,16 @@ TEST_F(EngineProcessTest, ListeningEngineIsFoundUpOnTheSecondStart)
 TEST_F(EngineProcessTest, FiveExitsBackOffTwoFourSixEightEightAndTheSixthFails)
 {
     useRunScript("run_engine_exits.sh");
-    setExitStatus(3);
+    setExitStatus(7);
     EngineSupervisor &s = make(); // real delays: 28 seconds in all
     s.start(loopback(freePort()));
     ASSERT_TRUE(waitForState(
-        es::Failed {QStringLiteral("The engine keeps stopping (exited 3). See the log.")}, 40000));
+        es::Failed {QStringLiteral("The engine keeps stopping (exited 7). See the log.")}, 40000));
     const QString log = s.log();
     qsizetype from = 0;
     for (int delay : {2, 4, 6, 8, 8}) {
         const QString note
-            = QStringLiteral("\n== engine exited (3); restarting in %1s ==\n").arg(delay);
+            = QStringLiteral("\n== engine exited (7); restarting in %1s ==\n").arg(delay);
         const qsizetype at = log.indexOf(note, from);
         ASSERT_GE(at, 0) << "missing restart after " << delay << "s";
         from = at + note.size();

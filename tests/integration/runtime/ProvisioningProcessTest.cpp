@@ -141,18 +141,23 @@ TEST_F(ProvisioningProcessTest, UninstallerRecordsItsArgumentsAndLogs)
     ASSERT_TRUE(waitForLines(QStringLiteral("app/pids"), 1));
     const QList<pid_t> engine = sandbox.recordedPids();
 
+    // A link another user planted where older versions wrote the log is left alone.
+    const QString victim = sandbox.root() + QStringLiteral("/victim");
+    QFile::remove(QStringLiteral("/tmp/sayvo_uninstall.log"));
+    const bool planted = QFile::link(victim, QStringLiteral("/tmp/sayvo_uninstall.log"));
     ASSERT_TRUE(s.performUninstall(true));
     EXPECT_TRUE(waitUntilGone(engine, 2000));
-    ASSERT_TRUE(waitForLines(QStringLiteral("uninstall-args"), 9));
+    ASSERT_TRUE(waitForLines(QStringLiteral("uninstall-args"), 11));
     const QStringList args = sandbox.readLines(QStringLiteral("uninstall-args"));
     const QString &copy = args[0];
     EXPECT_TRUE(QFileInfo(copy).fileName().startsWith(QStringLiteral("sayvo-uninstall-")));
     EXPECT_EQ(QFileInfo(copy).path(), QDir::tempPath());
     EXPECT_EQ(args.mid(1),
         (QStringList {"--yes", "--wait-pid", QString::number(QCoreApplication::applicationPid()),
-            "--install-root", sandbox.installRoot(), "--app", "/opt/Sayvo/bin/sayvo",
-            "--purge-shared"}));
-    QFile log(QStringLiteral("/tmp/sayvo_uninstall.log"));
+            "--install-root", sandbox.installRoot(), "--app", "/opt/Sayvo/bin/sayvo", "--payload",
+            sandbox.payloadDir(), "--purge-shared"}));
+    QFile log(s.uninstallLogPath());
+    EXPECT_TRUE(log.fileName().startsWith(sandbox.root())) << log.fileName().toStdString();
     ASSERT_TRUE(QTest::qWaitFor(
         [&] {
             return log.open(QIODevice::ReadOnly)
@@ -165,6 +170,10 @@ TEST_F(ProvisioningProcessTest, UninstallerRecordsItsArgumentsAndLogs)
     EXPECT_TRUE(logged.startsWith(copy.toUtf8() + "\n--yes\n--wait-pid\n"));
     EXPECT_TRUE(logged.contains("--purge-shared\n"));
     QFile::remove(copy);
+    if (planted) {
+        EXPECT_FALSE(QFileInfo::exists(victim)) << "the planted link was followed";
+        QFile::remove(QStringLiteral("/tmp/sayvo_uninstall.log"));
+    }
 }
 
 } // namespace

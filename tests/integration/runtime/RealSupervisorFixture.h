@@ -29,6 +29,7 @@ protected:
         options.delayScale = delayScale;
         options.portProbe = std::move(probe);
         options.applicationPath = QStringLiteral("/opt/Sayvo/bin/sayvo");
+        options.uninstallLogPath = sandbox.root() + QStringLiteral("/state/SayvoApp/uninstall.log");
         supervisor
             = std::make_unique<EngineSupervisor>(sandbox.locator(appVersion), std::move(options));
         return *supervisor;

@@ -29,7 +29,7 @@ public:
     void promptAccessibility() override { calls << "promptAccessibility"; }
     bool isInputMonitoringGranted() override { return inputMonitoring; }
     void requestInputMonitoringAccess() override { calls << "requestInputMonitoringAccess"; }
-    void openSettings(Kind) override { calls << "openSettings"; }
+    void openSettings(Permission) override { calls << "openSettings"; }
 };
 
 // Fakes of every platform service the application is assembled from: one microphone that

@@ -30,10 +30,20 @@ void FakeAudioHardware::setListReadable(bool readable)
 
 void FakeAudioHardware::notifyDeviceListChanged()
 {
+    notify(m_listeners);
+}
+
+void FakeAudioHardware::notifyDefaultInputChanged()
+{
+    notify(m_defaultInputListeners);
+}
+
+void FakeAudioHardware::notify(const std::map<ListenerId, std::function<void()>> &registered)
+{
     std::vector<std::function<void()>> listeners;
     {
         std::lock_guard lock(m_mutex);
-        for (const auto &[id, listener] : m_listeners) {
+        for (const auto &[id, listener] : registered) {
             listeners.push_back(listener);
         }
     }
@@ -46,6 +56,12 @@ int FakeAudioHardware::listenerCount() const
 {
     std::lock_guard lock(m_mutex);
     return int(m_listeners.size());
+}
+
+int FakeAudioHardware::defaultInputListenerCount() const
+{
+    std::lock_guard lock(m_mutex);
+    return int(m_defaultInputListeners.size());
 }
 
 std::vector<FakeAudioHardware::RateWrite> FakeAudioHardware::rateWrites() const
@@ -68,9 +84,16 @@ FakeAudioDevice *FakeAudioHardware::find(AudioObjectId device)
     return found == m_devices.end() ? nullptr : &*found;
 }
 
+int FakeAudioHardware::deviceListReads() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_deviceListReads;
+}
+
 std::optional<std::vector<AudioObjectId>> FakeAudioHardware::deviceIds()
 {
     std::lock_guard lock(m_mutex);
+    ++m_deviceListReads;
     if (!m_listReadable) {
         return std::nullopt;
     }
@@ -152,18 +175,35 @@ bool FakeAudioHardware::setNominalSampleRate(AudioObjectId device, double rateHz
     return true;
 }
 
-AudioHardware::ListenerId FakeAudioHardware::addDeviceListListener(std::function<void()> callback)
+AudioHardware::ListenerId FakeAudioHardware::addListener(
+    std::map<ListenerId, std::function<void()>> &listeners, std::function<void()> callback)
 {
     std::lock_guard lock(m_mutex);
     const ListenerId id = m_nextListener++;
-    m_listeners.emplace(id, std::move(callback));
+    listeners.emplace(id, std::move(callback));
     return id;
+}
+
+AudioHardware::ListenerId FakeAudioHardware::addDeviceListListener(std::function<void()> callback)
+{
+    return addListener(m_listeners, std::move(callback));
 }
 
 void FakeAudioHardware::removeDeviceListListener(ListenerId id)
 {
     std::lock_guard lock(m_mutex);
     m_listeners.erase(id);
+}
+
+AudioHardware::ListenerId FakeAudioHardware::addDefaultInputListener(std::function<void()> callback)
+{
+    return addListener(m_defaultInputListeners, std::move(callback));
+}
+
+void FakeAudioHardware::removeDefaultInputListener(ListenerId id)
+{
+    std::lock_guard lock(m_mutex);
+    m_defaultInputListeners.erase(id);
 }
 
 } // namespace sayvo

@@ -48,8 +48,13 @@ public:
     // Calls every listener on the calling thread, as the sound system would on its own.
     void notifyDeviceListChanged();
     int listenerCount() const;
+    // The same for the system's default input: the user picked another one.
+    void notifyDefaultInputChanged();
+    int defaultInputListenerCount() const;
 
     std::vector<RateWrite> rateWrites() const;
+    // How many times the whole list was read: one enumeration each.
+    int deviceListReads() const;
     int nameReads(AudioObjectId device) const;
 
     std::optional<std::vector<AudioObjectId>> deviceIds() override;
@@ -63,17 +68,24 @@ public:
     bool setNominalSampleRate(AudioObjectId device, double rateHz) override;
     ListenerId addDeviceListListener(std::function<void()> callback) override;
     void removeDeviceListListener(ListenerId id) override;
+    ListenerId addDefaultInputListener(std::function<void()> callback) override;
+    void removeDefaultInputListener(ListenerId id) override;
 
 private:
     FakeAudioDevice *find(AudioObjectId device);
+    void notify(const std::map<ListenerId, std::function<void()>> &registered);
+    ListenerId addListener(
+        std::map<ListenerId, std::function<void()>> &listeners, std::function<void()> callback);
 
     mutable std::recursive_mutex m_mutex;
     std::vector<FakeAudioDevice> m_devices;
     bool m_listReadable = true;
     std::map<ListenerId, std::function<void()>> m_listeners;
+    std::map<ListenerId, std::function<void()>> m_defaultInputListeners;
     ListenerId m_nextListener = 1;
     std::vector<RateWrite> m_rateWrites;
     std::map<AudioObjectId, int> m_nameReads;
+    int m_deviceListReads = 0;
 };
 
 } // namespace sayvo

@@ -163,13 +163,43 @@ Expected<AudioStreamFormat, QString> FakeAudioInputEngine::inputFormat()
     return m_format;
 }
 
-void FakeAudioInputEngine::installTap(quint32 bufferFrames, AudioStreamFormat format, Tap tap)
+std::optional<QString> FakeAudioInputEngine::installTap(
+    quint32 bufferFrames, AudioStreamFormat format, Tap tap)
 {
     std::lock_guard lock(m_mutex);
     ++m_installTapCalls;
+    if (m_tapFailure) {
+        return m_tapFailure;
+    }
     m_tapBufferFrames = bufferFrames;
     m_tapFormat = format;
     m_tap = std::move(tap);
+    return std::nullopt;
+}
+
+void FakeAudioInputEngine::setTapFailure(std::optional<QString> reason)
+{
+    std::lock_guard lock(m_mutex);
+    m_tapFailure = std::move(reason);
+}
+
+void FakeAudioInputEngine::interrupt(const QString &reason)
+{
+    InterruptionHandler handler;
+    {
+        std::lock_guard lock(m_mutex);
+        m_running = false;
+        handler = m_onInterruption;
+    }
+    if (handler) {
+        handler(reason);
+    }
+}
+
+void FakeAudioInputEngine::setOnInterruption(InterruptionHandler handler)
+{
+    std::lock_guard lock(m_mutex);
+    m_onInterruption = std::move(handler);
 }
 
 void FakeAudioInputEngine::removeTap()

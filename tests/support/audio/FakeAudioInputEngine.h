@@ -23,6 +23,11 @@ public:
     // Set: inputFormat() fails with this reason, as when no sound server answers.
     void setUnavailable(std::optional<QString> reason);
     void setStartFailure(std::optional<QString> reason);
+    // Set: installTap refuses with this reason, as AVAudioEngine does with an exception.
+    void setTapFailure(std::optional<QString> reason);
+    // The input stops by itself (a vanished device, a new format) and the handler hears of it
+    // on the calling thread, standing in for the sound system's.
+    void interrupt(const QString &reason);
     void setCanSelectDevice(bool canSelect);
     // The status setCurrentDevice returns for this device (default 0, success).
     void setDeviceStatus(AudioObjectId device, int status);
@@ -49,17 +54,21 @@ public:
     bool canSelectDevice() const override;
     int setCurrentDevice(std::optional<AudioObjectId> device) override;
     Expected<AudioStreamFormat, QString> inputFormat() override;
-    void installTap(quint32 bufferFrames, AudioStreamFormat format, Tap tap) override;
+    std::optional<QString> installTap(
+        quint32 bufferFrames, AudioStreamFormat format, Tap tap) override;
     void removeTap() override;
     std::optional<QString> start() override;
     void stop() override;
     bool isRunning() const override;
+    void setOnInterruption(InterruptionHandler handler) override;
 
 private:
     mutable std::recursive_mutex m_mutex;
     AudioStreamFormat m_format;
     std::optional<QString> m_unavailable;
     std::optional<QString> m_startFailure;
+    std::optional<QString> m_tapFailure;
+    InterruptionHandler m_onInterruption;
     bool m_canSelectDevice = true;
     std::map<AudioObjectId, int> m_deviceStatus;
     std::optional<AudioObjectId> m_currentDevice;

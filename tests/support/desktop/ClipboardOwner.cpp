@@ -1,6 +1,6 @@
 // A real client that takes the clipboard through Qt's own clipboard code and offers several
 // formats at once, as a word processor or browser does:
-//   sayvo-test-clipboard-owner [--text T] [--html H] [--png] [--window]
+//   sayvo-test-clipboard-owner [--text T] [--text-file F] [--html H] [--png] [--window]
 // It prints "owned" once the clipboard is its own, and keeps serving it until it is killed.
 // The PNG is a fixed 4x4 red square; its bytes are printed base64-encoded after "png:".
 // With --window it first shows a small window, prints "shown" once it has the focus, and
@@ -8,6 +8,7 @@
 // selection only from a client answering the user's input.
 #include <QBuffer>
 #include <QClipboard>
+#include <QFile>
 #include <QGuiApplication>
 #include <QImage>
 #include <QMimeData>
@@ -44,6 +45,11 @@ int main(int argc, char **argv)
     for (qsizetype i = 1; i < arguments.size(); ++i) {
         if (arguments[i] == QLatin1String("--text") && i + 1 < arguments.size()) {
             data->setData(QStringLiteral("text/plain"), arguments[++i].toUtf8());
+        } else if (arguments[i] == QLatin1String("--text-file") && i + 1 < arguments.size()) {
+            QFile file(arguments[++i]);
+            if (file.open(QIODevice::ReadOnly)) {
+                data->setData(QStringLiteral("text/plain"), file.readAll());
+            }
         } else if (arguments[i] == QLatin1String("--html") && i + 1 < arguments.size()) {
             data->setData(QStringLiteral("text/html"), arguments[++i].toUtf8());
         } else if (arguments[i] == QLatin1String("--png")) {

@@ -14,6 +14,7 @@ public:
     bool install(const std::vector<int> &swallowedKeyCodes, Callback callback) override;
     void uninstall() override;
     void reenable() override { ++reenableCount; }
+    bool isPermitted() const override { return permitted; }
     TriggerKeyCodes keyCodes() const override { return codes; }
 
     // Plays one event; pass when nothing is installed.
@@ -26,6 +27,8 @@ public:
 
     // The tap refuses to install while this is set.
     bool failInstall = false;
+    // false: the user has not let the process watch the keyboard.
+    bool permitted = true;
     TriggerKeyCodes codes {96, 61};
     int installCount = 0;
     int uninstallCount = 0;

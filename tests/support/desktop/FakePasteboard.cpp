@@ -5,12 +5,14 @@ namespace sayvo::testing {
 std::vector<PasteboardItem> FakePasteboard::items()
 {
     log << QStringLiteral("items");
+    logTimesMs << clock.elapsed();
     return contents;
 }
 
 std::optional<QString> FakePasteboard::string()
 {
     log << QStringLiteral("string");
+    logTimesMs << clock.elapsed();
     for (const PasteboardItem &item : contents) {
         for (const auto &[type, data] : item) {
             if (type == kPlainTextType) {
@@ -24,6 +26,7 @@ std::optional<QString> FakePasteboard::string()
 void FakePasteboard::clearContents()
 {
     log << QStringLiteral("clear");
+    logTimesMs << clock.elapsed();
     contents.clear();
     ++m_changeCount;
 }
@@ -31,6 +34,7 @@ void FakePasteboard::clearContents()
 bool FakePasteboard::setConcealedString(const QString &text)
 {
     log << QStringLiteral("setConcealedString:") + text;
+    logTimesMs << clock.elapsed();
     if (failSetString) {
         return false;
     }
@@ -42,7 +46,8 @@ bool FakePasteboard::setConcealedString(const QString &text)
 bool FakePasteboard::writeItems(const std::vector<PasteboardItem> &items)
 {
     log << QStringLiteral("writeItems:%1").arg(items.size());
-    contents.insert(contents.end(), items.begin(), items.end());
+    logTimesMs << clock.elapsed();
+    contents = items;
     ++m_changeCount;
     return true;
 }
@@ -51,6 +56,20 @@ void FakePasteboard::writeFromElsewhere(std::vector<PasteboardItem> items)
 {
     contents = std::move(items);
     ++m_changeCount;
+}
+
+} // namespace sayvo::testing
+
+namespace sayvo::testing {
+
+qint64 FakePasteboard::lastTimeMs(const QString &prefix) const
+{
+    for (qsizetype i = log.size() - 1; i >= 0; --i) {
+        if (log[i].startsWith(prefix)) {
+            return logTimesMs[i];
+        }
+    }
+    return -1;
 }
 
 } // namespace sayvo::testing

@@ -16,18 +16,24 @@ const QString kPython = QStringLiteral("/usr/bin/python3");
 
 } // namespace
 
-TestEditor::TestEditor(DesktopSession &session, QString title, bool accessible, bool x11Client)
+TestEditor::TestEditor(
+    DesktopSession &session, QString title, bool accessible, Toolkit toolkit, bool x11Client)
     : m_session(session), m_title(std::move(title))
 {
     QProcessEnvironment environment = m_session.environment();
     if (!accessible) {
         environment.insert(QStringLiteral("NO_AT_BRIDGE"), QStringLiteral("1"));
     }
+    const QString script = toolkit == Toolkit::gtk4 ? QStringLiteral("test_editor_gtk4.py")
+        : toolkit == Toolkit::qt6                   ? QStringLiteral("test_editor_qt.py")
+                                                    : QStringLiteral("test_editor.py");
     QString program = kPython;
-    QStringList arguments {QStringLiteral(SAYVO_TEST_EDITOR_SCRIPT), m_title};
+    QStringList arguments {
+        QStringLiteral(SAYVO_TEST_EDITOR_DIR) + QLatin1Char('/') + script, m_title};
     if (x11Client && m_session.isWayland()) {
         environment.insert(QStringLiteral("DISPLAY"), m_session.xwaylandDisplay());
         environment.insert(QStringLiteral("GDK_BACKEND"), QStringLiteral("x11"));
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
         // XWayland lets in only the compositor's own user.
         if (::geteuid() == 0) {
             environment.insert(

@@ -8,16 +8,23 @@
 
 namespace sayvo::testing {
 
-// The one-field GTK 3 window (test_editor.py, run by Debian's python3 with PyGObject) on a
-// DesktopSession, activated and focused; readable and writable from the test through its
-// standard input, independently of the accessibility and clipboard code under test.
+// A one-field window on a DesktopSession, activated and focused; readable and writable from
+// the test through its standard input, independently of the accessibility and clipboard code
+// under test. GTK 3 by default (test_editor.py, run by Debian's python3 with PyGObject); GTK 4
+// and Qt 6 (PyQt6) windows answer the same commands.
 class TestEditor
 {
 public:
+    enum class Toolkit {
+        gtk3,
+        gtk4,
+        qt6,
+    };
+
     // Without accessibility the window runs with GTK's AT-SPI bridge switched off, like an
     // application that exposes nothing. An X11 client runs on a Wayland session's XWayland.
     TestEditor(DesktopSession &session, QString title, bool accessible = true,
-        bool x11Client = false);
+        Toolkit toolkit = Toolkit::gtk3, bool x11Client = false);
 
     bool isReady() const { return m_ready; }
     QString title() const { return m_title; }

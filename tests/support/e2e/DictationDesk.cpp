@@ -44,7 +44,8 @@ std::optional<QByteArray> runTool(const QString &program, const QStringList &arg
 
 } // namespace
 
-DictationDesk::DictationDesk(Options options) : m_options(std::move(options))
+DictationDesk::DictationDesk(Options options, std::optional<Installation> installation)
+    : m_options(std::move(options)), m_installation(std::move(installation))
 {
     if (!m_home.isValid()) {
         m_failure = QStringLiteral("no temporary directory");
@@ -73,7 +74,7 @@ DictationDesk::DictationDesk(Options options) : m_options(std::move(options))
             return;
         }
     } else {
-        if (!prepareRuntime()) {
+        if (!m_installation && !prepareRuntime()) {
             return;
         }
         m_port = freePort();
@@ -175,10 +176,29 @@ QProcessEnvironment DictationDesk::sayvoEnvironment() const
     environment.insert(QStringLiteral("SAYVO_ENGINE_ASR"), m_options.asr);
     environment.insert(
         QStringLiteral("SAYVO_ENGINE_DATA_DIR"), m_home.filePath(QStringLiteral("engine-data")));
+    if (m_installation) {
+        for (auto it = m_installation->environment.cbegin();
+             it != m_installation->environment.cend(); ++it) {
+            environment.insert(it.key(), it.value());
+        }
+    }
     return environment;
 }
 
+QString DictationDesk::sayvoBinary() const
+{
+    return m_installation ? m_installation->sayvoBinary : QStringLiteral(SAYVO_APP_BINARY);
+}
+
 bool DictationDesk::launchSayvo(int timeoutMs)
+{
+    if (!startSayvo()) {
+        return false;
+    }
+    return waitForLog(QRegularExpression(QStringLiteral("connected: server=.* mock=")), timeoutMs);
+}
+
+bool DictationDesk::startSayvo()
 {
     if (!isReady()) {
         return false;
@@ -189,11 +209,8 @@ bool DictationDesk::launchSayvo(int timeoutMs)
     m_sayvo->setProcessChannelMode(QProcess::MergedChannels);
     QObject::connect(m_sayvo.get(), &QProcess::readyRead, [this] { readOutput(); });
     m_log.clear();
-    m_sayvo->start(QStringLiteral(SAYVO_APP_BINARY), {});
-    if (!m_sayvo->waitForStarted(5000)) {
-        return false;
-    }
-    return waitForLog(QRegularExpression(QStringLiteral("connected: server=.* mock=")), timeoutMs);
+    m_sayvo->start(sayvoBinary(), {});
+    return m_sayvo->waitForStarted(5000);
 }
 
 bool DictationDesk::quitSayvo(int timeoutMs)
@@ -296,7 +313,7 @@ int DictationDesk::trigger(const QString &verb)
     // Run to its end while this process's event loop keeps a scripted engine answering.
     QProcess command;
     command.setProcessEnvironment(sayvoEnvironment());
-    command.start(QStringLiteral(SAYVO_APP_BINARY), {QStringLiteral("trigger"), verb});
+    command.start(sayvoBinary(), {QStringLiteral("trigger"), verb});
     if (!command.waitForStarted(5000)
         || !QTest::qWaitFor([&] { return command.state() == QProcess::NotRunning; }, 10000)) {
         command.kill();
@@ -352,7 +369,10 @@ bool DictationDesk::dictate(const QByteArray &pcm, int timeoutMs)
         QStringLiteral("state: (success|error|emptyTranscript)"));
     const int before = countLog(outcome);
     pressTrigger();
-    if (!waitForLog(QRegularExpression(QStringLiteral("state: listening")), 5000)) {
+    // The sound server drops what the microphone hears before Sayvo's record stream exists,
+    // which on a busy machine can be a while after "listening".
+    if (!waitForLog(QRegularExpression(QStringLiteral("state: listening")), 5000)
+        || !QTest::qWaitFor([this] { return m_pulse->recordStreamCount() > 0; }, 10000)) {
         releaseTrigger();
         return false;
     }
@@ -369,6 +389,21 @@ bool DictationDesk::screenshot(const QString &path)
     int exitCode = -1;
     m_desktop->run(QStringLiteral(SAYVO_SCREENSHOT_TOOL), {path}, &exitCode);
     return exitCode == 0 && QFile::exists(path);
+}
+
+bool DictationDesk::pressButton(
+    const QString &windowTitle, const QString &buttonText, int timeoutMs)
+{
+    int exitCode = -1;
+    // Debian's own Python, which has the GObject bindings.
+    const QByteArray output = m_desktop->run(QStringLiteral("/usr/bin/python3"),
+        {QStringLiteral(SAYVO_PRESS_BUTTON_SCRIPT), windowTitle, buttonText,
+            QString::number(timeoutMs / 1000.0)},
+        &exitCode, timeoutMs + 10000);
+    if (exitCode != 0) {
+        m_log.append(QString::fromUtf8(output).trimmed());
+    }
+    return exitCode == 0;
 }
 
 QList<qint64> DictationDesk::enginePids() const

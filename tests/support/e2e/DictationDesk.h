@@ -38,8 +38,17 @@ public:
         // utterance with this text (its frames and close codes readable through engine()).
         std::optional<QString> scriptedFinal = std::nullopt;
     };
+    // An installed Sayvo instead of the build's. The build's program runs with a runtime the
+    // desk sets up from the build's payload; an installed one finds none, and its Engine
+    // Setup window sets one up from the payload installed next to it (see pressButton()).
+    struct Installation
+    {
+        QString sayvoBinary;
+        // More environment for Sayvo, over the desk's own.
+        QMap<QString, QString> environment;
+    };
 
-    explicit DictationDesk(Options options);
+    explicit DictationDesk(Options options, std::optional<Installation> installation = {});
     ~DictationDesk();
 
     bool isReady() const { return m_failure.isEmpty(); }
@@ -47,6 +56,8 @@ public:
 
     // Starts Sayvo and waits until it has connected to its engine.
     bool launchSayvo(int timeoutMs = 60000);
+    // Starts Sayvo without waiting for anything.
+    bool startSayvo();
     // SIGTERM, as a logout would send; waits for the process to end.
     bool quitSayvo(int timeoutMs = 15000);
     bool isSayvoRunning() const;
@@ -73,6 +84,11 @@ public:
     bool dictate(const QByteArray &pcm, int timeoutMs = 30000);
 
     bool screenshot(const QString &path);
+    // Presses a button of one of Sayvo's windows through the accessibility bus, as a user
+    // would click it; false when no such button showed up within the time.
+    bool pressButton(const QString &windowTitle, const QString &buttonText, int timeoutMs = 20000);
+    // The desk's own home: Sayvo's configuration and data folders are inside it.
+    QString homeDir() const { return m_home.path(); }
 
     testing::TestEditor &editor() { return *m_editor; }
     testing::DesktopSession &desktop() { return *m_desktop; }
@@ -81,6 +97,8 @@ public:
     TestEngine *engine() const { return m_engine.get(); }
     // Sayvo's environment.
     QProcessEnvironment sayvoEnvironment() const;
+    // The `sayvo` command this desk runs.
+    QString sayvoBinary() const;
     QString runtimeDir() const { return m_runtimeApp; }
     // Processes of the engine serving this desk's port.
     QList<qint64> enginePids() const;
@@ -92,6 +110,7 @@ private:
     void readOutput();
 
     Options m_options;
+    std::optional<Installation> m_installation;
     QString m_failure;
     QTemporaryDir m_home;
     std::unique_ptr<testing::DesktopSession> m_desktop;

@@ -17,8 +17,10 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QGuiApplication>
 #include <QMenuBar>
 #include <QPushButton>
+#include <QScreen>
 #include <QTest>
 #include <QWidget>
 
@@ -226,6 +228,19 @@ TEST_F(AppDelegateTest, WindowsAreCreatedOnceAndReused)
     // Closing a window never quits the app.
     delegate->setupWindow()->close();
     EXPECT_FALSE(QApplication::quitOnLastWindowClosed());
+}
+
+TEST_F(AppDelegateTest, TheCalibrationWindowKeepsTheHeightItAsksForAndMayGrow)
+{
+    portOpen = true;
+    launch();
+    delegate->showCalibration();
+    QWidget *calibration = delegate->calibrationWindow();
+    ASSERT_NE(calibration, nullptr);
+    const int available = QGuiApplication::primaryScreen()->availableGeometry().height();
+    EXPECT_EQ(calibration->height(), std::clamp(available - 80, 560, 700));
+    EXPECT_LT(calibration->minimumHeight(), calibration->maximumHeight())
+        << "the results list may be given more room";
 }
 
 TEST_F(AppDelegateTest, OpeningAVisibleSetupWindowAgainLeavesItAlone)

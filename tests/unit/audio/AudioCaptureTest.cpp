@@ -15,14 +15,15 @@ using sayvo::test::LogCapture;
 
 namespace {
 
-// 16-bit little-endian samples counting up from `first`, wrapping at 16 bits, so any lost,
-// repeated or reordered sample shows.
+// 16-bit little-endian samples counting up from `first`, wrapping from 32767 to -32767 (the
+// most negative value has no positive mirror and is clipped), so any lost, repeated or
+// reordered sample shows.
 QByteArray ramp(int samples, int first = 0)
 {
     QByteArray bytes;
     bytes.reserve(samples * 2);
     for (int i = 0; i < samples; ++i) {
-        const auto value = quint16(qint16(first + i));
+        const auto value = quint16(qint16((first + i + 32767) % 65535 - 32767));
         bytes.append(char(value & 0xff));
         bytes.append(char(value >> 8));
     }
@@ -109,12 +110,64 @@ TEST_F(AudioCaptureTest, PrepareInstallsTheTapButKeepsTheMicrophoneClosed)
     EXPECT_TRUE(capture->isReady());
     EXPECT_TRUE(capture->isPrepared());
     EXPECT_TRUE(engine->hasTap());
-    EXPECT_EQ(engine->tapBufferFrames(), 1600u);
+    EXPECT_EQ(engine->tapBufferFrames(), 960u); // 20 ms
     EXPECT_EQ(engine->tapFormat(), (AudioStreamFormat {48000.0, 1}));
     EXPECT_EQ(engine->startCalls(), 0);
     EXPECT_FALSE(engine->isRunning());
     EXPECT_TRUE(log.lines().contains(QString::fromUtf8(
         "info: audio ready (idle): input 48000.0 Hz, 1 ch \u2014 mic opens only while dictating")));
+}
+
+TEST_F(AudioCaptureTest, BuffersAreTwentyMillisecondsAtEveryRate)
+{
+    for (const double rate : {8000.0, 16000.0, 44100.0, 48000.0}) {
+        makeCapture({rate, 1});
+        ASSERT_TRUE(capture->prepare().ok());
+        EXPECT_EQ(engine->tapBufferFrames(), quint32(std::lround(rate / 50))) << rate;
+    }
+}
+
+TEST_F(AudioCaptureTest, AnUtteranceSendsItsWholeDurationAndTheNextStartsClean)
+{
+    prepared({48000.0, 1});
+    // Half a second of loud speech to the very end, in 20 ms buffers: the key is released
+    // mid-word.
+    std::vector<float> speech(24000);
+    for (std::size_t i = 0; i < speech.size(); ++i) {
+        speech[i] = 0.8f * float(std::sin(2.0 * std::numbers::pi * 250.0 * double(i) / 48000.0));
+    }
+    capture->startForwarding();
+    engine->play(speech, 960);
+    capture->stopForwarding(true);
+    // Half a second at 16 kHz is 16000 bytes; all of it is sent, within one 10 ms frame.
+    EXPECT_NEAR(double(joined().size()), 16000.0, 320.0);
+    EXPECT_EQ(capture->lastUtteranceBytes(), joined().size());
+
+    chunks.clear();
+    capture->startForwarding();
+    engine->play(std::vector<float>(24000, 0.0f), 960);
+    capture->stopForwarding(true);
+    const QByteArray second = joined();
+    EXPECT_NEAR(double(second.size()), 16000.0, 320.0);
+    for (qsizetype i = 0; i < second.size(); i += 2) {
+        ASSERT_EQ(second[i], 0) << "speech of the first utterance at byte " << i;
+        ASSERT_EQ(second[i + 1], 0) << "speech of the first utterance at byte " << i;
+    }
+}
+
+TEST_F(AudioCaptureTest, AnAbandonedUtterancesTailNeverReachesTheNextOne)
+{
+    prepared({44100.0, 1});
+    capture->startForwarding();
+    engine->play(std::vector<float>(4410, 0.9f), 882);
+    capture->stopForwarding(false);
+    chunks.clear();
+    capture->startForwarding();
+    engine->play(std::vector<float>(4410, 0.0f), 882);
+    capture->stopForwarding(true);
+    const QByteArray second = joined();
+    ASSERT_FALSE(second.isEmpty());
+    EXPECT_EQ(second, QByteArray(second.size(), '\0'));
 }
 
 TEST_F(AudioCaptureTest, SecondPrepareDoesNothing)
@@ -285,8 +338,8 @@ TEST_F(AudioCaptureTest, OddBufferSizesAtFortyEightKilohertzMatchOneBlockConvers
         stereo[2 * frame + 1] = -0.1f;
     }
     auto reference = PCMConverter::create({48000.0, 2});
-    const auto expected
-        = reference->convert({stereo.data(), quint32(stereo.size() / 2), 2}).value();
+    const auto expected = reference->convert({stereo.data(), quint32(stereo.size() / 2), 2}).value()
+        + reference->drain().value();
 
     prepared({48000.0, 2});
     capture->startForwarding();
@@ -638,4 +691,188 @@ TEST_F(AudioCaptureTest, RebuildWhileForwardingLeavesTheMicrophoneClosed)
     EXPECT_FALSE(engine->isRunning());
     EXPECT_TRUE(capture->isForwarding());
     EXPECT_EQ(engine->startCalls(), 1);
+}
+
+TEST_F(AudioCaptureTest, ANewDefaultInputRebuildsACaptureThatFollowsTheDefault)
+{
+    prepared();
+    engine->setFormat({44100.0, 2});
+
+    capture->followDefaultInput();
+
+    EXPECT_TRUE(capture->isReady());
+    EXPECT_EQ(engine->installTapCalls(), 2);
+    EXPECT_EQ(engine->currentDevice(), std::nullopt);
+    EXPECT_EQ(engine->tapFormat(), (AudioStreamFormat {44100.0, 2}));
+    EXPECT_FALSE(engine->isRunning());
+}
+
+TEST_F(AudioCaptureTest, ANewDefaultInputLeavesAChosenDeviceBound)
+{
+    hardware.setDevices({device(4, "usb-mic", "USB Mic")});
+    makeCapture();
+    capture->setInputDevice(QStringLiteral("usb-mic"));
+    ASSERT_TRUE(capture->prepare().ok());
+
+    capture->followDefaultInput();
+
+    EXPECT_EQ(engine->installTapCalls(), 1);
+    EXPECT_EQ(engine->currentDevice(), 4u);
+}
+
+TEST_F(AudioCaptureTest, ANewDefaultInputBeforePreparationWaitsForIt)
+{
+    makeCapture();
+    capture->followDefaultInput();
+    EXPECT_EQ(engine->installTapCalls(), 0);
+    EXPECT_FALSE(capture->isReady());
+}
+
+TEST_F(AudioCaptureTest, ANewDefaultInputDuringAnUtteranceKeepsItGoingOnTheNewInput)
+{
+    prepared();
+    capture->startForwarding();
+    engine->playS16(ramp(1600), 320);
+
+    engine->setFormat({16000.0, 2});
+    capture->followDefaultInput();
+
+    ASSERT_TRUE(engine->isRunning());
+    EXPECT_EQ(engine->startCalls(), 2);
+    // The same ramp on both channels of the new input comes out unchanged as mono.
+    QByteArray stereo;
+    const QByteArray mono = ramp(1600, 1600);
+    for (int i = 0; i < mono.size(); i += 2) {
+        stereo.append(mono.mid(i, 2));
+        stereo.append(mono.mid(i, 2));
+    }
+    engine->playS16(stereo, 320);
+    capture->stopForwarding(true);
+    EXPECT_EQ(capture->lastUtteranceBytes(), 6400);
+    EXPECT_TRUE(joined() == ramp(1600) + mono);
+}
+
+TEST_F(AudioCaptureTest, HundredMillisecondBuffersGiveWholeChunksAndALevelForEach)
+{
+    // The shortest buffers some sound systems deliver, at 48 kHz stereo: 4800 frames.
+    prepared({48000.0, 2});
+    QList<float> levels;
+    capture->setOnRMS([&](float rms) { levels.append(rms); });
+    capture->startForwarding();
+    std::vector<float> buffer(4800 * 2);
+    for (std::size_t frame = 0; frame < 4800; ++frame) {
+        const auto value
+            = 0.3f * float(std::sin(2.0 * std::numbers::pi * 300.0 * double(frame) / 48000.0));
+        buffer[2 * frame] = value;
+        buffer[2 * frame + 1] = value;
+    }
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_TRUE(engine->deliver(buffer.data(), 4800));
+    }
+    capture->stopForwarding(true);
+
+    ASSERT_EQ(levels.size(), 10);
+    for (const float level : levels) {
+        EXPECT_NEAR(level, 0.3f / std::sqrt(2.0f), 0.01f);
+    }
+    // One second of audio, flushed: about 32000 bytes in whole chunks and the rest.
+    const qint64 bytes = capture->lastUtteranceBytes();
+    EXPECT_NEAR(double(bytes), 32000.0, 100.0);
+    EXPECT_EQ(joined().size(), bytes);
+    ASSERT_GE(chunks.size(), 9);
+    for (int i = 0; i < 9; ++i) {
+        EXPECT_EQ(chunks[i].size(), 3200);
+    }
+}
+
+TEST_F(AudioCaptureTest, ARefusedTapFailsPreparationWithTheReasonAndALaterOneSucceeds)
+{
+    makeCapture();
+    engine->setTapFailure(QStringLiteral("format mismatch"));
+
+    const auto status = capture->prepare();
+
+    ASSERT_FALSE(status.ok());
+    EXPECT_EQ(status.error(), AudioCaptureError::tapRefused(QStringLiteral("format mismatch")));
+    EXPECT_EQ(status.error().describe(),
+        QStringLiteral("the sound system refused the capture tap: format mismatch"));
+    EXPECT_FALSE(capture->isReady());
+    capture->startForwarding();
+    EXPECT_EQ(engine->startCalls(), 0);
+    capture->stopForwarding(false);
+
+    engine->setTapFailure(std::nullopt);
+    EXPECT_TRUE(capture->prepare().ok());
+    EXPECT_TRUE(engine->hasTap());
+}
+
+TEST_F(AudioCaptureTest, AnInterruptionIsPassedOnFromTheSoundSystemsThread)
+{
+    prepared();
+    QString heard;
+    std::thread::id heardOn;
+    capture->setOnInterrupted([&](const QString &reason) {
+        heard = reason;
+        heardOn = std::this_thread::get_id();
+    });
+    capture->startForwarding();
+    std::thread soundSystem([&] { engine->interrupt(QStringLiteral("device gone")); });
+    const auto soundSystemId = soundSystem.get_id();
+    soundSystem.join();
+
+    EXPECT_EQ(heard, QStringLiteral("device gone"));
+    EXPECT_EQ(heardOn, soundSystemId);
+
+    capture->setOnInterrupted({});
+    heard.clear();
+    engine->interrupt(QStringLiteral("again"));
+    EXPECT_TRUE(heard.isEmpty());
+}
+
+TEST_F(AudioCaptureTest, RecoveringDuringAnUtteranceReopensTheMicrophoneInTheNewFormat)
+{
+    prepared();
+    capture->startForwarding();
+    engine->playS16(ramp(1600), 320);
+    engine->setFormat({48000.0, 1});
+    engine->interrupt(QStringLiteral("configuration changed"));
+    ASSERT_FALSE(engine->isRunning());
+
+    capture->recover();
+
+    EXPECT_TRUE(engine->isRunning());
+    EXPECT_EQ(engine->startCalls(), 2);
+    EXPECT_EQ(engine->tapFormat(), (AudioStreamFormat {48000.0, 1}));
+    EXPECT_EQ(engine->playS16(ramp(4800, 3), 960), 5);
+    capture->stopForwarding(true);
+    EXPECT_GT(capture->lastUtteranceBytes(), 3200 + 3000);
+    EXPECT_EQ(joined().left(3200), ramp(1600));
+}
+
+TEST_F(AudioCaptureTest, RecoveringWhileIdleRebuildsForANewFormatAndKeepsTheMicrophoneClosed)
+{
+    prepared();
+    engine->setFormat({44100.0, 2});
+
+    capture->recover();
+
+    EXPECT_EQ(engine->installTapCalls(), 2);
+    EXPECT_EQ(engine->tapFormat(), (AudioStreamFormat {44100.0, 2}));
+    EXPECT_FALSE(engine->isRunning());
+    EXPECT_EQ(engine->startCalls(), 0);
+}
+
+TEST_F(AudioCaptureTest, RecoveringWhenNothingChangedLeavesTheCaptureAlone)
+{
+    // A rebuild makes the sound system report a configuration change of its own; answering
+    // that with another rebuild would never end.
+    prepared();
+    capture->recover();
+    EXPECT_EQ(engine->installTapCalls(), 1);
+
+    capture->startForwarding();
+    capture->recover();
+    EXPECT_EQ(engine->installTapCalls(), 1);
+    EXPECT_EQ(engine->startCalls(), 1);
+    capture->stopForwarding(false);
 }

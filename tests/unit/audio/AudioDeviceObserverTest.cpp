@@ -53,6 +53,29 @@ TEST(AudioDeviceObserverTest, PluggingInADevicePublishesOnce)
     EXPECT_EQ(observer.devices(), published);
 }
 
+TEST(AudioDeviceObserverTest, ABurstOfNotificationsIsOneEnumeration)
+{
+    FakeAudioHardware hardware;
+    hardware.setDevices({mic(1, "a")});
+    AudioDeviceObserver observer(hardware);
+    QSignalSpy spy(&observer, &AudioDeviceObserver::devicesChanged);
+    const int readsBefore = hardware.deviceListReads();
+
+    // A module load reports several events at once, from the sound server's thread.
+    hardware.addDevice(mic(2, "b"));
+    std::thread soundServer([&] {
+        for (int i = 0; i < 5; ++i) {
+            hardware.notifyDeviceListChanged();
+        }
+    });
+    soundServer.join();
+
+    ASSERT_TRUE(spy.wait(2000));
+    QTest::qWait(50);
+    EXPECT_EQ(spy.size(), 1);
+    EXPECT_EQ(hardware.deviceListReads() - readsBefore, 1);
+}
+
 TEST(AudioDeviceObserverTest, UnrelatedNotificationPublishesNothing)
 {
     FakeAudioHardware hardware;
@@ -115,4 +138,44 @@ TEST(AudioDeviceObserverTest, ListenerIsRemovedWithTheObserver)
     EXPECT_EQ(hardware.listenerCount(), 0);
     // A refresh queued just before the observer went away must not run on a dead object.
     QTest::qWait(20);
+}
+
+TEST(AudioDeviceObserverTest, ADefaultInputChangeIsAnnouncedOnceOnTheObserversThread)
+{
+    FakeAudioHardware hardware;
+    hardware.setDevices({mic(1, "a"), mic(2, "b")});
+    AudioDeviceObserver observer(hardware);
+    QSignalSpy spy(&observer, &AudioDeviceObserver::defaultInputChanged);
+    QThread *announcedOn = nullptr;
+    QObject::connect(&observer, &AudioDeviceObserver::defaultInputChanged,
+        [&] { announcedOn = QThread::currentThread(); });
+
+    std::thread soundServer([&] {
+        for (int i = 0; i < 3; ++i) {
+            hardware.notifyDefaultInputChanged();
+        }
+    });
+    soundServer.join();
+
+    ASSERT_TRUE(spy.wait(2000));
+    QTest::qWait(50);
+    EXPECT_EQ(spy.size(), 1);
+    EXPECT_EQ(announcedOn, observer.thread());
+
+    // A later change is announced again.
+    hardware.notifyDefaultInputChanged();
+    ASSERT_TRUE(spy.wait(2000));
+    EXPECT_EQ(spy.size(), 2);
+}
+
+TEST(AudioDeviceObserverTest, StopsListeningForTheDefaultInputWhenGone)
+{
+    FakeAudioHardware hardware;
+    {
+        AudioDeviceObserver observer(hardware);
+        EXPECT_EQ(hardware.defaultInputListenerCount(), 1);
+    }
+    EXPECT_EQ(hardware.defaultInputListenerCount(), 0);
+    hardware.notifyDefaultInputChanged();
+    QCoreApplication::processEvents();
 }

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numbers>
 
 using namespace sayvo;
@@ -73,15 +75,99 @@ double estimatedFrequency(const std::vector<qint16> &samples, double sampleRate)
 
 } // namespace
 
-TEST(PCMConverterTest, CapacityIsResampledLengthPlusSixteen)
+TEST(PCMConverterTest, EveryRateAndBufferSizeGivesItsWholeDurationOnceDrained)
 {
-    EXPECT_EQ(PCMConverter::outputCapacityFrames(48000.0, 1600), 549u);
-    EXPECT_EQ(PCMConverter::outputCapacityFrames(44100.0, 1600), 596u);
-    EXPECT_EQ(PCMConverter::outputCapacityFrames(16000.0, 1600), 1616u);
-    EXPECT_EQ(PCMConverter::outputCapacityFrames(8000.0, 1), 18u);
-    EXPECT_FALSE(PCMConverter::outputCapacityFrames(0.0, 1600));
-    EXPECT_FALSE(PCMConverter::outputCapacityFrames(1e-300, 1600));
-    EXPECT_FALSE(PCMConverter::outputCapacityFrames(std::nan(""), 1600));
+    // Up- and downsampling, in pieces from one frame to several seconds: the output keeps
+    // pace with the input, and the drain lets out exactly what the filter held.
+    for (const double rate : {8000.0, 11025.0, 22050.0, 44100.0, 48000.0, 96000.0}) {
+        auto converter = PCMConverter::create({rate, 1});
+        ASSERT_TRUE(converter);
+        const auto frames = std::size_t(rate * 3);
+        const auto input = sine(440.0, rate, frames);
+        QByteArray out
+            = convertInPieces(*converter, input, 1, {1, 7, 1600, 9600, quint32(rate * 2)});
+        const qint64 expectedBytes = 3 * 16000 * 2;
+        // The filter's delay is longest for the lowest rates: under 100 ms even at 8 kHz.
+        EXPECT_LE(out.size(), expectedBytes + 2) << rate;
+        EXPECT_GE(out.size(), expectedBytes - 16000 * 2 / 10) << rate;
+        out += converter->drain().value_or(QByteArray());
+        EXPECT_NEAR(double(out.size()), double(expectedBytes), 2.0 * 2) << rate;
+    }
+}
+
+TEST(PCMConverterTest, DrainEndsTheStreamAndTheNextOneStartsClean)
+{
+    auto converter = PCMConverter::create({48000.0, 1});
+    ASSERT_TRUE(converter);
+    // Loud to the very end, as when the key is let go mid-word.
+    const auto loud = sine(300.0, 48000.0, 4800, 1, 0.9f);
+    const QByteArray first = convertInPieces(*converter, loud, 1, {960});
+    const auto tail = converter->drain();
+    ASSERT_TRUE(tail);
+    EXPECT_NEAR(double(first.size() + tail->size()), 3200.0, 4.0);
+    int loudestTailSample = 0;
+    for (const qint16 sample : samplesOf(*tail)) {
+        loudestTailSample = std::max(loudestTailSample, std::abs(int(sample)));
+    }
+    EXPECT_GT(loudestTailSample, 10000) << "the tail holds the end of the speech";
+
+    const std::vector<float> silence(4800, 0.0f);
+    const QByteArray second = convertInPieces(*converter, silence, 1, {960});
+    for (const qint16 sample : samplesOf(second)) {
+        ASSERT_EQ(sample, 0) << "the first utterance leaked into the second";
+    }
+}
+
+TEST(PCMConverterTest, ResetDropsWhatTheFilterHeld)
+{
+    auto converter = PCMConverter::create({44100.0, 1});
+    ASSERT_TRUE(converter);
+    convertInPieces(*converter, sine(300.0, 44100.0, 4410, 1, 0.9f), 1, {441});
+    converter->reset();
+    const QByteArray after = convertInPieces(*converter, std::vector<float>(4410, 0.0f), 1, {441});
+    for (const qint16 sample : samplesOf(after)) {
+        ASSERT_EQ(sample, 0);
+    }
+}
+
+TEST(PCMConverterTest, NaNIsSilenceAndClippingIsSymmetricWithoutResampling)
+{
+    auto converter = PCMConverter::create({16000.0, 1});
+    ASSERT_TRUE(converter);
+    const std::vector<float> input {std::nanf(""), -std::nanf(""), 1.0f, -1.0f, 3.0f, -3.0f,
+        std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity()};
+    const auto bytes = converter->convert({input.data(), quint32(input.size()), 1});
+    ASSERT_TRUE(bytes);
+    EXPECT_EQ(samplesOf(*bytes),
+        (std::vector<qint16> {0, 0, 32767, -32767, 32767, -32767, 32767, -32767}));
+}
+
+TEST(PCMConverterTest, NaNIsSilenceAndClippingIsSymmetricWhenResampling)
+{
+    auto converter = PCMConverter::create({48000.0, 1});
+    ASSERT_TRUE(converter);
+    auto input = sine(440.0, 48000.0, 4800, 1, 0.5f);
+    for (std::size_t i = 1000; i < 1010; ++i) {
+        input[i] = std::nanf("");
+    }
+    QByteArray out = convertInPieces(*converter, input, 1, {960});
+    out += converter->drain().value_or(QByteArray());
+    ASSERT_FALSE(out.isEmpty());
+    for (const qint16 sample : samplesOf(out)) {
+        // A NaN that reached the output would be a full-scale click.
+        ASSERT_LE(std::abs(int(sample)), int(0.6 * 32768)) << "a click where the NaNs were";
+    }
+
+    // A square wave far beyond full scale clips to the same level on both sides.
+    std::vector<float> square(9600);
+    for (std::size_t i = 0; i < square.size(); ++i) {
+        square[i] = (i / 240) % 2 == 0 ? 4.0f : -4.0f;
+    }
+    const auto clipped = samplesOf(convertInPieces(*converter, square, 1, {960}));
+    ASSERT_FALSE(clipped.empty());
+    const auto [lowest, highest] = std::minmax_element(clipped.begin(), clipped.end());
+    EXPECT_EQ(*highest, 32767);
+    EXPECT_EQ(*lowest, -32767);
 }
 
 TEST(PCMConverterTest, FortyEightKilohertzBuffersGiveAboutAThirdAsManySamples)
@@ -115,9 +201,10 @@ TEST(PCMConverterTest, SixteenKilohertzMonoPassesThroughSampleExact)
 
     const auto bytes = converter->convert({input.data(), quint32(input.size()), 1});
 
+    // Every sample of a 16-bit source but the one without a positive mirror comes through.
     ASSERT_TRUE(bytes);
     EXPECT_EQ(samplesOf(*bytes),
-        (std::vector<qint16> {0, 1, -1, 32767, -32768, 1234, -4321, 32767, -32768}));
+        (std::vector<qint16> {0, 1, -1, 32767, -32767, 1234, -4321, 32767, -32767}));
     const auto *raw = reinterpret_cast<const uchar *>(bytes->constData());
     EXPECT_EQ(raw[2 * 5], 0xd2); // 1234 = 0x04d2, little-endian
     EXPECT_EQ(raw[2 * 5 + 1], 0x04);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -56,16 +57,24 @@ TEST(SerialQueueTest, SyncFromTheQueueItselfRunsAtOnce)
 TEST(SerialQueueTest, DestructionDropsPendingWork)
 {
     std::atomic<int> ran {0};
+    std::atomic<bool> started {false};
     {
         SerialQueue queue("test");
+        // The first item is under way when the queue goes (waited for, not guessed on a loaded
+        // machine), and lasts long enough for the destructor to drop the rest behind it.
         queue.async([&] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            started = true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
             ++ran;
         });
         for (int i = 0; i < 10; ++i) {
             queue.async([&] { ++ran; });
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!started && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::yield();
+        }
+        ASSERT_TRUE(started);
     }
     EXPECT_EQ(ran.load(), 1);
 }

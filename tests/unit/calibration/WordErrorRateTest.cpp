@@ -30,6 +30,15 @@ TEST(NormalizedWordsTest, LettersBeyondTheBasicPlaneStayOneWord)
         normalizedWords(QStringLiteral("a\U0001D400b c")), (QStringList {"a\U0001D400b", "c"}));
 }
 
+TEST(NormalizedWordsTest, ALetterWithACombiningAccentStaysInItsWord)
+{
+    EXPECT_EQ(normalizedWords(QStringLiteral("Cafe\u0301s open")),
+        (QStringList {QStringLiteral("cafe\u0301s"), QStringLiteral("open")}));
+    EXPECT_EQ(normalizedWords(QStringLiteral("n\u0303o\u0308")), QStringList {"n\u0303o\u0308"});
+    EXPECT_EQ(
+        wordErrorRate(QStringLiteral("Cafe\u0301s open"), QStringLiteral("cafe\u0301s open")), 0.0);
+}
+
 TEST(WordErrorRateTest, CaseAndPunctuationDifferencesScoreZero)
 {
     EXPECT_EQ(wordErrorRate(QStringLiteral("The total comes to $42."),

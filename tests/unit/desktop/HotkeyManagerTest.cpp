@@ -179,6 +179,33 @@ TEST_F(HotkeyManagerTest, RefusedTapIsTapCreationFailedAndCanBeRetried)
     EXPECT_EQ(fake->installCount, 1);
 }
 
+TEST_F(HotkeyManagerTest, WithoutLeaveToWatchTheKeyboardNothingCountsAsInstalledUntilGiven)
+{
+    auto source = std::make_unique<FakeKeyboardEventSource>();
+    FakeKeyboardEventSource *fake = source.get();
+    fake->permitted = false;
+    HotkeyManager manager(HotkeyTrigger::f5, std::move(source));
+    int starts = 0;
+    manager.setOnStart([&] { ++starts; });
+
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        const Status<HotkeyError> refused = manager.start();
+        ASSERT_FALSE(refused.ok());
+        EXPECT_EQ(refused.error(), HotkeyError::permissionMissing);
+    }
+    EXPECT_EQ(describe(HotkeyError::permissionMissing),
+        QStringLiteral("Sayvo may not watch the keyboard yet"));
+    EXPECT_FALSE(manager.isInstalled());
+    EXPECT_EQ(fake->installCount, 0);
+
+    // The user grants it; the next attempt installs and the trigger works.
+    fake->permitted = true;
+    ASSERT_TRUE(manager.start().ok());
+    EXPECT_TRUE(manager.isInstalled());
+    fake->keyDown(kF5);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return starts == 1; }, 2000));
+}
+
 TEST_F(HotkeyManagerTest, StopRemovesTheTapAndForgetsAHeldKeyWithoutAnEnd)
 {
     make(HotkeyTrigger::f5);

@@ -69,7 +69,8 @@ TEST_F(EngineSupervisorTest, LoopbackWithoutPortProbesDefaultAndPassesNoPort)
         (QStringList {sandbox.payloadDir() + QStringLiteral("/scripts/run_engine.sh"),
             QStringLiteral("--app-dir"), sandbox.appDir()}));
     ASSERT_TRUE(launch.environment);
-    EXPECT_EQ(launch.environment->value(QStringLiteral("ENGINE_HOST")), QStringLiteral("0.0.0.0"));
+    EXPECT_EQ(
+        launch.environment->value(QStringLiteral("ENGINE_HOST")), QStringLiteral("127.0.0.1"));
     EXPECT_FALSE(launch.environment->contains(QStringLiteral("ENGINE_PORT")));
     // The rest of the application's environment is passed on.
     EXPECT_EQ(launch.environment->value(QStringLiteral("PATH")), qEnvironmentVariable("PATH"));
@@ -84,6 +85,42 @@ TEST_F(EngineSupervisorTest, LoopbackWithPortProbesItAndPassesIt)
     ASSERT_EQ(launches(), 1);
     EXPECT_EQ(lastProcess()->launch.environment->value(QStringLiteral("ENGINE_PORT")),
         QStringLiteral("9000"));
+}
+
+TEST_F(EngineSupervisorTest, TheEngineIsToldToListenWhereTheEndpointPoints)
+{
+    for (const auto &[endpoint, host] :
+        std::vector<std::pair<const char *, const char *>> {{"ws://[::1]:9000", "::1"},
+            {"ws://localhost:9000", "localhost"}, {"ws://LOCALHOST:9000", "localhost"},
+            {"ws://127.0.0.1:9000", "127.0.0.1"}, {"ws://0.0.0.0:9000", "0.0.0.0"}}) {
+        EngineSupervisor &s = make();
+        s.start(url(endpoint));
+        ASSERT_TRUE(lastProcess()) << endpoint;
+        EXPECT_EQ(lastProcess()->launch.environment->value(QStringLiteral("ENGINE_HOST")),
+            QString::fromLatin1(host))
+            << endpoint;
+        EXPECT_EQ(probes.last(), std::make_pair(QString::fromLatin1(host), 9000)) << endpoint;
+    }
+}
+
+TEST_F(EngineSupervisorTest, AChangedEndpointRelaunchesTheEngineWhereItNowPoints)
+{
+    EngineSupervisor &s = make();
+    s.start(url("ws://127.0.0.1:8765"));
+    const auto first = lastProcess();
+    s.start(url("ws://127.0.0.1:8765"));
+    EXPECT_EQ(launches(), 1) << "the same endpoint again finds the engine up";
+    s.start(url("ws://[::1]:9000"));
+    ASSERT_EQ(launches(), 2);
+    EXPECT_TRUE(first->terminated);
+    EXPECT_EQ(lastProcess()->launch.environment->value(QStringLiteral("ENGINE_HOST")),
+        QStringLiteral("::1"));
+    EXPECT_EQ(lastProcess()->launch.environment->value(QStringLiteral("ENGINE_PORT")),
+        QStringLiteral("9000"));
+    first->exitWith(15);
+    settle();
+    EXPECT_EQ(s.crashCount(), 0) << "the engine stopped on purpose";
+    EXPECT_EQ(s.state(), EngineState(es::Running {}));
 }
 
 TEST_F(EngineSupervisorTest, OpenPortMeansExternalEngineAndMockReportFailsAtOnce)
@@ -175,6 +212,33 @@ TEST_F(EngineSupervisorTest, FiveCrashesBackOffAndTheSixthFails)
     QTest::qWait(200);
     EXPECT_EQ(launches(), 6);
     EXPECT_EQ(s.crashCount(), 6);
+}
+
+TEST_F(EngineSupervisorTest, AnEngineThatCannotLoadItsModelFailsWithItsLastLineAndIsNotRestarted)
+{
+    EngineSupervisor &s = make();
+    s.start(url("ws://127.0.0.1:8765"));
+    lastProcess()->write("run_engine: starting\n"
+                         "sayvo-engine: speech model missing: /srv/model/en-us.lm.bin\n");
+    lastProcess()->exitWith(EngineSupervisor::kEngineCannotStartStatus);
+    settle();
+    EXPECT_EQ(s.state(),
+        EngineState(es::Failed {
+            QStringLiteral("sayvo-engine: speech model missing: /srv/model/en-us.lm.bin")}));
+    EXPECT_FALSE(s.hasPendingRestart());
+    QTest::qWait(100);
+    EXPECT_EQ(launches(), 1);
+}
+
+TEST_F(EngineSupervisorTest, AnEngineThatCannotStartAndSaysNothingFailsWithItsStatus)
+{
+    EngineSupervisor &s = make();
+    s.start(url("ws://127.0.0.1:8765"));
+    lastProcess()->exitWith(EngineSupervisor::kEngineCannotStartStatus);
+    settle();
+    EXPECT_EQ(s.state(),
+        EngineState(
+            es::Failed {QStringLiteral("The engine cannot start (exited 3). See the log.")}));
 }
 
 TEST_F(EngineSupervisorTest, HealthyHandshakeResetsTheCrashCount)
@@ -401,18 +465,34 @@ TEST_F(EngineSupervisorTest, AdoptedRuntimeIsADevRuntime)
     EXPECT_EQ(lastProcess()->launch.arguments.last(), sandbox.root() + QStringLiteral("/checkout"));
 }
 
-TEST(EngineSupervisorPortProbe, AnswersWhetherSomethingListens)
+TEST(EngineSupervisorPortProbe, EveryLoopbackFormFindsAnEngineListeningOnIpv4)
 {
     QTcpServer server;
     ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
     const int port = server.serverPort();
-    EXPECT_TRUE(EngineSupervisor::isPortOpen(QStringLiteral("127.0.0.1"), port));
-    EXPECT_TRUE(EngineSupervisor::isPortOpen(QStringLiteral("0.0.0.0"), port));
-    EXPECT_TRUE(EngineSupervisor::isPortOpen(QString(), port));
-    EXPECT_FALSE(EngineSupervisor::isPortOpen(QStringLiteral("localhost"), port)); // no name lookup
-    EXPECT_FALSE(EngineSupervisor::isPortOpen(QStringLiteral("::1"), port));
+    for (const QString &host : {QStringLiteral("127.0.0.1"), QStringLiteral("0.0.0.0"), QString(),
+             QStringLiteral("localhost"), QStringLiteral("LocalHost")}) {
+        EXPECT_TRUE(EngineSupervisor::isPortOpen(host, port)) << host.toStdString();
+    }
+    EXPECT_FALSE(EngineSupervisor::isPortOpen(QStringLiteral("example.org"), port))
+        << "no name lookup";
     server.close();
+    for (const QString &host :
+        {QStringLiteral("127.0.0.1"), QStringLiteral("localhost"), QStringLiteral("::1")}) {
+        EXPECT_FALSE(EngineSupervisor::isPortOpen(host, port)) << host.toStdString();
+    }
+}
+
+TEST(EngineSupervisorPortProbe, EveryLoopbackFormFindsAnEngineListeningOnIpv6)
+{
+    QTcpServer server;
+    ASSERT_TRUE(server.listen(QHostAddress::LocalHostIPv6));
+    const int port = server.serverPort();
+    EXPECT_TRUE(EngineSupervisor::isPortOpen(QStringLiteral("::1"), port));
+    EXPECT_TRUE(EngineSupervisor::isPortOpen(QStringLiteral("localhost"), port));
     EXPECT_FALSE(EngineSupervisor::isPortOpen(QStringLiteral("127.0.0.1"), port));
+    server.close();
+    EXPECT_FALSE(EngineSupervisor::isPortOpen(QStringLiteral("::1"), port));
 }
 
 TEST(EngineSupervisorPortProbeDeathTest, PortOutsideRangeAborts)

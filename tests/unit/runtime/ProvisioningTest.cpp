@@ -19,6 +19,17 @@ protected:
         QFile::remove(sandbox.installRoot() + QStringLiteral("/VERSION")); // not provisioned
     }
 
+    // `copy` holds the payload's uninstaller; it is removed.
+    static void expectACopyOfTheUninstaller(const QString &copy)
+    {
+        QFile copied(copy);
+        ASSERT_TRUE(copied.open(QIODevice::ReadOnly)) << copy.toStdString();
+        QFile original(fixtureScript(QStringLiteral("uninstall_records.sh")));
+        ASSERT_TRUE(original.open(QIODevice::ReadOnly));
+        EXPECT_EQ(copied.readAll(), original.readAll());
+        QFile::remove(copy);
+    }
+
     // Starts set-up the way the set-up window does and returns the bootstrap child.
     std::shared_ptr<FakeProcessRecord> beginSetup()
     {
@@ -49,13 +60,11 @@ TEST_F(ProvisioningTest, BeginsWithPreparingAndNinePendingSteps)
         supervisor->state(), EngineState(es::Provisioning {0, QStringLiteral("Preparing setup…")}));
     const QStringList ids {"mac", "uv", "copy", "venv", "deps", "models_stream", "models_final",
         "models_gec", "finalize"};
-    const QStringList labels {"Check this Mac", "Install uv toolchain", "Copy engine files",
-        "Create Python environment", "Install engine + backends", "Download speech models",
-        "Download transcription model", "Download language model", "Finalize"};
     ASSERT_EQ(supervisor->steps().size(), 9);
     for (int i = 0; i < 9; ++i) {
-        EXPECT_EQ(
-            supervisor->steps()[i], (ProvisioningStep {ids[i], labels[i], StepStatus::Pending}));
+        EXPECT_EQ(supervisor->steps()[i],
+            (ProvisioningStep {
+                ids[i], ProvisioningStep::initialSteps()[i].label, StepStatus::Pending}));
     }
 }
 
@@ -159,11 +168,54 @@ TEST_F(ProvisioningTest, FinalDoneWithoutLineFeedLaunchesTheEngine)
 
 TEST_F(ProvisioningTest, SecondBeginWhileRunningDoesNothing)
 {
-    beginSetup();
+    const auto bootstrap = beginSetup();
+    bootstrap->write("PROGRESS 30 Copying\n");
+    settle();
+    const EngineState during = es::Provisioning {30, QStringLiteral("Copying")};
+    ASSERT_EQ(supervisor->state(), during);
     supervisor->beginProvisioning();
     supervisor->retry();
     supervisor->start(url("ws://127.0.0.1:8765"));
+    supervisor->restartEngine();
     EXPECT_EQ(launches(), 1);
+    EXPECT_EQ(supervisor->state(), during) << "the set-up window keeps showing the running set-up";
+    EXPECT_FALSE(bootstrap->terminated);
+    EXPECT_TRUE(supervisor->isProvisioningRunning());
+}
+
+TEST_F(
+    ProvisioningTest, ChangingTheEndpointDuringSetupStartsNoSecondOneAndTheEngineGoesWhereItPoints)
+{
+    const auto bootstrap = beginSetup();
+    supervisor->start(url("ws://127.0.0.1:9000"));
+    supervisor->beginProvisioning(); // the set-up window, still open, asked again
+    supervisor->start(url("ws://[::1]:9001"));
+    supervisor->beginProvisioning();
+    EXPECT_EQ(launches(), 1) << "one set-up at a time";
+    EXPECT_TRUE(std::holds_alternative<es::Provisioning>(supervisor->state()));
+    bootstrap->write("DONE\n");
+    sandbox.provision(QStringLiteral("1.0.0"));
+    bootstrap->exitWith(0);
+    settle();
+    ASSERT_EQ(launches(), 2);
+    const ProcessLaunch &engine = lastProcess()->launch;
+    EXPECT_EQ(
+        engine.arguments.first(), sandbox.payloadDir() + QStringLiteral("/scripts/run_engine.sh"));
+    EXPECT_EQ(engine.environment->value(QStringLiteral("ENGINE_HOST")), QStringLiteral("::1"));
+    EXPECT_EQ(engine.environment->value(QStringLiteral("ENGINE_PORT")), QStringLiteral("9001"));
+}
+
+TEST_F(ProvisioningTest, ARemoteEndpointDuringSetupStopsItAndItsEndLaunchesNothing)
+{
+    const auto bootstrap = beginSetup();
+    supervisor->start(url("ws://192.168.1.5:8765"));
+    EXPECT_TRUE(bootstrap->terminated);
+    EXPECT_EQ(supervisor->state(), EngineState(es::RemoteEndpoint {}));
+    bootstrap->write("PROGRESS 90 Almost\nDONE\n");
+    bootstrap->exitWith(0);
+    settle();
+    EXPECT_EQ(launches(), 1);
+    EXPECT_EQ(supervisor->state(), EngineState(es::RemoteEndpoint {}));
 }
 
 TEST_F(ProvisioningTest, BeginNeedsALoopbackEndpointAndAPayload)
@@ -240,23 +292,60 @@ TEST_F(ProvisioningTest, UninstallRunsACopyDetachedWithItsArguments)
     EXPECT_TRUE(engine->terminated);
     ASSERT_EQ(processes->detached.size(), 1);
     const auto &detached = processes->detached.first();
-    EXPECT_EQ(detached.outputFile, QStringLiteral("/tmp/sayvo_uninstall.log"));
+    EXPECT_EQ(
+        detached.outputFile, sandbox.root() + QStringLiteral("/state/SayvoApp/uninstall.log"));
+    EXPECT_EQ(QFileInfo(sandbox.root() + QStringLiteral("/state/SayvoApp")).permissions()
+            & (QFileDevice::ReadGroup | QFileDevice::ReadOther | QFileDevice::WriteOther),
+        QFileDevice::Permissions {})
+        << "the log's folder is the user's alone";
     EXPECT_EQ(detached.launch.program, QStringLiteral("/bin/bash"));
     const QStringList args = detached.launch.arguments;
-    ASSERT_EQ(args.size(), 8);
+    ASSERT_EQ(args.size(), 10);
     const QString &copy = args[0];
     EXPECT_EQ(QFileInfo(copy).path(), QDir::tempPath());
     EXPECT_TRUE(QFileInfo(copy).fileName().startsWith(QStringLiteral("sayvo-uninstall-")));
     EXPECT_TRUE(copy.endsWith(QStringLiteral(".sh")));
-    QFile copied(copy);
-    ASSERT_TRUE(copied.open(QIODevice::ReadOnly));
-    QFile original(fixtureScript(QStringLiteral("uninstall_records.sh")));
-    ASSERT_TRUE(original.open(QIODevice::ReadOnly));
-    EXPECT_EQ(copied.readAll(), original.readAll());
-    QFile::remove(copy);
+    expectACopyOfTheUninstaller(copy);
     EXPECT_EQ(args.mid(1),
         (QStringList {"--yes", "--wait-pid", "4242", "--install-root", sandbox.installRoot(),
-            "--app", "/opt/Sayvo/bin/sayvo"}));
+            "--app", "/opt/Sayvo/bin/sayvo", "--payload", sandbox.payloadDir()}));
+}
+
+TEST_F(ProvisioningTest, WithTMPDIRNamingNoFolderTheUninstallCopyIsStillPrivateAndTemporary)
+{
+    make();
+    const QString working = sandbox.root() + QStringLiteral("/working");
+    ASSERT_TRUE(QDir().mkpath(working));
+    const QString previousFolder = QDir::currentPath();
+    const QByteArray previousTmp = qgetenv("TMPDIR");
+    ASSERT_TRUE(QDir::setCurrent(working));
+    qputenv("TMPDIR", (sandbox.root() + QStringLiteral("/no-such-folder")).toUtf8());
+    const bool started = supervisor->performUninstall(false);
+    qputenv("TMPDIR", previousTmp);
+    QDir::setCurrent(previousFolder);
+    ASSERT_TRUE(started);
+    ASSERT_EQ(processes->detached.size(), 1);
+    const QString copy = processes->detached.first().launch.arguments.first();
+    EXPECT_TRUE(QDir(working).isEmpty()) << "nothing lands in the working folder";
+    EXPECT_TRUE(QDir::isAbsolutePath(copy)) << copy.toStdString();
+    EXPECT_TRUE(QFileInfo(copy).fileName().startsWith(QStringLiteral("sayvo-uninstall-")));
+    ASSERT_TRUE(QFileInfo(copy).isFile()) << copy.toStdString();
+    EXPECT_EQ(QFileInfo(copy).permissions()
+            & (QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ReadOther
+                | QFileDevice::WriteOther),
+        QFileDevice::Permissions {})
+        << "the copy is the user's alone";
+    expectACopyOfTheUninstaller(copy);
+}
+
+TEST_F(ProvisioningTest, TheUninstallLogIsKeptInTheUsersStateFolderNeverInASharedOne)
+{
+    const QString state = sandbox.root() + QStringLiteral("/xdg-state");
+    const QByteArray previous = qgetenv("XDG_STATE_HOME");
+    qputenv("XDG_STATE_HOME", state.toUtf8());
+    EngineSupervisor s(sandbox.locator(QStringLiteral("1.0.0")));
+    qputenv("XDG_STATE_HOME", previous);
+    EXPECT_EQ(s.uninstallLogPath(), state + QStringLiteral("/SayvoApp/uninstall.log"));
 }
 
 TEST_F(ProvisioningTest, UninstallPurgesSharedModelsOnlyWhenAsked)
@@ -265,8 +354,8 @@ TEST_F(ProvisioningTest, UninstallPurgesSharedModelsOnlyWhenAsked)
     ASSERT_TRUE(supervisor->performUninstall(true));
     ASSERT_EQ(processes->detached.size(), 1);
     const QStringList args = processes->detached.first().launch.arguments;
-    ASSERT_EQ(args.size(), 9);
-    EXPECT_EQ(args[8], QStringLiteral("--purge-shared"));
+    ASSERT_EQ(args.size(), 11);
+    EXPECT_EQ(args[10], QStringLiteral("--purge-shared"));
     QFile::remove(args[0]);
 }
 

@@ -35,6 +35,7 @@ protected:
         options.applicationPath = QStringLiteral("/opt/Sayvo/bin/sayvo");
         options.applicationPid = 4242;
         options.delayScale = delayScale;
+        options.uninstallLogPath = sandbox.root() + QStringLiteral("/state/SayvoApp/uninstall.log");
         supervisor = std::make_unique<EngineSupervisor>(
             sandbox.locator(QStringLiteral("1.0.0")), std::move(options));
         return *supervisor;

@@ -9,6 +9,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <thread>
+
 using namespace sayvo;
 using sayvo::test::CoordinatorHarness;
 
@@ -572,6 +574,79 @@ TEST_F(CoordinatorTest, AMicrophoneChangeDuringAnUtteranceNeitherHangsNorLosesTh
     EXPECT_EQ(h.capture->activeDeviceUID(), QStringLiteral("usb-1"));
 }
 
+TEST_F(CoordinatorTest, EachDeviceChangeRebuildsTheCaptureOnce)
+{
+    FakeAudioDevice usb;
+    usb.id = 12;
+    usb.uid = QStringLiteral("usb-1");
+    usb.name = QStringLiteral("USB Mic");
+    ASSERT_TRUE(h.capture->isPrepared());
+    const int initialBuilds = h.audioEngine->installTapCalls();
+
+    // Chosen while absent: the default stays bound, nothing to rebuild onto.
+    h.settings->setInputDeviceUID(QStringLiteral("usb-1"));
+    EXPECT_EQ(h.audioEngine->installTapCalls(), initialBuilds + 1);
+
+    // Plugged in: one rebuild onto it.
+    h.hardware.addDevice(usb);
+    h.hardware.notifyDeviceListChanged();
+    ASSERT_TRUE(waitFor([&] { return c().inputDevices().size() == 2; }));
+    EXPECT_EQ(h.audioEngine->installTapCalls(), initialBuilds + 2);
+    EXPECT_EQ(h.capture->activeDeviceUID(), QStringLiteral("usb-1"));
+
+    // Back to the default: one more.
+    h.settings->setInputDeviceUID(std::nullopt);
+    EXPECT_EQ(h.audioEngine->installTapCalls(), initialBuilds + 3);
+    EXPECT_EQ(h.capture->activeDeviceUID(), std::nullopt);
+}
+
+TEST_F(CoordinatorTest, ANewSystemDefaultInputIsFollowedOnlyWithoutAChosenDevice)
+{
+    ASSERT_TRUE(h.capture->isPrepared());
+    const int initialBuilds = h.audioEngine->installTapCalls();
+
+    // "System default": the capture moves to the input the user just picked in the system.
+    h.audioEngine->setFormat({44100.0, 2});
+    h.hardware.notifyDefaultInputChanged();
+    ASSERT_TRUE(waitFor([&] { return h.audioEngine->installTapCalls() == initialBuilds + 1; }));
+    EXPECT_EQ(h.audioEngine->tapFormat(), (AudioStreamFormat {44100.0, 2}));
+
+    // A chosen microphone stays bound whatever the system prefers.
+    FakeAudioDevice usb;
+    usb.id = 12;
+    usb.uid = QStringLiteral("usb-1");
+    usb.name = QStringLiteral("USB Mic");
+    h.hardware.addDevice(usb);
+    h.settings->setInputDeviceUID(QStringLiteral("usb-1"));
+    ASSERT_EQ(h.capture->activeDeviceUID(), QStringLiteral("usb-1"));
+    const int chosenBuilds = h.audioEngine->installTapCalls();
+    h.hardware.notifyDefaultInputChanged();
+    QCoreApplication::processEvents();
+    QTest::qWait(50);
+    EXPECT_EQ(h.audioEngine->installTapCalls(), chosenBuilds);
+}
+
+TEST_F(CoordinatorTest, AnInterruptedMicrophoneIsRebuiltAndTheUtteranceGoesOn)
+{
+    h.answerWith(CoordinatorHarness::finalWithText("Still here."));
+    c().handleTriggerDown();
+    ASSERT_TRUE(h.audioEngine->isRunning());
+    const int builds = h.audioEngine->installTapCalls();
+    h.speak(CoordinatorHarness::tone(3200));
+
+    // The input changed format under the running engine, which stopped.
+    h.audioEngine->setFormat({48000.0, 1});
+    std::thread soundSystem([&] { h.audioEngine->interrupt(QStringLiteral("format change")); });
+    soundSystem.join();
+    ASSERT_TRUE(waitFor([&] { return h.audioEngine->isRunning(); }));
+    EXPECT_EQ(h.audioEngine->installTapCalls(), builds + 1);
+    EXPECT_EQ(h.audioEngine->tapFormat(), (AudioStreamFormat {48000.0, 1}));
+
+    c().handleTriggerUp();
+    ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Success>(); }));
+    EXPECT_EQ(countOfType(h, "utterance.end"), 1);
+}
+
 TEST_F(CoordinatorTest, ChangingTheFeedbackSettingReconnectsEachTime)
 {
     ASSERT_EQ(h.engine.connectionCount(), 1);
@@ -626,11 +701,13 @@ TEST_F(CoordinatorTest, FeedbackFollowsEachFinalOnlyWhenEnabled)
 TEST_F(CoordinatorTest, ACalibrationSinkTakesTheFinalInsteadOfTheInserter)
 {
     std::vector<FinalMessage> sunk;
-    c().setCalibrationSink([&](const FinalMessage &f) { sunk.push_back(f); });
+    SayvoCoordinator::CalibrationSink sink;
+    sink.onFinal = [&](const FinalMessage &f) { sunk.push_back(f); };
     FinalMessage final = CoordinatorHarness::finalWithText("Calibrated.");
     final.stats = Stats {1.0, 1, 60.0, 0.5, 0.4, 0, 0.0};
     h.answerWith(final);
-    c().beginCalibrationUtterance();
+    ASSERT_TRUE(c().beginCalibrationUtterance(sink).ok());
+    EXPECT_TRUE(c().hasCalibrationSink());
     h.speak(CoordinatorHarness::tone(3200));
     c().endCalibrationUtterance();
     ASSERT_TRUE(waitFor([&] { return sunk.size() == 1; }));
@@ -640,6 +717,68 @@ TEST_F(CoordinatorTest, ACalibrationSinkTakesTheFinalInsteadOfTheInserter)
     EXPECT_TRUE(h.pastedTexts().empty());
     EXPECT_EQ(h.usage->utterances(), 1);
     EXPECT_EQ(c().resolvedDomain(), QStringLiteral("default"));
+    EXPECT_FALSE(c().hasCalibrationSink()) << "one line, one sink";
+
+    h.answerWith(CoordinatorHarness::finalWithText("Typed."));
+    c().handleTriggerDown();
+    h.speak(CoordinatorHarness::tone(3200));
+    c().handleTriggerUp();
+    ASSERT_TRUE(waitFor([&] { return h.pastedTexts().size() == 1; }));
+    EXPECT_EQ(sunk.size(), 1u);
+}
+
+TEST_F(CoordinatorTest, ACalibrationUtteranceStartsOnlyFromIdleWithAnEngine)
+{
+    int calls = 0;
+    SayvoCoordinator::CalibrationSink sink;
+    sink.onFinal = [&](const FinalMessage &) { ++calls; };
+    c().stop();
+    const auto offline = c().beginCalibrationUtterance(sink);
+    ASSERT_FALSE(offline.ok());
+    EXPECT_EQ(offline.error(), SayvoCoordinator::CalibrationStartError::engineUnavailable);
+    EXPECT_FALSE(c().hasCalibrationSink());
+    const auto busy = c().beginCalibrationUtterance(sink);
+    ASSERT_FALSE(busy.ok()) << "the error is still on screen";
+    EXPECT_EQ(busy.error(), SayvoCoordinator::CalibrationStartError::busy);
+    EXPECT_FALSE(c().hasCalibrationSink());
+    EXPECT_EQ(calls, 0);
+}
+
+TEST_F(CoordinatorTest, ACancelledCalibrationUtteranceEndsAndItsFinalReachesNobody)
+{
+    int calls = 0;
+    SayvoCoordinator::CalibrationSink sink;
+    sink.onFinal = [&](const FinalMessage &) { ++calls; };
+    sink.onFailure = [&](const QString &) { ++calls; };
+    h.answerWith(CoordinatorHarness::finalWithText("Not for anyone."));
+    ASSERT_TRUE(c().beginCalibrationUtterance(sink).ok());
+    h.speak(CoordinatorHarness::tone(3200));
+    c().cancelCalibrationUtterance();
+    EXPECT_TRUE(isIdle(c()));
+    EXPECT_FALSE(c().hasCalibrationSink());
+    EXPECT_FALSE(c().currentUtteranceId().has_value());
+    EXPECT_FALSE(h.capture->isForwarding());
+    ASSERT_TRUE(waitFor([&] { return countOfType(h, "utterance.end") == 1; }));
+    h.answerWith(CoordinatorHarness::finalWithText("Typed."));
+    c().handleTriggerDown();
+    h.speak(CoordinatorHarness::tone(3200));
+    c().handleTriggerUp();
+    ASSERT_TRUE(waitFor([&] { return h.pastedTexts().size() == 1; }));
+    EXPECT_EQ(h.pastedTexts().front(), QStringLiteral("Typed."));
+    EXPECT_EQ(calls, 0);
+}
+
+TEST_F(CoordinatorTest, ACalibrationUtteranceThatFailsTellsItsSinkWhy)
+{
+    std::vector<QString> failures;
+    SayvoCoordinator::CalibrationSink sink;
+    sink.onFailure = [&](const QString &message) { failures.push_back(message); };
+    h.answerNothing();
+    ASSERT_TRUE(c().beginCalibrationUtterance(sink).ok());
+    h.engine.dropConnection();
+    ASSERT_TRUE(waitFor([&] { return failures.size() == 1; }));
+    EXPECT_EQ(failures.front(), QStringLiteral("connection lost"));
+    EXPECT_FALSE(c().hasCalibrationSink());
 }
 
 TEST_F(CoordinatorTest, StopRemovesTheTapDisconnectsAndSendsNothingMore)

@@ -589,15 +589,5 @@ TEST(PersonalDictionary, RemovingAnAbsentTermStillWritesTheArray)
     EXPECT_EQ(preferences.writes(), std::vector<Write> {set(kDictionary, QStringList {"a"})});
 }
 
-TEST(LanguageChoices, OfferEngineDefaultEnglishAndHindi)
-{
-    const std::vector<LanguageChoice> expected {
-        {"Engine default", std::nullopt},
-        {"English", QStringLiteral("en")},
-        {"Hindi", QStringLiteral("hi")},
-    };
-    EXPECT_EQ(languageChoices(), expected);
-}
-
 } // namespace
 } // namespace sayvo

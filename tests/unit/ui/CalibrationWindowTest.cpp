@@ -5,8 +5,10 @@
 #include "support/session/CoordinatorHarness.h"
 #include "unit/ui/WindowShots.h"
 
+#include <QGuiApplication>
 #include <QLabel>
 #include <QPushButton>
+#include <QScreen>
 #include <QTest>
 #include <QToolButton>
 
@@ -95,7 +97,8 @@ protected:
     }
 
     CoordinatorHarness h;
-    CalibrationController controller {*h.coordinator, *h.client, CalibrationPrompt::readSlice()};
+    CalibrationController controller {
+        *h.coordinator, *h.client, *h.settings, CalibrationPrompt::readSlice()};
     CalibrationWindow window {controller};
 };
 
@@ -148,15 +151,42 @@ TEST_F(CalibrationWindowTest, RecordingAndTranscribingShowTheirControls)
     click("cancel");
     EXPECT_EQ(controller.phase(), Phase::ready);
     EXPECT_TRUE(shown("startReading"));
+    EXPECT_TRUE(h.coordinator->state().is<AppState::Idle>());
+    EXPECT_FALSE(h.coordinator->hasCalibrationSink());
 }
 
-TEST_F(CalibrationWindowTest, CancelReturnsToStartReading)
+TEST_F(CalibrationWindowTest, CancelEndsTheUtteranceAndReturnsToStartReading)
 {
     click("startReading");
+    ASSERT_TRUE(h.coordinator->state().is<AppState::Listening>());
     click("cancel");
     EXPECT_EQ(controller.phase(), Phase::ready);
     EXPECT_TRUE(shown("startReading"));
+    EXPECT_TRUE(find<QPushButton>("startReading")->isEnabled());
     EXPECT_FALSE(h.coordinator->hasCalibrationSink());
+    EXPECT_TRUE(h.coordinator->state().is<AppState::Idle>());
+    EXPECT_FALSE(h.capture->isForwarding());
+}
+
+TEST_F(CalibrationWindowTest, StartReadingWaitsWhileDictationIsBusy)
+{
+    h.answerNothing();
+    h.coordinator->handleTriggerDown();
+    ASSERT_TRUE(h.coordinator->state().is<AppState::Listening>());
+    EXPECT_TRUE(shown("startReading"));
+    EXPECT_FALSE(find<QPushButton>("startReading")->isEnabled());
+    click("startReading");
+    EXPECT_EQ(controller.phase(), Phase::ready);
+    h.coordinator->handleTriggerUp();
+    h.engine.sendText(QByteArray::fromStdString(encode([&] {
+        FinalMessage final = CoordinatorHarness::finalWithText("Dear Maren");
+        final.utteranceId = h.coordinator->currentUtteranceId()->toStdString();
+        return final;
+    }())));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return h.pastedTexts().size() == 1; }, 5000));
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return find<QPushButton>("startReading")->isEnabled(); }, 5000));
+    EXPECT_TRUE(controller.results().isEmpty());
 }
 
 TEST_F(CalibrationWindowTest, AnEmptyTranscriptShowsTheErrorUnderTheSameSentence)
@@ -200,9 +230,74 @@ TEST_F(CalibrationWindowTest, ScoredLinesShowTheirRateSummaryAndTheUnsentBar)
     EXPECT_EQ(
         text("bufferedText"), QString::fromUtf8("2 of 13 buffered \xE2\x80\x94 nothing sent yet"));
     EXPECT_TRUE(shown("submit"));
+    EXPECT_FALSE(find<QPushButton>("submit")->isEnabled()) << "only a reviewed set is sent";
     EXPECT_TRUE(shown("startOver"));
     EXPECT_EQ(feedbackCount(), 0) << "nothing is sent before Submit";
+    EXPECT_EQ(rowFor(2)->findChild<QToolButton *>("remove")->accessibleName(),
+        QStringLiteral("Remove this result"));
+    EXPECT_EQ(rowFor(2)->findChild<QToolButton *>("redo")->accessibleName(),
+        QStringLiteral("Redo this line"));
     EXPECT_TRUE(test::saveShot(window, QStringLiteral("calibration-5-ready-with-results")));
+}
+
+TEST_F(CalibrationWindowTest, SubmitIsDisabledWhileALineIsRecordedOrTranscribed)
+{
+    h.settings->setFeedbackEnabled(true);
+    ASSERT_TRUE(h.startAndConnect());
+    for (int i = 0; i < 12; ++i) {
+        controller.handleFinal([&] {
+            FinalMessage final
+                = CoordinatorHarness::finalWithText(controller.currentPrompt()->text.toStdString());
+            final.utteranceId = "u" + std::to_string(i);
+            return final;
+        }());
+    }
+    h.answerNothing();
+    click("startReading");
+    EXPECT_TRUE(shown("submit"));
+    EXPECT_FALSE(find<QPushButton>("submit")->isEnabled());
+    h.speak(CoordinatorHarness::tone(3200));
+    click("done");
+    EXPECT_FALSE(find<QPushButton>("submit")->isEnabled());
+    click("submit");
+    EXPECT_EQ(controller.phase(), Phase::scoring);
+    EXPECT_TRUE(h.coordinator->state().is<AppState::Processing>());
+    EXPECT_EQ(feedbackCount(), 0);
+}
+
+TEST_F(CalibrationWindowTest, WithSharingOffSubmitExplainsAndOffersToTurnItOn)
+{
+    readPerfectly(13);
+    EXPECT_FALSE(shown("sharingNotice"));
+    click("submit");
+    EXPECT_TRUE(shown("sharingNotice"));
+    EXPECT_EQ(text("sharingText"),
+        QString::fromUtf8(
+            "Calibration results are only sent when sharing is on (Share post-edit "
+            "corrections, in Settings \xE2\x86\x92 Privacy). Nothing has been sent."));
+    EXPECT_EQ(controller.phase(), Phase::reviewing);
+    EXPECT_TRUE(test::saveShot(window, QStringLiteral("calibration-6b-sharing-off")));
+    QTest::qWait(100);
+    EXPECT_EQ(feedbackCount(), 0);
+    click("enableSharing");
+    EXPECT_TRUE(h.settings->feedbackEnabled());
+    EXPECT_FALSE(shown("sharingNotice"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return controller.phase() == Phase::finished; }, 5000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return feedbackCount() == 13; }, 5000));
+}
+
+TEST_F(CalibrationWindowTest, WhileSendingTheBarSaysSoAndNothingElseCanChange)
+{
+    h.settings->setFeedbackEnabled(true);
+    ASSERT_TRUE(h.startAndConnect());
+    readPerfectly(13);
+    click("submit");
+    ASSERT_TRUE(controller.isSubmitting());
+    EXPECT_EQ(text("bufferedText"), QString::fromUtf8("Sending 13 results\xE2\x80\xA6"));
+    EXPECT_FALSE(shown("startOver"));
+    EXPECT_FALSE(find<QPushButton>("submit")->isEnabled());
+    EXPECT_FALSE(rowFor(1)->findChild<QToolButton *>("redo")->isEnabled());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return controller.phase() == Phase::finished; }, 5000));
 }
 
 TEST_F(CalibrationWindowTest, RedoThisLineRemovesTheRowAndShowsThatSentenceNext)
@@ -210,14 +305,12 @@ TEST_F(CalibrationWindowTest, RedoThisLineRemovesTheRowAndShowsThatSentenceNext)
     readPerfectly(3);
     ASSERT_EQ(text("promptText"), QStringLiteral("I can't make it to the call at 4:30."));
     QTest::mouseClick(rowFor(2)->findChild<QToolButton *>("redo"), Qt::LeftButton);
-    QTest::qWait(0);
     EXPECT_EQ(rowFor(2), nullptr);
-    EXPECT_EQ(rows().size(), 2);
+    EXPECT_EQ(window.findChildren<QWidget *>("resultRow").size(), 2) << "gone at once";
     EXPECT_EQ(text("promptText"), QStringLiteral("The total comes to $42."));
     QTest::mouseClick(rowFor(1)->findChild<QToolButton *>("remove"), Qt::LeftButton);
-    QTest::qWait(0);
     EXPECT_EQ(controller.pendingQueue().back(), 1);
-    EXPECT_EQ(rows().size(), 1);
+    EXPECT_EQ(window.findChildren<QWidget *>("resultRow").size(), 1);
 }
 
 TEST_F(CalibrationWindowTest, ReviewSubmitAndRunAgain)
@@ -234,8 +327,10 @@ TEST_F(CalibrationWindowTest, ReviewSubmitAndRunAgain)
         text("bufferedText"), QString::fromUtf8("13 of 13 buffered \xE2\x80\x94 nothing sent yet"));
     EXPECT_EQ(text("exactMatches"), QStringLiteral("13 of 13"));
     EXPECT_TRUE(shown("startOver"));
+    EXPECT_TRUE(find<QPushButton>("submit")->isEnabled());
     EXPECT_TRUE(test::saveShot(window, QStringLiteral("calibration-6-reviewing")));
     EXPECT_EQ(feedbackCount(), 0);
+    h.settings->setFeedbackEnabled(true);
 
     click("submit");
     ASSERT_TRUE(QTest::qWaitFor([&] { return controller.phase() == Phase::finished; }, 5000));
@@ -268,14 +363,28 @@ TEST_F(CalibrationWindowTest, StartOverIsHiddenWhileRecording)
     EXPECT_TRUE(controller.results().isEmpty());
 }
 
-TEST_F(CalibrationWindowTest, ClosingAndReopeningKeepsTheRun)
+TEST_F(CalibrationWindowTest, ClosingAndReopeningKeepsTheRunButNotTheDictation)
 {
     readPerfectly(2);
     window.close();
+    h.answerWith(CoordinatorHarness::finalWithText("Dear Maren"));
+    h.coordinator->handleTriggerDown();
+    h.speak(CoordinatorHarness::tone(3200));
+    h.coordinator->handleTriggerUp();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return h.pastedTexts().size() == 1; }, 5000));
     window.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
     EXPECT_EQ(rows().size(), 2);
     EXPECT_EQ(text("progress"), QStringLiteral("2 of 13 done"));
+}
+
+TEST_F(CalibrationWindowTest, TheWindowIsTallEnoughForTheResultsAndMayGrow)
+{
+    const int available = QGuiApplication::primaryScreen()->availableGeometry().height();
+    EXPECT_EQ(window.height(),
+        std::clamp(available - 80, CalibrationWindow::kMinimumHeight,
+            CalibrationWindow::kPreferredHeight));
+    EXPECT_LT(window.minimumHeight(), window.maximumHeight());
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "ui/EngineSetupWindow.h"
+#include "ui/PlatformTexts.h"
 
 #include "runtime/EngineSupervisor.h"
 #include "support/runtime/FakeChildProcess.h"
@@ -8,7 +9,10 @@
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QTest>
+#include <QTextCursor>
+#include <QTimer>
 #include <QToolButton>
 
 #include <gtest/gtest.h>
@@ -121,13 +125,8 @@ TEST_F(EngineSetupWindowTest, NeedsSetupOffersSetUpNowWhichStartsProvisioning)
     make();
     supervisor->start(kLocal);
     EXPECT_EQ(statusText(), QStringLiteral("Setup required"));
-    EXPECT_EQ(visibleMessage(),
-        QStringLiteral("Sayvo needs a one-time setup to run fully on-device: it downloads the "
-                       "speech-recognition and grammar models (about 3 GB) and installs a local "
-                       "engine. Nothing is sent to the cloud."));
-    EXPECT_EQ(label("stateDetail")->text(),
-        QString::fromUtf8("This runs in the background \xE2\x80\x94 you can keep using your Mac. "
-                          "It only happens once."));
+    EXPECT_EQ(visibleMessage(), PlatformTexts::setupNeededMessage());
+    EXPECT_EQ(label("stateDetail")->text(), PlatformTexts::setupNeededDetail());
     EXPECT_TRUE(label("stateDetail")->isVisible());
     ASSERT_TRUE(action()->isVisible());
     EXPECT_EQ(action()->text(), QStringLiteral("Set Up Now"));
@@ -145,9 +144,7 @@ TEST_F(EngineSetupWindowTest, ProvisioningListsTheNineStepsWithTheirStatus)
     setUpFromTheWindow();
     EXPECT_FALSE(action()->isVisible());
     EXPECT_TRUE(label("provisioningNote")->isVisible());
-    EXPECT_EQ(label("provisioningNote")->text(),
-        QStringLiteral("One-time setup, downloads ~3 GB of models. You can keep working; the mic "
-                       "icon turns on when it's ready."));
+    EXPECT_EQ(label("provisioningNote")->text(), PlatformTexts::provisioningNote());
     EXPECT_EQ(stepStatuses(), QStringList(9, QStringLiteral("pending")));
     lastProcess()->write("STEP mac ok\nSTEP uv ok\nSTEP copy fail\nSTEP venv run\n"
                          "PROGRESS 35 Creating Python environment\n");
@@ -164,10 +161,11 @@ TEST_F(EngineSetupWindowTest, ProvisioningListsTheNineStepsWithTheirStatus)
             }
         }
     }
-    EXPECT_EQ(labels,
-        (QStringList {"Check this Mac", "Install uv toolchain", "Copy engine files",
-            "Create Python environment", "Install engine + backends", "Download speech models",
-            "Download transcription model", "Download language model", "Finalize"}));
+    QStringList expected;
+    for (const ProvisioningStep &step : ProvisioningStep::initialSteps()) {
+        expected.append(step.label);
+    }
+    EXPECT_EQ(labels, expected);
     EXPECT_TRUE(test::saveShot(*window, QStringLiteral("setup-3-provisioning")));
 }
 
@@ -222,9 +220,7 @@ TEST_F(EngineSetupWindowTest, RemoteAndMissingPayloadExplainThemselves)
     make();
     supervisor->start(QUrl(QStringLiteral("wss://192.168.1.5:8765")));
     EXPECT_EQ(statusText(), QStringLiteral("Remote endpoint"));
-    EXPECT_EQ(visibleMessage(),
-        QStringLiteral("Configured to use a remote engine endpoint. This Mac isn't running a local "
-                       "engine."));
+    EXPECT_EQ(visibleMessage(), PlatformTexts::remoteEndpointMessage());
     EXPECT_FALSE(action()->isVisible());
     EXPECT_TRUE(test::saveShot(*window, QStringLiteral("setup-7-remote-endpoint")));
 }
@@ -234,9 +230,7 @@ TEST_F(EngineSetupWindowTest, AMissingPayloadAsksForAManualStart)
     make(false);
     supervisor->start(kLocal);
     EXPECT_EQ(statusText(), QStringLiteral("Manual start"));
-    EXPECT_EQ(visibleMessage(),
-        QStringLiteral("This build has no bundled engine. Start it manually from the repo with "
-                       "scripts/start_sayvo.sh."));
+    EXPECT_EQ(visibleMessage(), PlatformTexts::missingPayloadMessage());
     EXPECT_FALSE(action()->isVisible());
     EXPECT_TRUE(test::saveShot(*window, QStringLiteral("setup-8-missing-payload")));
 }
@@ -260,6 +254,52 @@ TEST_F(EngineSetupWindowTest, TheSetupLogIsDisclosedOnDemandAndSaysWhenItIsEmpty
     EXPECT_TRUE(test::saveShot(*window, QStringLiteral("setup-9-provisioning-with-log")));
     QTest::mouseClick(toggle, Qt::LeftButton);
     EXPECT_FALSE(log->isVisible());
+}
+
+TEST_F(EngineSetupWindowTest, TheLogGrowsAtTheEndAndKeepsTheReadersPlaceAndSelection)
+{
+    make();
+    window->setLogShown(true);
+    setUpFromTheWindow();
+    auto *log = window->findChild<QPlainTextEdit *>("setupLog");
+    QString expected;
+    for (int i = 0; i < 60; ++i) {
+        const QString line = QStringLiteral("installing part %1\n").arg(i);
+        lastProcess()->write(line.toUtf8());
+        expected += line;
+    }
+    settle();
+    EXPECT_EQ(log->toPlainText(), expected);
+    QScrollBar *scroll = log->verticalScrollBar();
+    EXPECT_EQ(scroll->value(), scroll->maximum()) << "a reader at the end follows it";
+    // The reader scrolls up and selects a line to copy; more output arrives.
+    scroll->setValue(3);
+    QTextCursor selection(log->document());
+    selection.movePosition(QTextCursor::Down, QTextCursor::MoveAnchor, 5);
+    selection.select(QTextCursor::LineUnderCursor);
+    log->setTextCursor(selection);
+    ASSERT_EQ(log->textCursor().selectedText(), QStringLiteral("installing part 5"));
+    lastProcess()->write("installing part 60\ninstalling part 61\n");
+    settle();
+    EXPECT_TRUE(log->toPlainText().endsWith(QStringLiteral("part 60\ninstalling part 61\n")));
+    EXPECT_EQ(scroll->value(), 3);
+    EXPECT_EQ(log->textCursor().selectedText(), QStringLiteral("installing part 5"));
+}
+
+TEST_F(EngineSetupWindowTest, TheSpinnerTurnsOnlyWhileTheWindowIsShown)
+{
+    make();
+    setUpFromTheWindow();
+    lastProcess()->write("STEP mac run\n");
+    settle();
+    QTimer *timer = window->findChild<QTimer *>(QStringLiteral("spinnerTimer"));
+    ASSERT_NE(timer, nullptr);
+    EXPECT_TRUE(timer->isActive());
+    window->hide();
+    EXPECT_FALSE(timer->isActive()) << "nobody sees it turn";
+    window->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+    EXPECT_TRUE(window->findChild<QTimer *>(QStringLiteral("spinnerTimer"))->isActive());
 }
 
 } // namespace

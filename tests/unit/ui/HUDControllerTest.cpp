@@ -185,6 +185,30 @@ TEST_F(HUDTest, WithoutAScreenThePanelKeepsItsPlace)
     EXPECT_EQ(hud.panel()->pos(), QPoint(10, 20));
 }
 
+TEST_F(HUDTest, AFinalWithoutGrammarCorrectionReadsAsRaw)
+{
+    ASSERT_TRUE(h.startAndConnect());
+    h.answerWith(CoordinatorHarness::finalWithText("please send me the report", false));
+    h.coordinator->handleTriggerDown();
+    h.speak(CoordinatorHarness::tone(3200));
+    h.coordinator->handleTriggerUp();
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return h.coordinator->state().is<AppState::Success>(); }, 5000));
+    ASSERT_TRUE(hud.isShown());
+    EXPECT_EQ(hud.view()->labelText(), QStringLiteral("please send me the report (raw)"));
+    EXPECT_EQ(h.pastedTexts(), std::vector<QString> {"please send me the report"})
+        << "the suffix is for the HUD only";
+
+    h.answerWith(CoordinatorHarness::finalWithText("Please send me the report.", true));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return h.coordinator->state().is<AppState::Idle>(); }, 5000));
+    h.coordinator->handleTriggerDown();
+    h.speak(CoordinatorHarness::tone(3200));
+    h.coordinator->handleTriggerUp();
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return h.coordinator->state().is<AppState::Success>(); }, 5000));
+    EXPECT_EQ(hud.view()->labelText(), QStringLiteral("Please send me the report."));
+}
+
 TEST_F(HUDTest, ScreenshotsOfEveryState)
 {
     struct Shot

@@ -4,15 +4,19 @@
 #include "support/runtime/RuntimeSandbox.h"
 #include "support/session/CoordinatorHarness.h"
 #include "ui/SymbolIcon.h"
+#include "ui/WindowStyle.h"
+#include "ui/linux/LoginItemXdg.h"
 
 #include <QAction>
 #include <QCheckBox>
 #include <QDir>
+#include <QFile>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPainter>
 #include <QPushButton>
 #include <QSystemTrayIcon>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -28,8 +32,8 @@ namespace es = engine_state;
 class MenuBarTest : public ::testing::Test
 {
 protected:
-    void makeController(
-        const QString &uninstallScript = QString(), HotkeyTrigger trigger = HotkeyTrigger::f5)
+    void makeController(const QString &uninstallScript = QString(),
+        HotkeyTrigger trigger = HotkeyTrigger::f5, std::unique_ptr<LoginItem> login = nullptr)
     {
         sandbox.writePayload(QStringLiteral("run_engine_stays.sh"),
             QStringLiteral("bootstrap_success.sh"), uninstallScript);
@@ -41,7 +45,30 @@ protected:
         supervisor = std::make_unique<EngineSupervisor>(sandbox.locator(), std::move(options));
         controller = std::make_unique<MenuBarController>(
             *h.coordinator, *supervisor, trigger, [this] { ++settingsOpened; },
-            [this] { ++setupOpened; }, [this] { ++calibrationOpened; });
+            [this] { ++setupOpened; }, [this] { ++calibrationOpened; }, std::move(login));
+    }
+
+    // Answers the alerts as they come, one button title each, in order; `look` sees each alert
+    // before it is answered.
+    void answerAlerts(QStringList buttons, std::function<void(QMessageBox *)> look = {})
+    {
+        QObject::connect(
+            controller.get(), &MenuBarController::alertShown, controller.get(),
+            [this, buttons, look](QMessageBox *alert) mutable {
+                alertTitles.append(alert->text());
+                if (look) {
+                    look(alert);
+                }
+                const QString wanted = buttons.isEmpty() ? QString() : buttons.takeFirst();
+                for (QAbstractButton *button : alert->buttons()) {
+                    if (button->text().remove(QLatin1Char('&')) == wanted) {
+                        button->click();
+                        return;
+                    }
+                }
+                alert->reject();
+            },
+            Qt::QueuedConnection);
     }
 
     QStringList menuTitles(QMenu *menu) const
@@ -72,6 +99,7 @@ protected:
     int settingsOpened = 0;
     int setupOpened = 0;
     int calibrationOpened = 0;
+    QStringList alertTitles;
 };
 
 } // namespace
@@ -122,6 +150,29 @@ TEST(MenuBarIconTest, EveryIconHasItsSymbol)
     }
 }
 
+TEST(MenuBarInkTest, TheInkContrastsWithThePanel)
+{
+    for (const QColor &panel : {QColor(0x20, 0x21, 0x24), QColor(0x30, 0x30, 0x60),
+             QColor(0xf0, 0xf0, 0xf0), QColor(0xdd, 0xdd, 0xaa)}) {
+        EXPECT_GE(WindowStyle::contrastRatio(MenuBarController::inkFor(panel), panel), 7.0)
+            << panel.name().toStdString();
+    }
+    EXPECT_GT(MenuBarController::inkFor(std::nullopt).lightnessF(), 0.9)
+        << "unknown panels are taken to be dark, as most are";
+}
+
+TEST(MenuBarInkTest, ThePanelColourComesFromTheCornersTheIconLeavesFree)
+{
+    QImage area(QSize(22, 22), QImage::Format_RGB32);
+    area.fill(QColor(0x20, 0x21, 0x24));
+    QPainter painter(&area);
+    painter.fillRect(QRect(8, 3, 6, 16), Qt::white); // the glyph
+    painter.fillRect(QRect(18, 18, 4, 4), Qt::white); // and one corner it reaches
+    painter.end();
+    EXPECT_EQ(MenuBarController::panelColourAround(area), QColor(0x20, 0x21, 0x24));
+    EXPECT_FALSE(MenuBarController::panelColourAround(QImage()).has_value());
+}
+
 TEST(MenuBarStatusTest, TheStatusLineForEveryCase)
 {
     const Health offline = Health::offline();
@@ -161,6 +212,8 @@ TEST_F(MenuBarTest, TheMenuHasEveryItemInOrder)
     EXPECT_EQ(item("Quit")->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Q));
     EXPECT_EQ(controller->currentIconSymbol(), "mic");
     EXPECT_EQ(controller->trayIcon()->toolTip(), "Sayvo");
+    EXPECT_EQ(controller->currentInk(), MenuBarController::inkFor(std::nullopt))
+        << "the windows' palette does not decide the tray's ink";
 }
 
 TEST_F(MenuBarTest, WithTheUninstallScriptTheMenuOffersUninstall)
@@ -254,48 +307,101 @@ TEST_F(MenuBarTest, RestartEngineRestartsTheSupervisorForItsEndpoint)
     EXPECT_TRUE(std::holds_alternative<es::Running>(supervisor->state()));
 }
 
-TEST_F(MenuBarTest, CancellingTheUninstallAlertChangesNothing)
+TEST_F(MenuBarTest, TheUninstallAlertSaysWhatGoesAndCancelChangesNothing)
 {
     makeController(QStringLiteral("run_engine_stays.sh"));
     QString shownText;
-    QObject::connect(
-        controller.get(), &MenuBarController::uninstallAlertShown, controller.get(),
-        [&](QMessageBox *alert) {
-            shownText = alert->informativeText();
-            EXPECT_EQ(alert->text(), "Uninstall Sayvo?");
-            ASSERT_NE(alert->checkBox(), nullptr);
-            EXPECT_FALSE(alert->checkBox()->isChecked());
-            EXPECT_EQ(alert->buttons().size(), 2);
-            for (QAbstractButton *button : alert->buttons()) {
-                if (button->text() == "Cancel") {
-                    button->click();
-                }
-            }
-        },
-        Qt::QueuedConnection);
+    bool hasCheckBox = true;
+    answerAlerts({QStringLiteral("Cancel")}, [&](QMessageBox *alert) {
+        shownText = alert->informativeText();
+        hasCheckBox = alert->checkBox() != nullptr;
+    });
     controller->handleUninstall();
-    EXPECT_TRUE(shownText.startsWith("This removes the app, its engine runtime"));
+    EXPECT_EQ(alertTitles, QStringList {"Uninstall Sayvo?"});
+    EXPECT_EQ(shownText,
+        QStringLiteral("This removes the app, its engine runtime (%1), the autostart entry, and "
+                       "your saved preferences. The speech model belongs to the pocketsphinx-en-us "
+                       "package and stays installed.")
+            .arg(sandbox.installRoot()));
+    EXPECT_FALSE(hasCheckBox) << "set-up downloaded no models, so none are offered for removal";
     EXPECT_TRUE(launches->detached.isEmpty());
 }
 
-TEST_F(MenuBarTest, UninstallWithTheCheckboxAsksForTheModelsToo)
+TEST_F(MenuBarTest, UninstallStartsTheUninstallerAndRemovesTheAutostartEntry)
 {
-    makeController(QStringLiteral("run_engine_stays.sh"));
-    QObject::connect(
-        controller.get(), &MenuBarController::uninstallAlertShown, controller.get(),
-        [&](QMessageBox *alert) {
-            alert->checkBox()->setChecked(true);
-            for (QAbstractButton *button : alert->buttons()) {
-                if (button->text() == "Uninstall") {
-                    button->click();
-                }
-            }
-        },
-        Qt::QueuedConnection);
+    QTemporaryDir config;
+    LoginItemXdg login(config.path(), QStringLiteral("/usr/bin/sayvo"));
+    ASSERT_TRUE(login.setEnabled(true));
+    makeController(QStringLiteral("run_engine_stays.sh"), HotkeyTrigger::f5,
+        std::make_unique<LoginItemXdg>(config.path(), QStringLiteral("/usr/bin/sayvo")));
+    answerAlerts({QStringLiteral("Uninstall")});
     controller->handleUninstall();
     ASSERT_EQ(launches->detached.size(), 1);
-    EXPECT_TRUE(launches->detached[0].launch.arguments.contains(QStringLiteral("--purge-shared")))
+    EXPECT_FALSE(launches->detached[0].launch.arguments.contains(QStringLiteral("--purge-shared")))
         << launches->detached[0].launch.arguments.join(' ').toStdString();
+    EXPECT_FALSE(login.isEnabled()) << "the entry would start a program that is gone";
+    EXPECT_EQ(alertTitles.size(), 1);
+}
+
+TEST_F(MenuBarTest, UninstallWithoutAnAutostartEntryStillStarts)
+{
+    QTemporaryDir config;
+    makeController(QStringLiteral("run_engine_stays.sh"), HotkeyTrigger::f5,
+        std::make_unique<LoginItemXdg>(config.path(), QStringLiteral("/usr/bin/sayvo")));
+    answerAlerts({QStringLiteral("Uninstall")});
+    controller->handleUninstall();
+    EXPECT_EQ(launches->detached.size(), 1);
+    EXPECT_FALSE(QFile::exists(config.path() + QStringLiteral("/autostart")));
+}
+
+TEST_F(MenuBarTest, AnUninstallerThatCannotStartSaysHowToRunItByHand)
+{
+    QTemporaryDir config;
+    LoginItemXdg login(config.path(), QStringLiteral("/usr/bin/sayvo"));
+    ASSERT_TRUE(login.setEnabled(true));
+    makeController(QStringLiteral("run_engine_stays.sh"), HotkeyTrigger::f5,
+        std::make_unique<LoginItemXdg>(config.path(), QStringLiteral("/usr/bin/sayvo")));
+    launches->failDetachedWith = QStringLiteral("no shell");
+    QString failureText;
+    answerAlerts({QStringLiteral("Uninstall"), QStringLiteral("OK")},
+        [&](QMessageBox *alert) { failureText = alert->informativeText(); });
+    controller->handleUninstall();
+    EXPECT_EQ(alertTitles,
+        (QStringList {"Uninstall Sayvo?", QString::fromUtf8("Couldn't start the uninstaller")}));
+    EXPECT_EQ(failureText,
+        QStringLiteral("Nothing was removed. To uninstall by hand, quit Sayvo and run in a "
+                       "terminal:\n\nbash '%1/scripts/uninstall.sh' --yes --install-root '%2' "
+                       "--app '%3'")
+            .arg(sandbox.payloadDir(), sandbox.installRoot(), supervisor->applicationPath()));
+    EXPECT_TRUE(login.isEnabled()) << "Sayvo is still installed, so it still starts at login";
+}
+
+TEST_F(MenuBarTest, AnUninstallerRemovedAfterTheMenuWasBuiltIsReportedNotRun)
+{
+    makeController(QStringLiteral("run_engine_stays.sh"));
+    ASSERT_TRUE(QFile::remove(sandbox.payloadDir() + QStringLiteral("/scripts/uninstall.sh")));
+    answerAlerts({QStringLiteral("Uninstall"), QStringLiteral("OK")});
+    controller->handleUninstall();
+    EXPECT_EQ(alertTitles.size(), 2);
+    EXPECT_TRUE(launches->detached.isEmpty());
+}
+
+TEST_F(MenuBarTest, AnUnwritableTemporaryFolderIsReportedNotRun)
+{
+    makeController(QStringLiteral("run_engine_stays.sh"));
+    // A temporary "folder" that is a file: nothing can be copied into it, even as root.
+    QTemporaryDir scratch;
+    const QString notAFolder = scratch.filePath(QStringLiteral("file"));
+    QFile file(notAFolder);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.close();
+    const QByteArray previous = qgetenv("TMPDIR");
+    qputenv("TMPDIR", notAFolder.toUtf8());
+    answerAlerts({QStringLiteral("Uninstall"), QStringLiteral("OK")});
+    controller->handleUninstall();
+    qputenv("TMPDIR", previous);
+    EXPECT_EQ(alertTitles.size(), 2);
+    EXPECT_TRUE(launches->detached.isEmpty());
 }
 
 TEST_F(MenuBarTest, WithTheTrayAsTriggerAClickTogglesDictation)
@@ -313,7 +419,8 @@ TEST_F(MenuBarTest, WithTheTrayAsTriggerAClickTogglesDictation)
 TEST_F(MenuBarTest, WithAKeyAsTriggerAClickOpensTheMenu)
 {
     makeController();
-    EXPECT_EQ(controller->trayIcon()->contextMenu(), nullptr);
+    EXPECT_EQ(controller->trayIcon()->contextMenu(), controller->menu())
+        << "the secondary click opens the menu too";
     controller->handleActivation();
     EXPECT_TRUE(controller->menu()->isVisible());
     EXPECT_TRUE(h.coordinator->state().is<AppState::Idle>());

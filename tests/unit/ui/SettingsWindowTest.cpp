@@ -3,6 +3,7 @@
 #include "runtime/FootprintSampler.h"
 #include "support/session/CoordinatorHarness.h"
 #include "ui/DictionaryChipEditor.h"
+#include "ui/PlatformTexts.h"
 #include "ui/SettingsControls.h"
 #include "ui/SymbolIcon.h"
 #include "ui/linux/LoginItemXdg.h"
@@ -110,7 +111,7 @@ protected:
     }
     QString autostartEntry() const
     {
-        return config.path() + QStringLiteral("/autostart/sayvo.desktop");
+        return config.path() + QStringLiteral("/autostart/com.sayvoapp.Sayvo.desktop");
     }
 
     QTemporaryDir config;
@@ -240,23 +241,42 @@ TEST_F(SettingsWindowTest, AnUnpluggedChosenDeviceStaysChosen)
     EXPECT_EQ(h.settings->inputDeviceUID(), QStringLiteral("usb-gone"));
 }
 
-TEST_F(SettingsWindowTest, TheLanguageChoiceSetsTheLanguageOrLeavesItToTheEngine)
+TEST_F(SettingsWindowTest, TheLanguageChoiceOffersWhatTheEngineRecognisesAndSaysSo)
 {
     show();
     auto *language = child<QComboBox>(*window, "languageChoice");
-    ASSERT_EQ(language->count(), 3);
+    const auto &choices = languageChoices();
+    ASSERT_EQ(language->count(), static_cast<int>(choices.size()));
     EXPECT_EQ(language->itemText(0), QStringLiteral("Engine default"));
-    EXPECT_EQ(language->itemText(1), QStringLiteral("English"));
-    EXPECT_EQ(language->itemText(2), QStringLiteral("Hindi"));
+    for (std::size_t i = 0; i < choices.size(); ++i) {
+        EXPECT_EQ(language->itemText(static_cast<int>(i)), choices[i].label);
+    }
+    auto *note = child<QLabel>(*window, "languageNote");
+    ASSERT_EQ(note != nullptr, languageNote().has_value());
+    if (note != nullptr) {
+        EXPECT_EQ(note->text(), *languageNote());
+        EXPECT_TRUE(note->isVisible());
+    }
     language->setFocus();
-    QTest::keyClick(language, Qt::Key_Down);
-    QTest::keyClick(language, Qt::Key_Down);
-    EXPECT_EQ(h.settings->language(), QStringLiteral("hi"));
+    QTest::keyClick(language, Qt::Key_End);
+    EXPECT_EQ(h.settings->language(), choices.back().value);
     QTest::keyClick(language, Qt::Key_Home);
     EXPECT_FALSE(h.settings->language().has_value());
     EXPECT_FALSE(h.preferences.value(SettingsStore::kLanguageKey).has_value());
     h.settings->setLanguage(QStringLiteral("en"));
     EXPECT_EQ(language->currentIndex(), 1);
+}
+
+TEST_F(SettingsWindowTest, AStoredLanguageTheEngineLacksIsShownAsItIs)
+{
+    h.settings->setLanguage(QStringLiteral("xx"));
+    show();
+    auto *language = child<QComboBox>(*window, "languageChoice");
+    EXPECT_EQ(language->currentText(), QStringLiteral("xx (not offered by this engine)"));
+    EXPECT_EQ(h.settings->language(), QStringLiteral("xx"));
+    h.settings->setLanguage(QStringLiteral("en"));
+    EXPECT_EQ(language->count(), static_cast<int>(languageChoices().size()));
+    EXPECT_EQ(language->currentText(), QStringLiteral("English"));
 }
 
 TEST_F(SettingsWindowTest, LaunchAtLoginWritesAndRemovesTheAutostartEntry)
@@ -298,13 +318,32 @@ TEST_F(SettingsWindowTest, TriggerAndModeChoicesAreStoredAtOnce)
         EXPECT_EQ(hotkey->button(i)->text(), displayName(kAllHotkeyTriggers[i]));
     }
     EXPECT_TRUE(hotkey->button(0)->isChecked());
+    // Sayvo started watching F5; another stored choice waits for the next start, and says so.
+    ASSERT_EQ(h.coordinator->activeTrigger(), HotkeyTrigger::f5);
+    auto *note = child<QLabel>(*window, "triggerRestartNote");
+    EXPECT_TRUE(note->isVisible());
+    EXPECT_EQ(note->text(),
+        QStringLiteral(
+            "Takes effect the next time Sayvo starts. Until then the trigger stays F5."));
     clickRadio(hotkey->button(1));
     EXPECT_EQ(h.settings->hotkeyTrigger(), HotkeyTrigger::f5);
+    EXPECT_FALSE(note->isVisible());
+    clickRadio(hotkey->button(2));
+    EXPECT_TRUE(note->isVisible());
+    clickRadio(hotkey->button(1));
     auto *mode = child<SettingsSegmentedControl>(*window, "modeChoice");
     EXPECT_EQ(mode->button(0)->text(), QStringLiteral("Hold to talk"));
     EXPECT_EQ(mode->button(1)->text(), QStringLiteral("Toggle"));
     QTest::mouseClick(mode->button(1), Qt::LeftButton);
     EXPECT_EQ(h.settings->triggerMode(), TriggerMode::toggle);
+    // The new mode applies from the next press, without a restart.
+    ASSERT_TRUE(h.startAndConnect());
+    h.answerNothing();
+    h.coordinator->handleTriggerDown();
+    h.coordinator->handleTriggerUp();
+    EXPECT_TRUE(h.coordinator->state().is<AppState::Listening>()) << "a toggle keeps listening";
+    h.coordinator->handleTriggerDown();
+    EXPECT_TRUE(h.coordinator->state().is<AppState::Processing>());
     h.settings->setHotkeyTrigger(HotkeyTrigger::menuBarToggle);
     EXPECT_TRUE(hotkey->button(3)->isChecked());
 }
@@ -317,9 +356,7 @@ TEST_F(SettingsWindowTest, TheInsertionMethodsShowTheirDescriptionsAndAreStored)
     EXPECT_EQ(method->button(0)->text(), QStringLiteral("Paste (recommended)"));
     EXPECT_EQ(method->button(1)->text(), QStringLiteral("Accessibility (direct)"));
     const QStringList texts = visibleTexts(method);
-    EXPECT_TRUE(texts.contains(QString::fromUtf8(
-        "Copies the transcript to the clipboard and simulates \xE2\x8C\x98V. Works in nearly any "
-        "app, but briefly overwrites your clipboard.")));
+    EXPECT_TRUE(texts.contains(PlatformTexts::pasteDescription()));
     EXPECT_TRUE(texts.contains(QStringLiteral(
         "Inserts text directly via the Accessibility API, leaving your clipboard untouched. Falls "
         "back to paste if the target app doesn't support it.")));
@@ -415,6 +452,9 @@ TEST_F(SettingsWindowTest, BeforeTheFirstUtteranceUsageShowsOnlyTheEmptyTextAndT
     EXPECT_FALSE(child<SettingsStatCard>(*window, "usageCard")->isVisible());
     EXPECT_FALSE(child<QPushButton>(*window, "resetStatistics")->isVisible());
     EXPECT_TRUE(child<SettingsStatCard>(*window, "footprintCard")->isVisible());
+    EXPECT_TRUE(child<QLabel>(*window, "footprintNote")->isVisible());
+    EXPECT_EQ(child<QLabel>(*window, "footprintNote")->text(), PlatformTexts::footprintNote());
+    EXPECT_FALSE(child<QLabel>(*window, "usageNote")->isVisible());
 }
 
 TEST_F(SettingsWindowTest, UsageShowsTheFiguresAndResetReturnsToTheEmptyState)
@@ -433,6 +473,8 @@ TEST_F(SettingsWindowTest, UsageShowsTheFiguresAndResetReturnsToTheEmptyState)
             "Total speaking time=<1 min", "Average speaking rate=150 wpm", "Filler word rate=8%",
             "ASR speed=5.0x realtime", "Pipeline speed=3.3x realtime"}));
     EXPECT_FALSE(child<QLabel>(*window, "usageEmpty")->isVisible());
+    EXPECT_TRUE(child<QLabel>(*window, "usageNote")->isVisible());
+    EXPECT_EQ(child<QLabel>(*window, "usageNote")->text(), PlatformTexts::usageNote());
     QTest::mouseClick(child<QPushButton>(*window, "resetStatistics"), Qt::LeftButton);
     EXPECT_EQ(h.usage->utterances(), 0);
     EXPECT_TRUE(child<QLabel>(*window, "usageEmpty")->isVisible());
@@ -464,6 +506,25 @@ TEST_F(SettingsWindowTest, TheSamplerRunsOnlyWhileTheWindowIsShown)
     EXPECT_EQ(samplersMade, 2);
 }
 
+TEST_F(SettingsWindowTest, TheFootprintIsSampledTheMomentTheWindowAppears)
+{
+    // An hour between samples: only the sample taken on showing can fill the card in time.
+    window = std::make_unique<SettingsWindow>(
+        *h.settings, *h.usage, *h.coordinator, [this] { return permissions; }, [](Permission) {},
+        nullptr,
+        [] {
+            return std::make_unique<FootprintSampler>(
+                getpid(), 3600.0, std::make_shared<FixedGpu>());
+        });
+    show();
+    open(SettingsTab::usage);
+    auto *card = child<SettingsStatCard>(*window, "footprintCard");
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return card->rows()[3]->value() != QStringLiteral("\u2014"); }, 20000));
+    EXPECT_GE(card->rows()[3]->value().toInt(), 1);
+    EXPECT_EQ(card->rows()[2]->value(), QStringLiteral("42%"));
+}
+
 TEST(SettingsFootprintFormatTest, MemoryIsShownInMegabytesBelowATenthOfAGigabyte)
 {
     EXPECT_EQ(SettingsWindow::formatResidentMemory(50ull * 1048576), QStringLiteral("50 MB"));
@@ -486,11 +547,7 @@ TEST_F(SettingsWindowTest, ThePrivacySwitchSetsFeedbackWithItsCaption)
     open(SettingsTab::privacy);
     auto *toggle = child<SettingsSwitch>(*window, "feedbackSwitch");
     EXPECT_EQ(toggle->text(), QStringLiteral("Share post-edit corrections (opt-in, A5)"));
-    EXPECT_TRUE(visibleTexts(page()).contains(QString::fromUtf8(
-        "Records what you actually kept after editing \xE2\x80\x94 and the results of any accuracy "
-        "calibration \xE2\x80\x94 so repeated misrecognitions can be suggested as dictionary "
-        "entries. Text only: your audio is never stored. Stays on this Mac, off by default, and "
-        "nothing is added to your dictionary without you accepting it.")));
+    EXPECT_TRUE(visibleTexts(page()).contains(PlatformTexts::privacyCaption()));
     QTest::mouseClick(toggle, Qt::LeftButton);
     EXPECT_TRUE(h.settings->feedbackEnabled());
     QTest::mouseClick(toggle, Qt::LeftButton);

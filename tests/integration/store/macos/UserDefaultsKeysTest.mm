@@ -64,6 +64,13 @@ TEST_F(UserDefaultsKeys, UsageCountersAreNumbers)
     stats.wordCount = 7;
     usage.record(stats);
     preferences.sync();
+    // integerForKey: would read a string "1" as 1 too: the stored objects must be numbers.
+    for (NSString *key in @[
+             @"sayvo.usageStats.utterances", @"sayvo.usageStats.totalWords",
+             @"sayvo.usageStats.totalAudioSeconds"
+         ]) {
+        EXPECT_TRUE([[raw() objectForKey:key] isKindOfClass:[NSNumber class]]) << key.UTF8String;
+    }
     EXPECT_EQ([raw() integerForKey:@"sayvo.usageStats.utterances"], 1);
     EXPECT_EQ([raw() integerForKey:@"sayvo.usageStats.totalWords"], 7);
     EXPECT_DOUBLE_EQ([raw() doubleForKey:@"sayvo.usageStats.totalAudioSeconds"], 2.5);

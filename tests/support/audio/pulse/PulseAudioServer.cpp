@@ -2,6 +2,7 @@
 
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QFileInfo>
 #include <QProcessEnvironment>
 #include <QThread>
 
@@ -212,6 +213,36 @@ bool PulseAudioServer::unloadModule(int index)
 bool PulseAudioServer::setDefaultSource(const QString &name)
 {
     return pactl({QStringLiteral("set-default-source"), name}).exitCode == 0;
+}
+
+bool PulseAudioServer::killRecordStreams()
+{
+    const QString cli = m_directory.filePath(QStringLiteral("pulse/cli"));
+    if (!QFileInfo::exists(cli)
+        && !loadModule(
+            QStringLiteral("module-cli-protocol-unix"), QStringLiteral("socket=") + cli)) {
+        return false;
+    }
+    const Result outputs = pactl(
+        {QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("source-outputs")});
+    QByteArray commands;
+    for (const QString &line : outputs.output.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        commands += "kill-source-output " + line.section(QLatin1Char('\t'), 0, 0).toUtf8() + "\n";
+    }
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("PULSE_RUNTIME_PATH"), m_directory.filePath("pulse"));
+    environment.insert(QStringLiteral("HOME"), m_directory.filePath("home"));
+    process.setProcessEnvironment(environment);
+    process.start(QStringLiteral("pacmd"), QStringList {});
+    process.write(commands);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(10000)) {
+        process.kill();
+        process.waitForFinished();
+        return false;
+    }
+    return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
 }
 
 int PulseAudioServer::recordStreamCount() const

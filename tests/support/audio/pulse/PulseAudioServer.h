@@ -85,6 +85,9 @@ public:
     bool setDefaultSource(const QString &name);
     // Record streams currently open on the server.
     int recordStreamCount() const;
+    // Ends every record stream from the server's side, as a sound mixer's "kill" does (through
+    // pacmd: pactl has no such command).
+    bool killRecordStreams();
 
 private:
     QTemporaryDir m_directory;
