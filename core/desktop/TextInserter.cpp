@@ -175,7 +175,7 @@ void TextInserter::sendPaste()
     Paste paste = std::move(*m_sending);
     m_sending.reset();
     if (paste.typed) {
-        typeText(std::move(paste));
+        typeText(paste);
         return;
     }
     paste.shortcut = shortcutForFront();
@@ -245,7 +245,7 @@ void TextInserter::sendPaste()
     paste.done(true);
 }
 
-void TextInserter::typeText(Paste typing)
+void TextInserter::typeText(const Paste &typing)
 {
     // Without leave to post keys the typed characters would vanish.
     const bool typed = m_keySynthesizer->mayPostEvents() && m_keySynthesizer->typeText(typing.text);

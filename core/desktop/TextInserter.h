@@ -96,7 +96,7 @@ private:
     void startNextPaste();
     void pollKeys();
     void sendPaste();
-    void typeText(Paste typing);
+    void typeText(const Paste &typing);
     void considerRestore();
     void release(bool restore);
 

@@ -212,6 +212,7 @@ bool KeySynthesizerPortal::postPaste(PasteShortcut shortcut)
     }
     // Pressed in order, released in reverse: the modifiers are down before the key arrives.
     std::vector<std::pair<quint32, bool>> keys;
+    keys.reserve(chord.size() * 2);
     for (const quint32 keysym : chord) {
         keys.emplace_back(keysym, true);
     }
