@@ -15,9 +15,11 @@
 #include "store/SettingsStore.h"
 #include "store/Subscribe.h"
 #include "store/UsageStatsStore.h"
+#include "ui/DesktopCapabilityList.h"
 #include "ui/HUDController.h"
 #include "ui/LoginItem.h"
 #include "ui/MenuBarController.h"
+#include "ui/SettingsWindow.h"
 #include "ui/TrayAvailability.h"
 
 #include <QAction>
@@ -96,6 +98,17 @@ void AppDelegate::applicationDidFinishLaunching()
     m_coordinator
         = std::make_unique<SayvoCoordinator>(*m_engineClient, *m_audioCapture, *m_hotkeyManager,
             *m_contextHarvester, *m_textInserter, *m_settings, *m_usageStats, *m_audioHardware);
+
+    // Where the desktop watches the trigger or grants the keystrokes itself (GNOME, KDE), its
+    // answers come later and replace the capability's line.
+    auto showStatus = [this](const DesktopCapabilityStatus &status) { updateCapability(status); };
+    m_desktop.shortcut->start(shortcutNotation(m_settings->hotkeyTrigger()),
+        {[this] { m_hotkeyManager->press(); }, [this] { m_hotkeyManager->release(); }, showStatus});
+    m_desktop.keystrokeConsent->request(m_settings->keystrokeRestoreToken().value_or(QString()),
+        {showStatus, [this](const QString &token) {
+             m_settings->setKeystrokeRestoreToken(
+                 token.isEmpty() ? std::nullopt : std::optional<QString>(token));
+         }});
 
     // Where the platform announces the window in front (Wayland), the coordinator hears of it
     // as of an application's activation.
@@ -345,6 +358,15 @@ void AppDelegate::bringToFront(QWidget *window)
     window->activateWindow();
 }
 
+void AppDelegate::updateCapability(const DesktopCapabilityStatus &status)
+{
+    m_desktop.plan.setStatus(status);
+    Logging::shared().info(m_desktop.plan.logLine(status));
+    if (auto *settings = qobject_cast<SettingsWindow *>(m_settingsWindow.get())) {
+        settings->setDesktopCapabilities(m_desktop.plan.capabilities);
+    }
+}
+
 void AppDelegate::showSettings()
 {
     if (!m_settingsWindow) {
@@ -356,6 +378,13 @@ void AppDelegate::showSettings()
                         weak->quit();
                     }
                 });
+        if (auto *settings = qobject_cast<SettingsWindow *>(m_settingsWindow.get())) {
+            settings->desktopCapabilities()->setOnAskAgain([this](DesktopCapability capability) {
+                if (capability == DesktopCapability::keystrokes) {
+                    m_desktop.keystrokeConsent->askAgain();
+                }
+            });
+        }
         prepareWindow(m_settingsWindow.get(), QStringLiteral("Settings"), true);
     }
     bringToFront(m_settingsWindow.get());

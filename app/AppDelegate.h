@@ -98,6 +98,7 @@ signals:
     void windowCreated(QWidget *window);
 
 private:
+    void updateCapability(const DesktopCapabilityStatus &status);
     void bringToFront(QWidget *window);
     void prepareWindow(QWidget *window, const QString &title, bool centred);
     void quit();

@@ -1,6 +1,7 @@
 #include "ui/DesktopCapabilityList.h"
 
 #include <QLabel>
+#include <QPushButton>
 #include <QVBoxLayout>
 
 namespace sayvo {
@@ -44,6 +45,21 @@ void DesktopCapabilityList::setStatuses(const std::vector<DesktopCapabilityStatu
         }
         label->setText(rich);
         m_layout->addWidget(label);
+        if (status.canAskAgain) {
+            auto *button = new QPushButton(QStringLiteral("Ask again"), this);
+            button->setObjectName(QStringLiteral("askAgain"));
+            const DesktopCapability capability = status.capability;
+            // Queued: the answer rebuilds the list, this button with it.
+            connect(
+                button, &QPushButton::clicked, this,
+                [this, capability] {
+                    if (m_onAskAgain) {
+                        m_onAskAgain(capability);
+                    }
+                },
+                Qt::QueuedConnection);
+            m_layout->addWidget(button, 0, Qt::AlignLeft);
+        }
     }
     setVisible(!statuses.empty());
 }

@@ -4,6 +4,7 @@
 
 #include <QWidget>
 
+#include <functional>
 #include <vector>
 
 class QVBoxLayout;
@@ -21,12 +22,18 @@ public:
     explicit DesktopCapabilityList(QWidget *parent = nullptr);
 
     void setStatuses(const std::vector<DesktopCapabilityStatus> &statuses);
+    // Runs when the user presses a capability's "Ask again" button.
+    void setOnAskAgain(std::function<void(DesktopCapability)> handler)
+    {
+        m_onAskAgain = std::move(handler);
+    }
     // The text each line shows, in order (tests read them).
     QStringList lines() const;
 
 private:
     QVBoxLayout *m_layout;
     QStringList m_lines;
+    std::function<void(DesktopCapability)> m_onAskAgain;
 };
 
 } // namespace sayvo

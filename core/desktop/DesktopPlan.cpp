@@ -58,22 +58,26 @@ DesktopPlan waylandPlan(const DesktopSessionFacts &facts)
     DesktopPlan plan;
     plan.session = SessionKind::wayland;
     plan.canShowPanelWithoutFocus = false;
-    // The compositor hands keys to no other application: its own key binding runs the command.
-    plan.capabilities.push_back({DesktopCapability::trigger, DesktopAdapter::triggerCommand,
-        QStringLiteral("The compositor keeps keys to itself: a key binding in it runs \"sayvo "
-                       "trigger press\" and \"sayvo trigger release\"."),
-        triggerBindingAdvice(facts.desktopName)});
+    // The compositor hands keys to no other application. The wlroots family leaves key
+    // bindings to its configuration file, which then runs the command; the big desktops
+    // (GNOME, KDE) offer no virtual keyboard but watch a shortcut for Sayvo through the
+    // portal and ask the user about keystrokes once.
+    if (facts.virtualKeyboard) {
+        plan.capabilities.push_back({DesktopCapability::trigger, DesktopAdapter::triggerCommand,
+            QStringLiteral("The compositor keeps keys to itself: a key binding in it runs "
+                           "\"sayvo trigger press\" and \"sayvo trigger release\"."),
+            triggerBindingAdvice(facts.desktopName)});
+    } else {
+        plan.capabilities.push_back(
+            portalShortcutStatus(PortalState::asking, {}, {}, facts.desktopName));
+    }
     if (facts.virtualKeyboard) {
         plan.capabilities.push_back({DesktopCapability::keystrokes, DesktopAdapter::waylandProtocol,
             QStringLiteral("Pastes with Control-V (Control-Shift-V in terminals) through a virtual "
                            "keyboard."),
             {}});
     } else {
-        plan.capabilities.push_back({DesktopCapability::keystrokes, DesktopAdapter::none,
-            QStringLiteral("This compositor lets no application type keys, so Sayvo cannot "
-                           "paste. It writes into fields through accessibility instead, where "
-                           "the field allows it."),
-            QStringLiteral("Keep accessibility on.")});
+        plan.capabilities.push_back(portalKeystrokeStatus(PortalState::asking, {}));
     }
     if (facts.dataControl) {
         plan.capabilities.push_back({DesktopCapability::clipboard, DesktopAdapter::waylandProtocol,
@@ -91,10 +95,11 @@ DesktopPlan waylandPlan(const DesktopSessionFacts &facts)
             {DesktopCapability::focusedWindow, DesktopAdapter::waylandProtocol,
                 QStringLiteral("Knows the application and window title in front."), {}});
     } else {
-        plan.capabilities.push_back({DesktopCapability::focusedWindow, DesktopAdapter::none,
-            QStringLiteral("This compositor does not say which window is in front: terminals get "
-                           "Control-V and the engine is not told the window title."),
-            kX11Session});
+        // GNOME and KDE keep it to themselves, but their applications tell accessibility.
+        plan.capabilities.push_back({DesktopCapability::focusedWindow, DesktopAdapter::atspi,
+            QStringLiteral("Knows the application and window title in front through "
+                           "accessibility, where the application takes part in it."),
+            {}});
     }
     plan.capabilities.push_back(accessibility());
     return plan;
@@ -135,6 +140,10 @@ QString adapterName(DesktopCapability capability, DesktopAdapter adapter)
         return QStringLiteral("compositor key binding (sayvo trigger)");
     case DesktopAdapter::atspi:
         return QStringLiteral("AT-SPI");
+    case DesktopAdapter::portal:
+        return capability == DesktopCapability::trigger
+            ? QStringLiteral("desktop portal (GlobalShortcuts)")
+            : QStringLiteral("desktop portal (RemoteDesktop)");
     case DesktopAdapter::none:
         return QStringLiteral("unavailable");
     }
@@ -179,13 +188,31 @@ DesktopAdapter DesktopPlan::adapter(DesktopCapability capability) const
     return DesktopAdapter::none;
 }
 
+void DesktopPlan::setStatus(const DesktopCapabilityStatus &status)
+{
+    for (DesktopCapabilityStatus &entry : capabilities) {
+        if (entry.capability == status.capability) {
+            entry = status;
+        }
+    }
+}
+
+QString DesktopPlan::logLine(const DesktopCapabilityStatus &status) const
+{
+    QString line = QStringLiteral("desktop (%1 session): %2: %3")
+                       .arg(sessionName(session), displayName(status.capability).toLower(),
+                           adapterName(status.capability, status.adapter));
+    if (status.adapter == DesktopAdapter::portal || status.adapter == DesktopAdapter::none) {
+        line += QStringLiteral(" (") + status.works + QLatin1Char(')');
+    }
+    return line;
+}
+
 QStringList DesktopPlan::logLines() const
 {
     QStringList lines;
     for (const DesktopCapabilityStatus &status : capabilities) {
-        lines << QStringLiteral("desktop (%1 session): %2: %3")
-                     .arg(sessionName(session), displayName(status.capability).toLower(),
-                         adapterName(status.capability, status.adapter));
+        lines << logLine(status);
     }
     if (!canShowPanelWithoutFocus) {
         lines << QStringLiteral("desktop (%1 session): heads-up display: hidden, it would take "
@@ -193,6 +220,52 @@ QStringList DesktopPlan::logLines() const
                      .arg(sessionName(session));
     }
     return lines;
+}
+
+DesktopCapabilityStatus portalShortcutStatus(PortalState state, const QString &triggerLabel,
+    const QString &reason, const QString &desktopName)
+{
+    switch (state) {
+    case PortalState::asking:
+        return {DesktopCapability::trigger, DesktopAdapter::portal,
+            QStringLiteral("Asking the desktop for the shortcut \"Dictate\"."), {}};
+    case PortalState::granted:
+        return {DesktopCapability::trigger, DesktopAdapter::portal,
+            triggerLabel.isEmpty()
+                ? QStringLiteral("The desktop's shortcut \"Dictate\" has no key yet.")
+                : QStringLiteral("The desktop's shortcut \"Dictate\" (%1) starts dictation.")
+                      .arg(triggerLabel),
+            QStringLiteral("Change its key in the desktop's keyboard shortcut settings.")};
+    case PortalState::refused:
+        break;
+    }
+    return {DesktopCapability::trigger, DesktopAdapter::triggerCommand,
+        QStringLiteral("The desktop gave Sayvo no shortcut (%1): a key binding in it runs \"sayvo "
+                       "trigger press\" and \"sayvo trigger release\".")
+            .arg(reason),
+        triggerBindingAdvice(desktopName)};
+}
+
+DesktopCapabilityStatus portalKeystrokeStatus(PortalState state, const QString &reason)
+{
+    switch (state) {
+    case PortalState::asking:
+        return {DesktopCapability::keystrokes, DesktopAdapter::portal,
+            QStringLiteral("Asking the desktop to let Sayvo type keys."),
+            QStringLiteral("Allow it in the desktop's dialog; it is asked once.")};
+    case PortalState::granted:
+        return {DesktopCapability::keystrokes, DesktopAdapter::portal,
+            QStringLiteral("Pastes with Control-V (Control-Shift-V in terminals) through the "
+                           "desktop's remote-desktop permission."),
+            {}};
+    case PortalState::refused:
+        break;
+    }
+    return {DesktopCapability::keystrokes, DesktopAdapter::none,
+        QStringLiteral("The desktop did not let Sayvo type keys (%1): it writes into fields "
+                       "through accessibility instead, where the field allows it.")
+            .arg(reason),
+        QStringLiteral("Ask again, and allow Sayvo in the desktop's dialog."), true};
 }
 
 QString displayName(DesktopCapability capability)

@@ -29,6 +29,8 @@ enum class DesktopAdapter {
     triggerCommand,
     // The AT-SPI accessibility bus.
     atspi,
+    // An XDG desktop portal (GlobalShortcuts, RemoteDesktop): the desktop asks the user once.
+    portal,
     // Nothing in this session serves it.
     none,
 };
@@ -41,6 +43,8 @@ struct DesktopCapabilityStatus
     QString works;
     // Empty when there is nothing to do.
     QString action;
+    // The desktop said no and may be asked again (an "Ask again" button).
+    bool canAskAgain = false;
 
     bool isAvailable() const { return adapter != DesktopAdapter::none; }
     bool operator==(const DesktopCapabilityStatus &) const = default;
@@ -61,10 +65,29 @@ struct DesktopPlan
     static DesktopPlan choose(const DesktopSessionFacts &facts);
 
     DesktopAdapter adapter(DesktopCapability capability) const;
+    // Replaces the status of the same capability: the desktop answered a request.
+    void setStatus(const DesktopCapabilityStatus &status);
     // One line per capability, for the log at launch.
     QStringList logLines() const;
+    // The log's line for one capability.
+    QString logLine(const DesktopCapabilityStatus &status) const;
 };
 
 QString displayName(DesktopCapability capability);
+
+// How far a request to the desktop's portal has come, as the status lines tell it.
+enum class PortalState {
+    asking,
+    granted,
+    refused,
+};
+
+// The trigger's status while it comes from the desktop's shortcut "Dictate": its key as the
+// desktop describes it once granted; the key binding to set up by hand once refused, with the
+// reason.
+DesktopCapabilityStatus portalShortcutStatus(PortalState state, const QString &triggerLabel,
+    const QString &reason, const QString &desktopName);
+// The keystrokes' status while they go through the desktop's remote-desktop session.
+DesktopCapabilityStatus portalKeystrokeStatus(PortalState state, const QString &reason);
 
 } // namespace sayvo

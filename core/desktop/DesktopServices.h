@@ -2,8 +2,10 @@
 
 #include "desktop/AccessibilityProvider.h"
 #include "desktop/DesktopPlan.h"
+#include "desktop/DesktopShortcut.h"
 #include "desktop/KeySynthesizer.h"
 #include "desktop/KeyboardEventSource.h"
+#include "desktop/KeystrokeConsent.h"
 #include "desktop/Pasteboard.h"
 #include "desktop/WindowList.h"
 #include "desktop/Workspace.h"
@@ -24,6 +26,10 @@ struct DesktopServices
     std::shared_ptr<AccessibilityProvider> accessibility;
     std::shared_ptr<Workspace> workspace;
     std::shared_ptr<WindowList> windowList;
+    // The trigger as a shortcut the desktop watches, where it offers one (GNOME, KDE).
+    std::shared_ptr<DesktopShortcut> shortcut = std::make_shared<NoDesktopShortcut>();
+    // The desktop's permission for the keystrokes, where it asks the user for it.
+    std::shared_ptr<KeystrokeConsent> keystrokeConsent = std::make_shared<NoKeystrokeConsent>();
     // Which adapter each capability got, and what the user is told about it.
     DesktopPlan plan;
 };

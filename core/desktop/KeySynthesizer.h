@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QString>
+
 namespace sayvo {
 
 // Which paste chord to send: terminal emulators take Control-V as a literal character, so
@@ -34,6 +36,13 @@ public:
     virtual bool isAnyKeyHeld() { return false; }
     // False where the session lets no application post keys; pasting is not tried then.
     virtual bool isAvailable() const { return true; }
+    // Types the text key by key, where no clipboard can carry it; false where this session's
+    // keys cannot type arbitrary characters or the text is too long to type.
+    virtual bool typeText(const QString &text)
+    {
+        Q_UNUSED(text);
+        return false;
+    }
 };
 
 // The keystrokes of a session that offers no way to post them.

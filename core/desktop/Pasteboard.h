@@ -45,6 +45,8 @@ public:
     // Replaces the content with these items; false when the clipboard could not be taken.
     virtual bool writeItems(const std::vector<PasteboardItem> &items) = 0;
     virtual qint64 changeCount() = 0;
+    // False where the session keeps the clipboard from Sayvo; pasting is not tried then.
+    virtual bool isAvailable() const { return true; }
 
     // Whether this adapter calls reportServed(); without it a paste can only wait a fixed
     // time for the target to read.
@@ -75,6 +77,7 @@ public:
     bool setConcealedString(const QString &) override { return false; }
     bool writeItems(const std::vector<PasteboardItem> &) override { return false; }
     qint64 changeCount() override { return 0; }
+    bool isAvailable() const override { return false; }
 };
 
 } // namespace sayvo

@@ -105,6 +105,22 @@ void TextInserter::insert(const QString &text, InsertionMethod method, Completio
         done(false);
         return;
     }
+    // Where the session keeps the clipboard from Sayvo (GNOME), nothing can be pasted: the
+    // text goes in through accessibility or is typed key by key, and the clipboard is never
+    // touched.
+    if (!m_pasteboard->isAvailable()) {
+        if (insertViaAX(text)) {
+            done(true);
+            return;
+        }
+        if (!m_keySynthesizer->isAvailable()) {
+            done(false);
+            return;
+        }
+        m_waiting.push_back(Paste {text, std::move(done), PasteShortcut::standard, nullptr, true});
+        startNextPaste();
+        return;
+    }
     // Where the session lets no application post keys, accessibility is the only way in.
     if (!m_keySynthesizer->isAvailable()) {
         done(insertViaAX(text));
@@ -158,6 +174,10 @@ void TextInserter::sendPaste()
 {
     Paste paste = std::move(*m_sending);
     m_sending.reset();
+    if (paste.typed) {
+        typeText(paste);
+        return;
+    }
     paste.shortcut = shortcutForFront();
     paste.pasteboard = m_pasteboard;
     if (paste.shortcut == PasteShortcut::shiftInsert) {
@@ -223,6 +243,14 @@ void TextInserter::sendPaste()
     m_current->sinceChord.start();
     considerRestore();
     paste.done(true);
+}
+
+void TextInserter::typeText(const Paste &typing)
+{
+    // Without leave to post keys the typed characters would vanish.
+    const bool typed = m_keySynthesizer->mayPostEvents() && m_keySynthesizer->typeText(typing.text);
+    typing.done(typed);
+    startNextPaste();
 }
 
 void TextInserter::considerRestore()

@@ -21,14 +21,16 @@ namespace sayvo {
 
 // Puts a transcript into the focused field of the application in front, by a synthetic paste
 // or by a direct accessibility write; only by the latter where the session lets no
-// application post keys. Main thread only; failures are a false result.
+// application post keys. Where it keeps the clipboard from Sayvo, an accessibility write or
+// else typing the text. Main thread only; failures are a false result.
 //
 // A paste waits, without blocking, until no key is held; then it saves the clipboard, puts
 // the text on it in one write, sends the paste chord and reports. The saved clipboard comes
 // back once the target has read the text (as the clipboard reports it), but never before
 // kRestoreDelayMs and never later than kLongestHoldMs, unless someone else wrote the
 // clipboard meanwhile. Pastes run one after another: the next one's text goes on the
-// clipboard only after the previous one was read.
+// clipboard only after the previous one was read. Typed text waits for the keyboard and its
+// turn in the same way, so a held modifier does not turn its characters into shortcuts.
 class TextInserter : public QObject
 {
     Q_OBJECT
@@ -74,6 +76,8 @@ private:
         Completion done;
         PasteShortcut shortcut = PasteShortcut::standard;
         std::shared_ptr<Pasteboard> pasteboard;
+        // Typed key by key instead: the session keeps the clipboard from Sayvo.
+        bool typed = false;
     };
     // The paste whose text is on the clipboard now, until its restore.
     struct Holding
@@ -92,6 +96,7 @@ private:
     void startNextPaste();
     void pollKeys();
     void sendPaste();
+    void typeText(const Paste &typing);
     void considerRestore();
     void release(bool restore);
 

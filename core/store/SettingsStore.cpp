@@ -75,6 +75,13 @@ SettingsStore::SettingsStore(PreferenceStore &preferences, QObject *parent)
     // is removed rather than left behind for the next launch to trip over.
     m_inputDeviceUID = readString(m_preferences, keyString(kInputDeviceUIDKey));
     writeOptionalString(kInputDeviceUIDKey, m_inputDeviceUID);
+    m_keystrokeRestoreToken = readString(m_preferences, keyString(kKeystrokeRestoreTokenKey));
+}
+
+void SettingsStore::setKeystrokeRestoreToken(const std::optional<QString> &token)
+{
+    m_keystrokeRestoreToken = token;
+    writeOptionalString(kKeystrokeRestoreTokenKey, token);
 }
 
 const QUrl &SettingsStore::defaultEndpoint()

@@ -55,6 +55,7 @@ public:
     static constexpr const char *kFeedbackEnabledKey = "sayvo.feedbackEnabled";
     static constexpr const char *kLaunchAtLoginKey = "sayvo.launchAtLogin";
     static constexpr const char *kInputDeviceUIDKey = "sayvo.inputDeviceUID";
+    static constexpr const char *kKeystrokeRestoreTokenKey = "sayvo.keystrokeRestoreToken";
 
     // Reads every key once. `preferences` must outlive the store.
     explicit SettingsStore(PreferenceStore &preferences, QObject *parent = nullptr);
@@ -92,6 +93,11 @@ public:
     void setLaunchAtLogin(bool enabled);
     void setInputDeviceUID(const std::optional<QString> &uid);
 
+    // The desktop's token for the keystroke permission it granted (remote-desktop portal), so
+    // that its dialog is not shown again at the next launch. Not shown to the user.
+    std::optional<QString> keystrokeRestoreToken() const { return m_keystrokeRestoreToken; }
+    void setKeystrokeRestoreToken(const std::optional<QString> &token);
+
     // The dictionary editor's add: trims spaces and tabs (not line breaks) from both ends and
     // appends the result unless it is empty or already present (exact, case-sensitive match).
     // Returns whether it was added; nothing is assigned when it was not.
@@ -126,6 +132,7 @@ private:
     bool m_feedbackEnabled = false;
     bool m_launchAtLogin = false;
     std::optional<QString> m_inputDeviceUID;
+    std::optional<QString> m_keystrokeRestoreToken;
 };
 
 // One entry of the language choice offered to the user: its label and the value `language`

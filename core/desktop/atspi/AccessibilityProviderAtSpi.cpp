@@ -315,6 +315,47 @@ std::optional<AttributeValue> AccessibilityProviderAtSpi::readObjectAttribute(
     return AttributeValue(text->arguments().constFirst().toString());
 }
 
+std::optional<FrontApplication> AccessibilityProviderAtSpi::activeApplication()
+{
+    if (!connectIfEnabled()) {
+        return std::nullopt;
+    }
+    const auto applications = children({kRegistryService, kRootPath});
+    if (!applications) {
+        return std::nullopt;
+    }
+    for (const ObjectRef &application : *applications) {
+        const std::optional<qint64> pid = processId(application);
+        if (pid == QCoreApplication::applicationPid()) {
+            continue;
+        }
+        const auto window = activeWindow(application);
+        if (!window) {
+            continue;
+        }
+        FrontApplication front;
+        if (const auto name = property(application, kAccessible, QStringLiteral("Name"));
+            name && !name->toString().isEmpty()) {
+            front.bundleId = name->toString();
+            front.name = name->toString();
+        }
+        front.pid = pid.value_or(0);
+        if (const auto title = property(*window, kAccessible, QStringLiteral("Name"))) {
+            front.windowTitle = title->toString();
+        }
+        return front;
+    }
+    return std::nullopt;
+}
+
+std::optional<QDBusConnection> AccessibilityProviderAtSpi::bus()
+{
+    if (!connectIfEnabled()) {
+        return std::nullopt;
+    }
+    return m_bus;
+}
+
 AccessibleElementPtr AccessibilityProviderAtSpi::systemWideElement()
 {
     if (!connectIfEnabled()) {

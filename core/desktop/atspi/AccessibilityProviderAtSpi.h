@@ -1,6 +1,7 @@
 #pragma once
 
 #include "desktop/AccessibilityProvider.h"
+#include "desktop/Workspace.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -47,6 +48,12 @@ public:
         const AccessibleElementPtr &element, const QString &name) override;
     bool setAttribute(
         const AccessibleElementPtr &element, const QString &name, const QString &value) override;
+
+    // The application (other than Sayvo) whose window is active, with that window's title; its
+    // accessible name stands for the application id. Absent without accessibility.
+    std::optional<FrontApplication> activeApplication();
+    // The accessibility bus, connected; absent while accessibility is off.
+    std::optional<QDBusConnection> bus();
 
 private:
     struct ObjectRef

@@ -1,6 +1,9 @@
 #include "base/Logging.h"
 #include "desktop/DesktopServices.h"
 #include "desktop/atspi/AccessibilityProviderAtSpi.h"
+#include "desktop/atspi/WorkspaceAtSpi.h"
+#include "desktop/portal/GlobalShortcutsPortal.h"
+#include "desktop/portal/KeySynthesizerPortal.h"
 #include "desktop/wayland/KeySynthesizerWayland.h"
 #include "desktop/wayland/PasteboardWayland.h"
 #include "desktop/wayland/WaylandConnection.h"
@@ -17,12 +20,17 @@ namespace sayvo {
 
 namespace {
 
+QString environmentDesktopName()
+{
+    return QProcessEnvironment::systemEnvironment().value(QStringLiteral("XDG_CURRENT_DESKTOP"));
+}
+
 DesktopSessionFacts gatherFacts()
 {
     const QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     DesktopSessionFacts facts;
     facts.kind = sessionKind(environment);
-    facts.desktopName = environment.value(QStringLiteral("XDG_CURRENT_DESKTOP"));
+    facts.desktopName = environmentDesktopName();
     if (facts.kind != SessionKind::wayland) {
         return facts;
     }
@@ -52,6 +60,9 @@ DesktopServices createDesktopServices()
     } else {
         services.keyboard = std::make_unique<NoKeyboardEventSource>();
     }
+    if (plan.adapter(DesktopCapability::trigger) == DesktopAdapter::portal) {
+        services.shortcut = std::make_shared<GlobalShortcutsPortal>(environmentDesktopName());
+    }
     switch (plan.adapter(DesktopCapability::keystrokes)) {
     case DesktopAdapter::x11:
         services.keySynthesizer = std::make_shared<KeySynthesizerX11>();
@@ -59,6 +70,12 @@ DesktopServices createDesktopServices()
     case DesktopAdapter::waylandProtocol:
         services.keySynthesizer = std::make_shared<KeySynthesizerWayland>();
         break;
+    case DesktopAdapter::portal: {
+        auto portal = std::make_shared<KeySynthesizerPortal>();
+        services.keySynthesizer = portal;
+        services.keystrokeConsent = portal;
+        break;
+    }
     default:
         services.keySynthesizer = std::make_shared<NoKeySynthesizer>();
         break;
@@ -76,6 +93,8 @@ DesktopServices createDesktopServices()
         services.pasteboard = std::make_shared<NoPasteboard>();
         break;
     }
+    auto accessibility = std::make_shared<AccessibilityProviderAtSpi>();
+    services.accessibility = accessibility;
     switch (plan.adapter(DesktopCapability::focusedWindow)) {
     case DesktopAdapter::x11:
         services.workspace = std::make_shared<WorkspaceX11>();
@@ -85,12 +104,15 @@ DesktopServices createDesktopServices()
         services.workspace = std::make_shared<WorkspaceWayland>();
         services.windowList = std::make_shared<NoWindowList>();
         break;
+    case DesktopAdapter::atspi:
+        services.workspace = std::make_shared<WorkspaceAtSpi>(accessibility);
+        services.windowList = std::make_shared<NoWindowList>();
+        break;
     default:
         services.workspace = std::make_shared<NoWorkspace>();
         services.windowList = std::make_shared<NoWindowList>();
         break;
     }
-    services.accessibility = std::make_shared<AccessibilityProviderAtSpi>();
     return services;
 }
 

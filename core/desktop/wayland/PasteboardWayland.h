@@ -31,7 +31,7 @@ public:
     ~PasteboardWayland() override;
 
     // False when the compositor offers no data-control, or the connection is gone.
-    bool isAvailable() const;
+    bool isAvailable() const override;
 
     std::vector<PasteboardItem> items() override;
     std::optional<QString> string() override;

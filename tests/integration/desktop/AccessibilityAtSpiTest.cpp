@@ -1,6 +1,7 @@
 #include "desktop/AXHelpers.h"
 #include "desktop/TextInserter.h"
 #include "desktop/atspi/AccessibilityProviderAtSpi.h"
+#include "desktop/atspi/WorkspaceAtSpi.h"
 #include "desktop/x11/KeySynthesizerX11.h"
 #include "desktop/x11/PasteboardX11.h"
 #include "desktop/x11/WorkspaceX11.h"
@@ -176,6 +177,36 @@ TEST(AccessibilityAtSpiUnavailableTest, WithoutTheAccessibilityBusEverythingIsAb
     EXPECT_EQ(AXHelpers::screenText(provider, editor.pid(), 200), std::nullopt);
     EXPECT_EQ(AXHelpers::windowTitle(provider, editor.pid()), std::nullopt);
     EXPECT_LT(timer.elapsed(), 5 * AccessibilityProviderAtSpi::kTimeoutMs);
+}
+
+TEST_F(AccessibilityAtSpiTest, TheWindowInFrontAndItsActivationsComeFromAccessibility)
+{
+    ASSERT_TRUE(m_session.isReady()) << m_session.failure().toStdString();
+    auto accessibility = std::make_shared<AccessibilityProviderAtSpi>();
+    WorkspaceAtSpi workspace(accessibility);
+    int activations = 0;
+    workspace.setOnActivation([&activations] { ++activations; });
+    auto titleInFront = [&workspace] {
+        const auto front = workspace.frontmostApplication();
+        return front ? front->windowTitle.value_or(QString()) : QString();
+    };
+
+    TestEditor first(m_session, QStringLiteral("First window"));
+    ASSERT_TRUE(first.isReady());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return titleInFront() == "First window"; }, 10000));
+    const auto front = workspace.frontmostApplication();
+    ASSERT_TRUE(front);
+    EXPECT_EQ(front->name, QStringLiteral("sayvo-test-editor"));
+    EXPECT_EQ(front->bundleId, QStringLiteral("sayvo-test-editor"));
+    EXPECT_EQ(front->pid, first.pid());
+
+    TestEditor second(m_session, QStringLiteral("Second window"));
+    ASSERT_TRUE(second.isReady());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return titleInFront() == "Second window"; }, 10000));
+    const int beforeSwitch = activations;
+    ASSERT_TRUE(first.activate());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return titleInFront() == "First window"; }, 10000));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return activations > beforeSwitch; }, 10000));
 }
 
 } // namespace

@@ -44,6 +44,10 @@ AppPlatform FakeAppPlatform::platform(std::function<RuntimeLocator()> runtimeLoc
         workspace = fakeWorkspace.get();
         services.workspace = fakeWorkspace;
         services.plan = desktopPlan;
+        shortcut = std::make_shared<sayvo::testing::FakeDesktopShortcut>();
+        services.shortcut = shortcut;
+        keystrokeConsent = std::make_shared<sayvo::testing::FakeKeystrokeConsent>();
+        services.keystrokeConsent = keystrokeConsent;
         services.windowList = std::make_shared<sayvo::testing::FakeWindowList>();
         return services;
     };

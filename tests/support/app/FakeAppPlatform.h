@@ -3,6 +3,7 @@
 #include "app/AppDelegate.h"
 #include "support/audio/FakeAudioInputEngine.h"
 #include "support/desktop/FakeAccessibilityProvider.h"
+#include "support/desktop/FakeDesktopShortcut.h"
 #include "support/desktop/FakeKeyboardEventSource.h"
 #include "support/desktop/FakePasteboard.h"
 #include "support/desktop/FakeWorkspace.h"
@@ -61,6 +62,9 @@ struct FakeAppPlatform
     std::function<void()> trayHostChanged;
     // What the desktop session offers, as the platform's factory would have chosen it.
     DesktopPlan desktopPlan;
+    // The desktop's shortcut and keystroke permission of the latest launch.
+    std::shared_ptr<sayvo::testing::FakeDesktopShortcut> shortcut;
+    std::shared_ptr<sayvo::testing::FakeKeystrokeConsent> keystrokeConsent;
 
     FakePermissions *permissions = nullptr;
     std::shared_ptr<sayvo::testing::FakePasteboard> pasteboard;

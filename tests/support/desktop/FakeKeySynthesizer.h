@@ -2,13 +2,15 @@
 
 #include "desktop/KeySynthesizer.h"
 
+#include <QStringList>
+
 #include <functional>
 #include <vector>
 
 namespace sayvo::testing {
 
-// Records every paste chord it was asked to post; `onPaste` runs at that moment (a target
-// reading the clipboard, another program writing it).
+// Records every paste chord it was asked to post and every text it was asked to type;
+// `onPaste` runs at each chord (a target reading the clipboard, another program writing it).
 class FakeKeySynthesizer : public KeySynthesizer
 {
 public:
@@ -21,6 +23,11 @@ public:
         return succeeds;
     }
     bool isAvailable() const override { return available; }
+    bool typeText(const QString &text) override
+    {
+        typed << text;
+        return succeeds;
+    }
     bool isAnyKeyHeld() override { return keyHeld; }
     bool mayPostEvents() override { return mayPost; }
 
@@ -33,6 +40,7 @@ public:
     bool keyHeld = false;
     std::function<void()> onPaste;
     std::vector<PasteShortcut> posted;
+    QStringList typed;
 };
 
 } // namespace sayvo::testing

@@ -27,6 +27,7 @@ public:
     bool setConcealedString(const QString &text) override;
     bool writeItems(const std::vector<PasteboardItem> &items) override;
     qint64 changeCount() override { return m_changeCount; }
+    bool isAvailable() const override { return available; }
     bool reportsServed() const override { return servedReports; }
 
     // The target application reading the clipboard.
@@ -44,6 +45,8 @@ public:
     QList<qint64> logTimesMs;
     QElapsedTimer clock;
     bool failSetString = false;
+    // False: a session that keeps the clipboard from Sayvo.
+    bool available = true;
     bool servedReports = false;
 
 private:

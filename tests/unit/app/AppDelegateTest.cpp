@@ -644,6 +644,7 @@ TEST_F(AppDelegateTest, TheSettingsWindowSaysWhatEachDesktopCapabilityCanDo)
     facts.kind = SessionKind::wayland;
     facts.desktopName = QStringLiteral("sway");
     facts.dataControl = true;
+    facts.virtualKeyboard = true;
     fakes.desktopPlan = DesktopPlan::choose(facts);
     launch();
     delegate->showSettings();
@@ -654,9 +655,83 @@ TEST_F(AppDelegateTest, TheSettingsWindowSaysWhatEachDesktopCapabilityCanDo)
     EXPECT_TRUE(lines[0].startsWith(QStringLiteral("Trigger key: ")));
     EXPECT_TRUE(lines[0].contains(
         QStringLiteral("bindsym --release Control_R exec sayvo trigger release")));
-    EXPECT_TRUE(lines[1].startsWith(QStringLiteral("Pasting: unavailable.")));
+    EXPECT_TRUE(lines[1].startsWith(QStringLiteral("Pasting: Pastes with Control-V")));
     EXPECT_TRUE(lines[2].startsWith(QStringLiteral("Clipboard: Puts the transcript")));
-    EXPECT_TRUE(lines[3].startsWith(QStringLiteral("Focused window: unavailable.")));
+    EXPECT_TRUE(lines[3].contains(QStringLiteral("through accessibility")));
     settings->selectTab(SettingsTab::permissions);
     EXPECT_TRUE(settings->desktopCapabilities()->isVisibleTo(settings));
+}
+
+DesktopPlan kdePlan()
+{
+    DesktopSessionFacts facts;
+    facts.kind = SessionKind::wayland;
+    facts.desktopName = QStringLiteral("KDE");
+    facts.dataControl = true;
+    return DesktopPlan::choose(facts);
+}
+
+TEST_F(AppDelegateTest, TheDesktopsShortcutIsAskedForWithTheTriggerKeyAndIsTheTriggerKey)
+{
+    fakes.desktopPlan = kdePlan();
+    launch();
+    ASSERT_TRUE(fakes.shortcut);
+    EXPECT_EQ(fakes.shortcut->requested, QStringList {QStringLiteral("F5")});
+    fakes.shortcut->handlers.onPress();
+    EXPECT_TRUE(delegate->hotkeyManager()->isKeyDown());
+    fakes.shortcut->handlers.onRelease();
+    EXPECT_FALSE(delegate->hotkeyManager()->isKeyDown());
+}
+
+TEST_F(AppDelegateTest, TheDesktopsAnswersReplaceTheCapabilityLinesInSettings)
+{
+    fakes.desktopPlan = kdePlan();
+    launch();
+    delegate->showSettings();
+    auto *settings = qobject_cast<SettingsWindow *>(delegate->settingsWindow());
+    ASSERT_TRUE(settings);
+    QStringList lines = settings->desktopCapabilities()->lines();
+    ASSERT_EQ(lines.size(), 5);
+    EXPECT_TRUE(lines[0].startsWith(QStringLiteral("Trigger key: Asking the desktop")));
+    EXPECT_TRUE(lines[1].startsWith(QStringLiteral("Pasting: Asking the desktop")));
+    EXPECT_TRUE(lines[3].startsWith(QStringLiteral("Focused window: Knows the application")));
+
+    fakes.shortcut->handlers.onStatus(
+        portalShortcutStatus(PortalState::granted, QStringLiteral("Meta+D"), {}, {}));
+    fakes.keystrokeConsent->handlers.onStatus(
+        portalKeystrokeStatus(PortalState::refused, QStringLiteral("declined")));
+    lines = settings->desktopCapabilities()->lines();
+    ASSERT_EQ(lines.size(), 5);
+    EXPECT_TRUE(lines[0].contains(QStringLiteral("(Meta+D) starts dictation")));
+    EXPECT_TRUE(lines[1].startsWith(QStringLiteral("Pasting: unavailable.")));
+    EXPECT_TRUE(lines[1].contains(QStringLiteral("Ask again")));
+
+    // The permissions area asks the desktop again from its button.
+    const auto buttons
+        = settings->desktopCapabilities()->findChildren<QPushButton *>(QStringLiteral("askAgain"));
+    ASSERT_EQ(buttons.size(), 1);
+    EXPECT_EQ(fakes.keystrokeConsent->askedAgain, 0);
+    buttons.first()->click();
+    EXPECT_TRUE(QTest::qWaitFor([this] { return fakes.keystrokeConsent->askedAgain == 1; }, 5000));
+    fakes.keystrokeConsent->handlers.onStatus(portalKeystrokeStatus(PortalState::granted, {}));
+    EXPECT_TRUE(settings->desktopCapabilities()
+                    ->findChildren<QPushButton *>(QStringLiteral("askAgain"))
+                    .isEmpty());
+}
+
+TEST_F(AppDelegateTest, TheKeystrokeTokenIsKeptForTheNextLaunchAndDroppedWhenItNoLongerHolds)
+{
+    fakes.desktopPlan = kdePlan();
+    launch();
+    EXPECT_EQ(fakes.keystrokeConsent->tokens, QStringList {QString()});
+    fakes.keystrokeConsent->handlers.onRestoreToken(QStringLiteral("granted-token"));
+    delegate.reset();
+
+    launch();
+    EXPECT_EQ(fakes.keystrokeConsent->tokens, QStringList {QStringLiteral("granted-token")});
+    fakes.keystrokeConsent->handlers.onRestoreToken(QString());
+    delegate.reset();
+
+    launch();
+    EXPECT_EQ(fakes.keystrokeConsent->tokens, QStringList {QString()});
 }

@@ -85,28 +85,66 @@ TEST(DesktopPlanTest, AWlrootsCompositorGetsItsProtocolsAndTheTriggerCommand)
     EXPECT_TRUE(binding.contains(QStringLiteral("sayvo trigger release")));
 }
 
-TEST(DesktopPlanTest, EveryMissingProtocolIsUnavailableWithOneLineOfAdvice)
+TEST(DesktopPlanTest, GnomeAndKdeAskTheirPortalsForTheTriggerAndTheKeystrokes)
 {
     DesktopSessionFacts facts;
     facts.kind = SessionKind::wayland;
     facts.desktopName = QStringLiteral("GNOME");
     const DesktopPlan plan = DesktopPlan::choose(facts);
     ASSERT_EQ(plan.capabilities.size(), 5u);
-    for (const DesktopCapability capability : {DesktopCapability::keystrokes,
-             DesktopCapability::clipboard, DesktopCapability::focusedWindow}) {
-        const DesktopCapabilityStatus &entry = status(plan, capability);
-        EXPECT_FALSE(entry.isAvailable()) << displayName(capability).toStdString();
-        EXPECT_FALSE(entry.works.isEmpty());
-        EXPECT_FALSE(entry.action.isEmpty());
-    }
-    // Pasting gone, text still goes in through accessibility.
-    EXPECT_TRUE(status(plan, DesktopCapability::keystrokes)
-                    .works.contains(QStringLiteral("accessibility")));
+    EXPECT_EQ(plan.adapter(DesktopCapability::trigger), DesktopAdapter::portal);
+    EXPECT_EQ(plan.adapter(DesktopCapability::keystrokes), DesktopAdapter::portal);
+    EXPECT_TRUE(
+        status(plan, DesktopCapability::trigger).works.startsWith(QStringLiteral("Asking")));
+    EXPECT_TRUE(
+        status(plan, DesktopCapability::keystrokes).works.startsWith(QStringLiteral("Asking")));
+    const DesktopCapabilityStatus &clipboard = status(plan, DesktopCapability::clipboard);
+    EXPECT_FALSE(clipboard.isAvailable());
+    EXPECT_FALSE(clipboard.action.isEmpty());
+    // The window in front comes from accessibility where no toplevel protocol says.
+    EXPECT_EQ(plan.adapter(DesktopCapability::focusedWindow), DesktopAdapter::atspi);
     EXPECT_EQ(plan.adapter(DesktopCapability::accessibility), DesktopAdapter::atspi);
-    // A desktop with its own shortcut settings gets the toggle advice.
-    EXPECT_EQ(plan.adapter(DesktopCapability::trigger), DesktopAdapter::triggerCommand);
-    EXPECT_TRUE(status(plan, DesktopCapability::trigger)
-                    .action.contains(QStringLiteral("sayvo trigger toggle")));
+}
+
+TEST(DesktopPlanTest, ARefusedShortcutFallsBackToTheTriggerCommandWithTheDesktopsAdvice)
+{
+    const DesktopCapabilityStatus refused = portalShortcutStatus(
+        PortalState::refused, {}, QStringLiteral("declined"), QStringLiteral("GNOME"));
+    EXPECT_EQ(refused.adapter, DesktopAdapter::triggerCommand);
+    EXPECT_TRUE(refused.works.contains(QStringLiteral("(declined)")));
+    EXPECT_TRUE(refused.action.contains(QStringLiteral("sayvo trigger toggle")));
+
+    const DesktopCapabilityStatus granted
+        = portalShortcutStatus(PortalState::granted, QStringLiteral("F5"), {}, {});
+    EXPECT_EQ(granted.adapter, DesktopAdapter::portal);
+    EXPECT_TRUE(granted.works.contains(QStringLiteral("(F5)")));
+    EXPECT_TRUE(portalShortcutStatus(PortalState::granted, {}, {}, {})
+                    .works.contains(QStringLiteral("no key yet")));
+}
+
+TEST(DesktopPlanTest, RefusedKeystrokesLeaveAccessibilityAndOfferToAskAgain)
+{
+    const DesktopCapabilityStatus refused
+        = portalKeystrokeStatus(PortalState::refused, QStringLiteral("declined"));
+    EXPECT_FALSE(refused.isAvailable());
+    EXPECT_TRUE(refused.works.contains(QStringLiteral("accessibility")));
+    EXPECT_TRUE(refused.action.contains(QStringLiteral("Ask again")));
+    EXPECT_TRUE(portalKeystrokeStatus(PortalState::granted, {}).isAvailable());
+}
+
+TEST(DesktopPlanTest, AnAnswerReplacesTheCapabilitysLineAndIsLogged)
+{
+    DesktopSessionFacts facts;
+    facts.kind = SessionKind::wayland;
+    facts.desktopName = QStringLiteral("KDE");
+    DesktopPlan plan = DesktopPlan::choose(facts);
+    plan.setStatus(portalShortcutStatus(PortalState::granted, QStringLiteral("Meta+D"), {}, {}));
+    ASSERT_EQ(plan.capabilities.size(), 5u);
+    EXPECT_TRUE(status(plan, DesktopCapability::trigger).works.contains(QStringLiteral("Meta+D")));
+    EXPECT_EQ(plan.logLines()
+                  .filter(QStringLiteral("trigger key: desktop portal (GlobalShortcuts)"))
+                  .size(),
+        1);
 }
 
 TEST(DesktopPlanTest, HyprlandGetsItsOwnBindingSyntax)
@@ -128,7 +166,7 @@ TEST(DesktopPlanTest, TheLogNamesEachCapabilitysAdapterOnce)
 
     DesktopSessionFacts bare;
     bare.kind = SessionKind::wayland;
-    EXPECT_EQ(DesktopPlan::choose(bare).logLines().filter(QStringLiteral("unavailable")).size(), 3);
+    EXPECT_EQ(DesktopPlan::choose(bare).logLines().filter(QStringLiteral("unavailable")).size(), 1);
 }
 
 TEST(DesktopPlanTest, WithoutASessionNothingIsAvailable)

@@ -403,6 +403,85 @@ TEST_F(TextInserterTest, WithoutKeystrokesEvenPasteInsertionWritesThroughAccessi
     EXPECT_TRUE(m_keys->posted.empty());
 }
 
+TEST_F(TextInserterTest, WithoutAClipboardTheTextGoesInThroughAccessibilityAndIsNeverPasted)
+{
+    m_pasteboard->available = false;
+    auto field = std::make_shared<FakeAccessibleElement>(QStringLiteral("field"));
+    field->text = QString();
+    field->writable = {QStringLiteral("AXSelectedText")};
+    m_accessibility->focusSystemWide(field);
+
+    EXPECT_EQ(*insert(QStringLiteral("straight in"), InsertionMethod::paste), true);
+    EXPECT_EQ(field->text, QStringLiteral("straight in"));
+    EXPECT_TRUE(m_keys->posted.empty());
+    EXPECT_TRUE(m_keys->typed.isEmpty());
+    EXPECT_TRUE(m_pasteboard->log.isEmpty());
+}
+
+TEST_F(TextInserterTest, WithoutAClipboardARefusedAccessibilityWriteIsTyped)
+{
+    m_pasteboard->available = false;
+    m_accessibility->focusSystemWide(std::make_shared<FakeAccessibleElement>());
+
+    EXPECT_EQ(*insert(QStringLiteral("typed über"), InsertionMethod::axDirect), true);
+    EXPECT_EQ(m_keys->typed, QStringList {QStringLiteral("typed über")});
+    EXPECT_TRUE(m_keys->posted.empty());
+    EXPECT_TRUE(m_pasteboard->log.isEmpty());
+    EXPECT_FALSE(m_inserter.isRestorePending());
+
+    m_keys->available = false;
+    EXPECT_EQ(*insert(QStringLiteral("nowhere"), InsertionMethod::paste), false);
+    EXPECT_EQ(m_keys->typed.size(), 1);
+}
+
+TEST_F(TextInserterTest, WithoutAClipboardTypingWaitsForHeldKeysWithoutBlocking)
+{
+    m_pasteboard->available = false;
+    m_keys->keyHeld = true;
+    const auto result = insert(QStringLiteral("after the trigger"), InsertionMethod::paste);
+    // Back at once, nothing typed while a modifier could turn the characters into shortcuts.
+    EXPECT_FALSE(result->has_value());
+    bool eventLoopRan = false;
+    QTimer::singleShot(30, [&] { eventLoopRan = true; });
+    ASSERT_TRUE(QTest::qWaitFor([&] { return eventLoopRan; }, 5000));
+    EXPECT_TRUE(m_keys->typed.isEmpty());
+
+    m_keys->keyHeld = false;
+    ASSERT_TRUE(QTest::qWaitFor([&] { return result->has_value(); }, 5000));
+    EXPECT_EQ(**result, true);
+    EXPECT_EQ(m_keys->typed, QStringList {QStringLiteral("after the trigger")});
+}
+
+TEST_F(TextInserterTest, WithoutAClipboardTextsAreTypedInTheOrderTheyCame)
+{
+    m_pasteboard->available = false;
+    m_keys->keyHeld = true;
+    const auto first = insert(QStringLiteral("first"), InsertionMethod::paste);
+    const auto second = insert(QStringLiteral("second"), InsertionMethod::paste);
+    m_keys->keyHeld = false;
+    ASSERT_TRUE(QTest::qWaitFor([&] { return second->has_value(); }, 5000));
+    EXPECT_EQ(*first, true);
+    EXPECT_EQ(*second, true);
+    EXPECT_EQ(m_keys->typed, (QStringList {QStringLiteral("first"), QStringLiteral("second")}));
+}
+
+TEST_F(TextInserterTest, WithoutAClipboardOrLeaveToPostKeysNothingIsTyped)
+{
+    m_pasteboard->available = false;
+    m_keys->mayPost = false;
+    EXPECT_EQ(*insert(QStringLiteral("dictated"), InsertionMethod::paste), false);
+    EXPECT_TRUE(m_keys->typed.isEmpty());
+    EXPECT_FALSE(m_inserter.isRestorePending());
+}
+
+TEST_F(TextInserterTest, WithoutAClipboardAFailedTypingIsAFailure)
+{
+    m_pasteboard->available = false;
+    m_keys->succeeds = false;
+    EXPECT_EQ(*insert(QStringLiteral("too long to type"), InsertionMethod::paste), false);
+    EXPECT_FALSE(m_inserter.isRestorePending());
+}
+
 TEST_F(TextInserterTest, WhenBothWaysFailInsertionFails)
 {
     m_keys->succeeds = false;

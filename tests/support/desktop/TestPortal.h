@@ -1,0 +1,46 @@
+#pragma once
+
+#include "support/desktop/DesktopSession.h"
+
+#include <QJsonArray>
+#include <QString>
+
+namespace sayvo::testing {
+
+// The desktop portal as an application meets it on GNOME or KDE, on a DesktopSession's bus:
+// Debian's real xdg-desktop-portal frontend, with a backend of the project's own standing in
+// for the desktop's side (test_portal.py: GlobalShortcuts and RemoteDesktop, no dialogs,
+// every call recorded, the desktop's signals emitted on request). The frontend finds the
+// backend through a .portal file in the folder XDG_DESKTOP_PORTAL_DIR names, used for the
+// desktop named in its XDG_CURRENT_DESKTOP. Both stop with the session.
+class TestPortal
+{
+public:
+    static constexpr const char *kDesktopName = "sayvotest";
+
+    explicit TestPortal(DesktopSession &session);
+
+    bool isReady() const { return m_failure.isEmpty(); }
+    QString failure() const { return m_failure; }
+
+    // Every call the backend received so far, [method, {arguments}] each; the methods are
+    // named "GlobalShortcuts.BindShortcuts", "RemoteDesktop.NotifyKeyboardKeysym", ...
+    QJsonArray calls();
+    // The arguments of each call of one method, in order.
+    QJsonArray callsOf(const QString &method);
+    // "grant", "decline", "decline-once", "cancel", "error" or "hang" for later calls of a
+    // method ("RemoteDesktop.Start", ...).
+    bool setAnswer(const QString &method, const QString &how);
+    // Activated / Deactivated for a shortcut id, or ShortcutsChanged with a new trigger
+    // description, on the newest GlobalShortcuts session, or on a session path given here.
+    bool emitSignal(const QString &signal, const QString &argument);
+    bool emitSignalFor(const QString &signal, const QString &sessionPath, const QString &argument);
+
+private:
+    bool control(const QString &method, const QVariantList &arguments, QVariant *answer = nullptr);
+
+    DesktopSession &m_session;
+    QString m_failure;
+};
+
+} // namespace sayvo::testing
