@@ -199,7 +199,15 @@ bool DictationDesk::launchSayvo(int timeoutMs)
     if (!startSayvo()) {
         return false;
     }
-    return waitForLog(QRegularExpression(QStringLiteral("connected: server=.* mock=")), timeoutMs);
+    if (!waitForLog(QRegularExpression(QStringLiteral("connected: server=.* mock=")), timeoutMs)) {
+        return false;
+    }
+    // With no tray host on this desktop the settings window opens at launch and takes the
+    // focus; a user clicks back into the field they type in before dictating.
+    if (countLog(QRegularExpression(QStringLiteral("no system tray"))) > 0) {
+        return m_editor->activate();
+    }
+    return true;
 }
 
 bool DictationDesk::startSayvo()
