@@ -4,11 +4,7 @@ namespace sayvo {
 
 TrayAvailability::TrayAvailability(Probe probe, QObject *parent)
     : QObject(parent), m_probe(std::move(probe)), m_available(m_probe())
-{
-    m_recheck.setInterval(kRecheckIntervalMs);
-    connect(&m_recheck, &QTimer::timeout, this, &TrayAvailability::recheck);
-    followAvailability();
-}
+{ }
 
 void TrayAvailability::recheck()
 {
@@ -17,17 +13,7 @@ void TrayAvailability::recheck()
         return;
     }
     m_available = available;
-    followAvailability();
     emit availabilityChanged(m_available);
-}
-
-void TrayAvailability::followAvailability()
-{
-    if (m_available) {
-        m_recheck.stop();
-    } else {
-        m_recheck.start();
-    }
 }
 
 } // namespace sayvo

@@ -107,4 +107,20 @@ TEST(TrayEndToEnd, OnALightPanelTheIconIsDarkAndRightClickOpensTheMenu)
     checkTray(QStringLiteral("light-panel"), QStringLiteral("0xf0f0f0"), false);
 }
 
+// A panel started after Sayvo is noticed from the X server's own news of the tray selection's
+// new owner, with no asking again in between.
+TEST(TrayEndToEnd, APanelStartedLaterIsNoticed)
+{
+    DictationDesk desk({});
+    ASSERT_TRUE(desk.isReady()) << desk.failure().toStdString();
+    ASSERT_TRUE(desk.launchSayvo()) << desk.log().join('\n').toStdString();
+    ASSERT_TRUE(desk.waitForLog(QRegularExpression(QStringLiteral("no system tray")), 0));
+    desk.desktop().start(QStringLiteral("trayer"),
+        {QStringLiteral("--edge"), QStringLiteral("top"), QStringLiteral("--SetDockType"),
+            QStringLiteral("true")});
+    EXPECT_TRUE(
+        desk.waitForLog(QRegularExpression(QStringLiteral("system tray: available")), 20000))
+        << desk.log().join('\n').toStdString();
+}
+
 } // namespace
