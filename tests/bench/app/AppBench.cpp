@@ -44,19 +44,8 @@ struct Rig
     {
         engine.listen();
         engine.setRecording(false);
-        engine.setOnText([this](const QByteArray &text, int) {
-            const auto decoded = decodeOutbound(text.toStdString());
-            if (decoded && std::holds_alternative<UtteranceEndMessage>(decoded.value())) {
-                FinalMessage final;
-                final.utteranceId = std::get<UtteranceEndMessage>(decoded.value()).utteranceId;
-                final.rawText = final.formattedText = "Benchmark text.";
-                final.domain = "default";
-                final.domainSource = "context";
-                final.guardrail.applied = true;
-                final.stats = Stats {0.4, 2, 300.0, 0.2, 0.1, 0, 0.0};
-                engine.sendText(QByteArray::fromStdString(encode(final)));
-            }
-        });
+        engine.answerEveryEndWith(
+            QStringLiteral("Benchmark text."), Stats {0.4, 2, 300.0, 0.2, 0.1, 0, 0.0});
         preferences.setValue(SettingsStore::kEndpointURLKey, engine.url().toString());
         sandbox.writePayload(QStringLiteral("run_engine_stays.sh"));
         sandbox.provision(QStringLiteral("1.0.0"));

@@ -63,19 +63,7 @@ void BM_TriggerToFirstConvertedBuffer(benchmark::State &state)
     test::TestEngine engine;
     engine.listen();
     engine.setRecording(false);
-    engine.setOnText([&engine](const QByteArray &text, int) {
-        const auto decoded = decodeOutbound(text.toStdString());
-        if (decoded && std::holds_alternative<UtteranceEndMessage>(decoded.value())) {
-            FinalMessage final;
-            final.utteranceId = std::get<UtteranceEndMessage>(decoded.value()).utteranceId;
-            final.rawText = final.formattedText = "Bench.";
-            final.domain = "default";
-            final.domainSource = "context";
-            final.guardrail.applied = true;
-            final.stats = Stats {0.4, 1, 300.0, 0.2, 0.1, 0, 0.0};
-            engine.sendText(QByteArray::fromStdString(encode(final)));
-        }
-    });
+    engine.answerEveryEndWith(QStringLiteral("Bench."), Stats {0.4, 1, 300.0, 0.2, 0.1, 0, 0.0});
     FakePreferenceStore preferences;
     preferences.setValue(SettingsStore::kEndpointURLKey, engine.url().toString());
     preferences.setValue(SettingsStore::kHotkeyTriggerKey, QStringLiteral("f5"));

@@ -113,22 +113,7 @@ bool DictationDesk::startScriptedEngine()
         return false;
     }
     m_port = m_engine->port();
-    const QString text = *m_options.scriptedFinal;
-    TestEngine *engine = m_engine.get();
-    m_engine->setOnText([engine, text](const QByteArray &frame, int) {
-        const auto decoded = decodeOutbound(frame.toStdString());
-        if (!decoded || !std::holds_alternative<UtteranceEndMessage>(decoded.value())) {
-            return;
-        }
-        FinalMessage final;
-        final.utteranceId = std::get<UtteranceEndMessage>(decoded.value()).utteranceId;
-        final.rawText = final.formattedText = text.toStdString();
-        final.domain = "default";
-        final.domainSource = "context";
-        final.guardrail.applied = true;
-        final.stats = Stats {1.0, 8, 300.0, 0.2, 0.1, 0, 0.0};
-        engine->sendText(QByteArray::fromStdString(encode(final)));
-    });
+    m_engine->answerEveryEndWith(*m_options.scriptedFinal, Stats {1.0, 8, 300.0, 0.2, 0.1, 0, 0.0});
     return true;
 }
 

@@ -98,6 +98,24 @@ int TestEngine::openConnectionCount() const
     return open;
 }
 
+void TestEngine::answerEveryEndWith(const QString &text, const Stats &stats)
+{
+    setOnText([this, text = text.toStdString(), stats](const QByteArray &frame, int) {
+        const auto decoded = decodeOutbound(frame.toStdString());
+        if (!decoded || !std::holds_alternative<UtteranceEndMessage>(decoded.value())) {
+            return;
+        }
+        FinalMessage final;
+        final.utteranceId = std::get<UtteranceEndMessage>(decoded.value()).utteranceId;
+        final.rawText = final.formattedText = text;
+        final.domain = "default";
+        final.domainSource = "context";
+        final.guardrail.applied = true;
+        final.stats = stats;
+        sendText(QByteArray::fromStdString(encode(final)));
+    });
+}
+
 void TestEngine::sendText(const QByteArray &text)
 {
     for (auto it = m_sockets.rbegin(); it != m_sockets.rend(); ++it) {

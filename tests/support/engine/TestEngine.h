@@ -60,6 +60,9 @@ public:
     }
 
     void sendText(const QByteArray &text); // to the newest open connection
+    // Answers every utterance.end with a final whose text is `text`, as an engine that
+    // recognised it would; replaces the text handler.
+    void answerEveryEndWith(const QString &text, const Stats &stats);
     void sendBinary(const QByteArray &bytes);
     void dropConnection(); // abort the newest connection, no close frame
 
