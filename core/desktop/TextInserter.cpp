@@ -4,6 +4,8 @@
 
 #include <QHash>
 
+#include <algorithm>
+
 namespace sayvo {
 
 PasteShortcut pasteShortcutFor(const QString &bundleId)
@@ -80,6 +82,7 @@ TextInserter::TextInserter(std::shared_ptr<Pasteboard> pasteboard,
         board->setOnServed([this, served] {
             if (m_current && m_current->pasteboard.get() == served) {
                 m_current->served = true;
+                m_current->sinceServed.start();
                 considerRestore();
             }
         });
@@ -239,7 +242,7 @@ void TextInserter::sendPaste()
         startNextPaste();
         return;
     }
-    m_current = Holding {paste.pasteboard, std::move(snapshot), countAfterWrite, {}, false, false};
+    m_current = Holding {paste.pasteboard, std::move(snapshot), countAfterWrite, {}, {}, false, false};
     m_current->sinceChord.start();
     considerRestore();
     paste.done(true);
@@ -265,10 +268,16 @@ void TextInserter::considerRestore()
         return;
     }
     const qint64 elapsedMs = holding.sinceChord.elapsed();
-    const bool read = holding.served || !holding.pasteboard->reportsServed();
-    if (!(read && elapsedMs >= kRestoreDelayMs) && elapsedMs < kLongestHoldMs) {
-        const qint64 nextMs = elapsedMs < kRestoreDelayMs ? kRestoreDelayMs : kLongestHoldMs;
-        m_restoreCheck.start(int(nextMs - elapsedMs));
+    // When, counted from the chord, the clipboard may change again.
+    qint64 readyAtMs = kLongestHoldMs;
+    if (!holding.pasteboard->reportsServed()) {
+        readyAtMs = kRestoreDelayMs;
+    } else if (holding.served) {
+        const qint64 servedAtMs = elapsedMs - holding.sinceServed.elapsed();
+        readyAtMs = std::max<qint64>(kRestoreDelayMs, servedAtMs + kReadSettleMs);
+    }
+    if (elapsedMs < readyAtMs) {
+        m_restoreCheck.start(int(readyAtMs - elapsedMs));
         return;
     }
     m_restoreCheck.stop();

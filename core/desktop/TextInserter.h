@@ -26,9 +26,9 @@ namespace sayvo {
 //
 // A paste waits, without blocking, until no key is held; then it saves the clipboard, puts
 // the text on it in one write, sends the paste chord and reports. The saved clipboard comes
-// back once the target has read the text (as the clipboard reports it), but never before
-// kRestoreDelayMs and never later than kLongestHoldMs, unless someone else wrote the
-// clipboard meanwhile. Pastes run one after another: the next one's text goes on the
+// back once the target has read the text (as the clipboard reports it) and had kReadSettleMs to
+// take it in, but never before kRestoreDelayMs and, unread, never later than kLongestHoldMs,
+// unless someone else wrote the clipboard meanwhile. Pastes run one after another: the next one's text goes on the
 // clipboard only after the previous one was read. Typed text waits for the keyboard and its
 // turn in the same way, so a held modifier does not turn its characters into shortcuts.
 class TextInserter : public QObject
@@ -43,6 +43,9 @@ public:
     static constexpr int kRestoreDelayMs = 140;
     // A target that has not read the text by then (a busy machine) is not waited for longer.
     static constexpr int kLongestHoldMs = 1000;
+    // A toolkit handles the data it read a few turns of its event loop later, and drops it if
+    // the clipboard changes before then (GTK 3 on Wayland does); each read gets this long.
+    static constexpr int kReadSettleMs = 150;
     // How long a paste waits for held keys to be released, and how often it looks.
     static constexpr int kLongestKeyWaitMs = 1500;
     static constexpr int kKeyPollMs = 10;
@@ -86,6 +89,8 @@ private:
         PasteboardSnapshot snapshot;
         qint64 changeCountAfterWrite = 0;
         QElapsedTimer sinceChord;
+        // Since the latest read; valid once served.
+        QElapsedTimer sinceServed;
         bool served = false;
         // Read (or waited for long enough), but kept for the next paste, which takes over the
         // saved clipboard instead of restoring and saving it again.

@@ -18,6 +18,7 @@
 #include <fcntl.h>
 #include <functional>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace sayvo {
@@ -52,12 +53,15 @@ ssize_t writeWithoutSigpipe(int fd, const char *data, size_t size)
 }
 
 // Hands one type's data to the reader through the pipe it sent, without blocking the main
-// thread on a slow reader. Closes the pipe and deletes itself when the data is written (then
-// runs `written`), the reader went away, or after kWriteTimeoutMs.
+// thread on a slow reader. Closes the pipe and deletes itself when the reader has taken all
+// of the data out of the pipe (then runs `written`), the reader went away, or after
+// kWriteTimeoutMs. Data merely written into the pipe's buffer is not read yet: a reader that
+// was stopped or busy still has it to come.
 class PipeWriter : public QObject
 {
 public:
     static constexpr int kWriteTimeoutMs = 5000;
+    static constexpr int kDrainPollMs = 5;
 
     PipeWriter(int fd, QByteArray data, std::function<void()> written, QObject *parent)
         : QObject(parent), m_fd(fd), m_data(std::move(data)), m_onWritten(std::move(written))
@@ -85,9 +89,39 @@ private:
                 break;
             }
         }
-        const bool whole = m_written == m_data.size();
+        if (m_written < m_data.size()) {
+            finish();
+            return;
+        }
+        // All of it is in the pipe; the reader sees the end once it has emptied the pipe and
+        // this end closes. No event says when a pipe became empty, so it is looked at.
+        m_notifier->setEnabled(false);
+        if (!m_drainPoll) {
+            m_drainPoll = new QTimer(this);
+            connect(m_drainPoll, &QTimer::timeout, this, &PipeWriter::closeOnceDrained);
+            m_drainPoll->start(kDrainPollMs);
+        }
+        closeOnceDrained();
+    }
+
+    void closeOnceDrained()
+    {
+        if (m_fd < 0) {
+            return;
+        }
+        // A reader that closed its end without emptying the pipe read nothing.
+        pollfd state {m_fd, POLLOUT, 0};
+        if (::poll(&state, 1, 0) > 0 && (state.revents & POLLERR) != 0) {
+            finish();
+            return;
+        }
+        int unread = 0;
+        // Not a pipe (a file the reader passed) counts as taken at once.
+        if (::ioctl(m_fd, FIONREAD, &unread) == 0 && unread > 0) {
+            return;
+        }
         finish();
-        if (whole && m_onWritten) {
+        if (m_onWritten) {
             m_onWritten();
         }
     }
@@ -97,6 +131,9 @@ private:
     void finish()
     {
         m_notifier->setEnabled(false);
+        if (m_drainPoll) {
+            m_drainPoll->stop();
+        }
         closePipe();
         deleteLater();
     }
@@ -114,6 +151,7 @@ private:
     std::function<void()> m_onWritten;
     qsizetype m_written = 0;
     QSocketNotifier *m_notifier = nullptr;
+    QTimer *m_drainPoll = nullptr;
 };
 
 // The two protocols have the same requests and events under different names: one traits

@@ -10,6 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
 using namespace sayvo;
 using namespace sayvo::testing;
 
@@ -170,7 +173,31 @@ TEST_F(TextInserterTest, TheTranscriptStaysUntilTheTargetHasReadIt)
     const qint64 readAtMs = m_pasteboard->clock.elapsed();
     m_pasteboard->serveToTarget();
     ASSERT_TRUE(waitForRestore());
-    EXPECT_GE(m_pasteboard->lastTimeMs(QStringLiteral("writeItems")), readAtMs);
+    // The target gets time to take the text in after its read.
+    EXPECT_GE(m_pasteboard->lastTimeMs(QStringLiteral("writeItems")),
+        readAtMs + TextInserter::kReadSettleMs);
+    EXPECT_EQ(
+        m_pasteboard->contents, (std::vector<PasteboardItem> {item({{"text/plain", "old"}})}));
+}
+
+TEST_F(TextInserterTest, EveryReadGetsItsTimeBeforeTheClipboardChanges)
+{
+    m_pasteboard->servedReports = true;
+    m_pasteboard->preload({item({{"text/plain", "old"}})});
+    EXPECT_TRUE(paste(QStringLiteral("dictated")));
+    // Sleeping without the event loop keeps every timer from firing, however late this
+    // thread gets the processor back.
+    std::this_thread::sleep_for(std::chrono::milliseconds(TextInserter::kRestoreDelayMs));
+    m_pasteboard->serveToTarget();
+    // A second reader (or the target asking for another type) comes before the first read's
+    // time is up.
+    std::this_thread::sleep_for(std::chrono::milliseconds(TextInserter::kReadSettleMs / 2));
+    ASSERT_TRUE(m_inserter.isRestorePending());
+    const qint64 secondReadAtMs = m_pasteboard->clock.elapsed();
+    m_pasteboard->serveToTarget();
+    ASSERT_TRUE(waitForRestore());
+    EXPECT_GE(m_pasteboard->lastTimeMs(QStringLiteral("writeItems")),
+        secondReadAtMs + TextInserter::kReadSettleMs);
     EXPECT_EQ(
         m_pasteboard->contents, (std::vector<PasteboardItem> {item({{"text/plain", "old"}})}));
 }
