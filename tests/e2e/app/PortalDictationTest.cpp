@@ -139,6 +139,10 @@ TEST(PortalDictation, AFieldThatRefusesAccessibilityGetsTheTextTypedAndTheClipbo
     // Accessibility left the field as it was, and nothing went through the clipboard.
     EXPECT_EQ(desk->editor().text(), QStringLiteral("Note: "));
     EXPECT_EQ(clipboard(*desk), kUsersClipboard);
+    // Typed key by key, the text still stays out of the log.
+    for (const QString &line : desk->log()) {
+        EXPECT_FALSE(line.contains(QStringLiteral("café"))) << line.toStdString();
+    }
 }
 
 } // namespace
