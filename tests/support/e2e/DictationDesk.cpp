@@ -123,6 +123,20 @@ DictationDesk::~DictationDesk()
     m_desktop.reset();
 }
 
+std::unique_ptr<DictationDesk> DictationDesk::launched(Options options, QString &failure)
+{
+    auto desk = std::make_unique<DictationDesk>(std::move(options));
+    if (!desk->isReady()) {
+        failure = desk->failure();
+        return nullptr;
+    }
+    if (!desk->launchSayvo()) {
+        failure = desk->log().join(QLatin1Char('\n'));
+        return nullptr;
+    }
+    return desk;
+}
+
 bool DictationDesk::startScriptedEngine()
 {
     m_engine = std::make_unique<TestEngine>();

@@ -58,6 +58,9 @@ public:
 
     explicit DictationDesk(Options options, std::optional<Installation> installation = {});
     ~DictationDesk();
+    // A desk with Sayvo launched on it and connected to its engine; null when the desk or
+    // Sayvo did not come up, with why in `failure` (the desk's failure or Sayvo's log).
+    static std::unique_ptr<DictationDesk> launched(Options options, QString &failure);
 
     bool isReady() const { return m_failure.isEmpty(); }
     QString failure() const { return m_failure; }
