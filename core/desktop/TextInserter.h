@@ -28,9 +28,10 @@ namespace sayvo {
 // the text on it in one write, sends the paste chord and reports. The saved clipboard comes
 // back once the target has read the text (as the clipboard reports it) and had kReadSettleMs to
 // take it in, but never before kRestoreDelayMs and, unread, never later than kLongestHoldMs,
-// unless someone else wrote the clipboard meanwhile. Pastes run one after another: the next one's text goes on the
-// clipboard only after the previous one was read. Typed text waits for the keyboard and its
-// turn in the same way, so a held modifier does not turn its characters into shortcuts.
+// unless someone else wrote the clipboard meanwhile. Pastes run one after another: the next one's
+// text goes on the clipboard only after the previous one was read. Typed text waits for the
+// keyboard and its turn in the same way, so a held modifier does not turn its characters into
+// shortcuts.
 class TextInserter : public QObject
 {
     Q_OBJECT
@@ -44,7 +45,9 @@ public:
     // A target that has not read the text by then (a busy machine) is not waited for longer.
     static constexpr int kLongestHoldMs = 1000;
     // A toolkit handles the data it read a few turns of its event loop later, and drops it if
-    // the clipboard changes before then (GTK 3 on Wayland does); each read gets this long.
+    // the clipboard changes before then (GTK 3 on Wayland does); each read gets this long,
+    // though reads that keep coming (a clipboard manager) hold the text no longer than
+    // kLongestHoldMs, or the first read's time if that ends later.
     static constexpr int kReadSettleMs = 150;
     // How long a paste waits for held keys to be released, and how often it looks.
     static constexpr int kLongestKeyWaitMs = 1500;
@@ -89,8 +92,9 @@ private:
         PasteboardSnapshot snapshot;
         qint64 changeCountAfterWrite = 0;
         QElapsedTimer sinceChord;
-        // Since the latest read; valid once served.
-        QElapsedTimer sinceServed;
+        // The first and the latest read, counted from the chord; valid once served.
+        qint64 firstServedAtMs = 0;
+        qint64 lastServedAtMs = 0;
         bool served = false;
         // Read (or waited for long enough), but kept for the next paste, which takes over the
         // saved clipboard instead of restoring and saving it again.
