@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <optional>
+#include <utility>
 
 namespace sayvo {
 
@@ -29,7 +30,25 @@ public:
     virtual std::optional<FrontApplication> frontmostApplication() = 0;
     // Runs the handler whenever another window comes to the front, where the platform
     // announces it; X11 and macOS adapters never call it.
-    virtual void setOnActivation(std::function<void()> /*handler*/) { }
+    void setOnActivation(std::function<void()> handler)
+    {
+        m_onActivation = std::move(handler);
+        watchActivations();
+    }
+
+protected:
+    // Called once a handler is set: an adapter told of activations only on request asks here.
+    virtual void watchActivations() { }
+    // Another window came to the front.
+    void announceActivation() const
+    {
+        if (m_onActivation) {
+            m_onActivation();
+        }
+    }
+
+private:
+    std::function<void()> m_onActivation;
 };
 
 // The application in front in a session that does not say which one it is.

@@ -16,9 +16,8 @@ std::optional<FrontApplication> WorkspaceAtSpi::frontmostApplication()
     return m_accessibility->activeApplication();
 }
 
-void WorkspaceAtSpi::setOnActivation(std::function<void()> handler)
+void WorkspaceAtSpi::watchActivations()
 {
-    m_onActivation = std::move(handler);
     std::optional<QDBusConnection> bus = m_accessibility->bus();
     if (!bus) {
         return;
@@ -35,9 +34,7 @@ void WorkspaceAtSpi::setOnActivation(std::function<void()> handler)
 
 void WorkspaceAtSpi::onWindowActivated()
 {
-    if (m_onActivation) {
-        m_onActivation();
-    }
+    announceActivation();
 }
 
 } // namespace sayvo

@@ -22,14 +22,15 @@ public:
     explicit WorkspaceAtSpi(std::shared_ptr<AccessibilityProviderAtSpi> accessibility);
 
     std::optional<FrontApplication> frontmostApplication() override;
-    void setOnActivation(std::function<void()> handler) override;
+
+protected:
+    void watchActivations() override;
 
 private Q_SLOTS:
     void onWindowActivated();
 
 private:
     std::shared_ptr<AccessibilityProviderAtSpi> m_accessibility;
-    std::function<void()> m_onActivation;
 };
 
 } // namespace sayvo

@@ -98,11 +98,6 @@ bool WorkspaceWayland::isAvailable() const
     return m_manager && !m_finished && !m_connection->isLost();
 }
 
-void WorkspaceWayland::setOnActivation(std::function<void()> handler)
-{
-    m_onActivation = std::move(handler);
-}
-
 void WorkspaceWayland::handleDone(void *handle)
 {
     Toplevel &toplevel = m_toplevels[handle];
@@ -110,9 +105,8 @@ void WorkspaceWayland::handleDone(void *handle)
     if (toplevel.activated && m_active != handle) {
         m_active = handle;
         // Posted, so the handler's own questions are not asked from inside the dispatch.
-        if (m_onActivation) {
-            QMetaObject::invokeMethod(m_connection.get(), m_onActivation, Qt::QueuedConnection);
-        }
+        QMetaObject::invokeMethod(
+            m_connection.get(), [this] { announceActivation(); }, Qt::QueuedConnection);
     } else if (!toplevel.activated && m_active == handle) {
         m_active = nullptr;
     }

@@ -22,7 +22,6 @@ public:
     bool isAvailable() const;
 
     std::optional<FrontApplication> frontmostApplication() override;
-    void setOnActivation(std::function<void()> handler) override;
 
     // Called by the protocol's listeners, defined with the adapter.
     struct Listeners;
@@ -44,7 +43,6 @@ private:
     void *m_manager = nullptr;
     std::map<void *, Toplevel> m_toplevels;
     void *m_active = nullptr;
-    std::function<void()> m_onActivation;
     bool m_finished = false;
 };
 

@@ -45,14 +45,10 @@ QByteArray speech()
 
 std::unique_ptr<DictationDesk> launchDesk(DictationDesk::Options options)
 {
-    auto desk = std::make_unique<DictationDesk>(std::move(options));
-    EXPECT_TRUE(desk->isReady()) << desk->failure().toStdString();
-    if (!desk->isReady()) {
-        return nullptr;
-    }
-    const bool launched = desk->launchSayvo();
-    EXPECT_TRUE(launched) << desk->log().join('\n').toStdString();
-    return launched ? std::move(desk) : nullptr;
+    QString failure;
+    auto desk = DictationDesk::launched(std::move(options), failure);
+    EXPECT_TRUE(desk) << failure.toStdString();
+    return desk;
 }
 
 double wordErrorRate(const QString &reference, const QString &hypothesis)

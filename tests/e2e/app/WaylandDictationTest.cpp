@@ -28,14 +28,10 @@ std::unique_ptr<DictationDesk> launchDesk(DictationDesk::Options options)
 {
     options.wayland = true;
     options.editorTitle = kTitle;
-    auto desk = std::make_unique<DictationDesk>(std::move(options));
-    EXPECT_TRUE(desk->isReady()) << desk->failure().toStdString();
-    if (!desk->isReady()) {
-        return nullptr;
-    }
-    const bool launched = desk->launchSayvo();
-    EXPECT_TRUE(launched) << desk->log().join('\n').toStdString();
-    return launched ? std::move(desk) : nullptr;
+    QString failure;
+    auto desk = DictationDesk::launched(std::move(options), failure);
+    EXPECT_TRUE(desk) << failure.toStdString();
+    return desk;
 }
 
 // The text frames of one type the engine received, decoded.

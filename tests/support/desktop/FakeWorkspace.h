@@ -19,19 +19,12 @@ public:
         }
         return front;
     }
-    void setOnActivation(std::function<void()> handler) override
-    {
-        onActivation = std::move(handler);
-    }
     void activate(FrontApplication application)
     {
         front = std::move(application);
-        if (onActivation) {
-            onActivation();
-        }
+        announceActivation();
     }
 
-    std::function<void()> onActivation;
     std::optional<FrontApplication> front;
     int queryCount = 0;
     // Runs inside each question, as the time a slow desktop takes to answer.

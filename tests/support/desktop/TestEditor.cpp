@@ -130,6 +130,12 @@ void TestEditor::copy(const QString &text)
     command({{QStringLiteral("cmd"), QStringLiteral("copy")}, {QStringLiteral("text"), text}});
 }
 
+void TestEditor::setReadOnly(bool readOnly)
+{
+    command(
+        {{QStringLiteral("cmd"), QStringLiteral("readonly")}, {QStringLiteral("value"), readOnly}});
+}
+
 void TestEditor::setText(const QString &text, int selectionStart, int selectionEnd)
 {
     command({{QStringLiteral("cmd"), QStringLiteral("set")}, {QStringLiteral("text"), text},

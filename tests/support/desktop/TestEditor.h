@@ -50,6 +50,8 @@ public:
     bool waitForText(const QString &text, int timeoutMs = 5000);
     // Puts text on the clipboard through GTK.
     void copy(const QString &text);
+    // A read-only field shows its text but takes none, from the keyboard or accessibility.
+    void setReadOnly(bool readOnly);
     // Makes the window the active one again.
     bool activate();
 

@@ -4,6 +4,7 @@ It answers JSON commands on standard input, one per line, with one JSON line eac
   {"cmd": "get"}                              -> {"text": ..., "selection": [start, end], "keys": [...]}
   {"cmd": "set", "text": ..., "select": [a, b]} -> {"ok": true}
   {"cmd": "copy", "text": ...}                -> {"ok": true}  (puts text on the clipboard)
+  {"cmd": "readonly", "value": true}          -> {"ok": true}  (the field takes no more text)
   {"cmd": "shown"}                            -> {"shown": [[ns, length], ...]}
 "keys" lists every key press and release the window received, e.g. "press:F5".
 "shown" lists, for every change of the field's text, when the field was first drawn with it
@@ -92,6 +93,9 @@ def on_command(source, _condition):
         reply({"shown": shown})
     elif name == "copy":
         Gtk.Clipboard.get(Gdk.SELECTION_CLIPBOARD).set_text(command["text"], -1)
+        reply({"ok": True})
+    elif name == "readonly":
+        entry.set_editable(not command["value"])
         reply({"ok": True})
     else:
         reply({"error": "unknown command"})

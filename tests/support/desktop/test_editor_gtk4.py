@@ -71,6 +71,9 @@ def on_command(source, _condition):
         Gdk.Display.get_default().get_clipboard().set_content(
             Gdk.ContentProvider.new_for_value(value))
         reply({"ok": True})
+    elif name == "readonly":
+        entry.set_editable(not command["value"])
+        reply({"ok": True})
     else:
         reply({"error": "unknown command"})
     return True

@@ -67,6 +67,9 @@ def on_command():
     elif name == "copy":
         QApplication.clipboard().setText(command["text"])
         reply({"ok": True})
+    elif name == "readonly":
+        entry.setReadOnly(command["value"])
+        reply({"ok": True})
     else:
         reply({"error": "unknown command"})
 

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "desktop/wayland/KeySynthesizerWayland.h"
 #include "support/audio/pulse/PulseAudioServer.h"
 #include "support/desktop/DesktopSession.h"
 #include "support/desktop/TestEditor.h"
+#include "support/desktop/TestPortal.h"
 #include "support/engine/TestEngine.h"
 
 #include <QProcess>
@@ -34,6 +36,12 @@ public:
         // A headless sway instead of Xvfb: the trigger is `sayvo trigger`, as a key binding
         // of the compositor would run it.
         bool wayland = false;
+        // With wayland: the session as GNOME offers it, sway standing in for its compositor.
+        // The trigger and the keystrokes go through the desktop portal (Debian's frontend with
+        // the project's test backend, see portal()), the window in front comes from
+        // accessibility, and Sayvo is told to overlook sway's wlroots protocols. The trigger is
+        // the portal's shortcut "Dictate", pressed by the backend's Activated and Deactivated.
+        bool portal = false;
         // When set, no reference engine: a scripted one in this process answers every
         // utterance with this text (its frames and close codes readable through engine()).
         std::optional<QString> scriptedFinal = std::nullopt;
@@ -50,6 +58,9 @@ public:
 
     explicit DictationDesk(Options options, std::optional<Installation> installation = {});
     ~DictationDesk();
+    // A desk with Sayvo launched on it and connected to its engine; null when the desk or
+    // Sayvo did not come up, with why in `failure` (the desk's failure or Sayvo's log).
+    static std::unique_ptr<DictationDesk> launched(Options options, QString &failure);
 
     bool isReady() const { return m_failure.isEmpty(); }
     QString failure() const { return m_failure; }
@@ -76,7 +87,8 @@ public:
     // The dictation states Sayvo went through, as it logged them ("listening(chars=5)", ...).
     QStringList states();
 
-    // The trigger key (xdotool on X11; `sayvo trigger press` and `release` on Wayland).
+    // The trigger key (xdotool on X11; `sayvo trigger press` and `release` on Wayland; the
+    // portal's Activated and Deactivated with a portal).
     void pressTrigger(const QString &key = QStringLiteral("F5"));
     void releaseTrigger(const QString &key = QStringLiteral("F5"));
     // Runs `sayvo trigger <verb>` in the desk's session; its exit code.
@@ -98,6 +110,8 @@ public:
     PipeMicrophone &microphone() { return *m_microphone; }
     testing::TestEditor &editor() { return *m_editor; }
     testing::DesktopSession &desktop() { return *m_desktop; }
+    // The desktop portal's test backend; only with Options::portal.
+    testing::TestPortal &portal() { return *m_portal; }
     quint16 enginePort() const { return m_port; }
     // The scripted engine; null with the reference engine.
     TestEngine *engine() const { return m_engine.get(); }
@@ -120,6 +134,9 @@ private:
     QString m_failure;
     QTemporaryDir m_home;
     std::unique_ptr<testing::DesktopSession> m_desktop;
+    std::unique_ptr<testing::TestPortal> m_portal;
+    // The user's keyboard where Sayvo brings none of its own (see the constructor).
+    std::unique_ptr<KeySynthesizerWayland> m_seatKeyboard;
     std::unique_ptr<PulseAudioServer> m_pulse;
     std::unique_ptr<PipeMicrophone> m_microphone;
     std::unique_ptr<testing::TestEditor> m_editor;
