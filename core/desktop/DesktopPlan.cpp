@@ -77,7 +77,8 @@ DesktopPlan waylandPlan(const DesktopSessionFacts &facts)
                            "keyboard."),
             {}});
     } else {
-        plan.capabilities.push_back(portalKeystrokeStatus(PortalState::asking, {}));
+        plan.capabilities.push_back(portalKeystrokeStatus(PortalState::asking, {},
+            facts.dataControl ? KeystrokeUse::pasting : KeystrokeUse::typing));
     }
     if (facts.dataControl) {
         plan.capabilities.push_back({DesktopCapability::clipboard, DesktopAdapter::waylandProtocol,
@@ -246,7 +247,8 @@ DesktopCapabilityStatus portalShortcutStatus(PortalState state, const QString &t
         triggerBindingAdvice(desktopName)};
 }
 
-DesktopCapabilityStatus portalKeystrokeStatus(PortalState state, const QString &reason)
+DesktopCapabilityStatus portalKeystrokeStatus(
+    PortalState state, const QString &reason, KeystrokeUse use)
 {
     switch (state) {
     case PortalState::asking:
@@ -255,8 +257,12 @@ DesktopCapabilityStatus portalKeystrokeStatus(PortalState state, const QString &
             QStringLiteral("Allow it in the desktop's dialog; it is asked once.")};
     case PortalState::granted:
         return {DesktopCapability::keystrokes, DesktopAdapter::portal,
-            QStringLiteral("Pastes with Control-V (Control-Shift-V in terminals) through the "
-                           "desktop's remote-desktop permission."),
+            use == KeystrokeUse::pasting
+                ? QStringLiteral("Pastes with Control-V (Control-Shift-V in terminals) through "
+                                 "the desktop's remote-desktop permission.")
+                : QStringLiteral("Types the text into fields that accessibility cannot write, "
+                                 "through the desktop's remote-desktop permission; the clipboard "
+                                 "is left alone."),
             {}};
     case PortalState::refused:
         break;

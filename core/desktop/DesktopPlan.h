@@ -87,7 +87,14 @@ enum class PortalState {
 // reason.
 DesktopCapabilityStatus portalShortcutStatus(PortalState state, const QString &triggerLabel,
     const QString &reason, const QString &desktopName);
+// What the desktop's keystrokes are for: the paste chord, or, where the session keeps the
+// clipboard from Sayvo, typing the text itself.
+enum class KeystrokeUse {
+    pasting,
+    typing
+};
 // The keystrokes' status while they go through the desktop's remote-desktop session.
-DesktopCapabilityStatus portalKeystrokeStatus(PortalState state, const QString &reason);
+DesktopCapabilityStatus portalKeystrokeStatus(
+    PortalState state, const QString &reason, KeystrokeUse use);
 
 } // namespace sayvo

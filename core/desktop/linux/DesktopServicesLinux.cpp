@@ -78,7 +78,10 @@ DesktopServices createDesktopServices()
         services.keySynthesizer = std::make_shared<KeySynthesizerWayland>();
         break;
     case DesktopAdapter::portal: {
-        auto portal = std::make_shared<KeySynthesizerPortal>();
+        auto portal = std::make_shared<KeySynthesizerPortal>(
+            plan.adapter(DesktopCapability::clipboard) == DesktopAdapter::none
+                ? KeystrokeUse::typing
+                : KeystrokeUse::pasting);
         services.keySynthesizer = portal;
         services.keystrokeConsent = portal;
         break;

@@ -51,8 +51,8 @@ std::optional<quint32> keysymFor(char32_t character)
 
 } // namespace
 
-KeySynthesizerPortal::KeySynthesizerPortal(int requestTimeoutMs)
-    : m_requestTimeoutMs(requestTimeoutMs), m_bus(QDBusConnection::sessionBus())
+KeySynthesizerPortal::KeySynthesizerPortal(KeystrokeUse use, int requestTimeoutMs)
+    : m_use(use), m_requestTimeoutMs(requestTimeoutMs), m_bus(QDBusConnection::sessionBus())
 { }
 
 KeySynthesizerPortal::~KeySynthesizerPortal()
@@ -189,7 +189,7 @@ void KeySynthesizerPortal::onSessionClosed()
 void KeySynthesizerPortal::report(PortalState state, const QString &reason)
 {
     if (m_handlers.onStatus) {
-        m_handlers.onStatus(portalKeystrokeStatus(state, reason));
+        m_handlers.onStatus(portalKeystrokeStatus(state, reason, m_use));
     }
 }
 

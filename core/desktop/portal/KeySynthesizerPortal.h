@@ -32,8 +32,10 @@ class KeySynthesizerPortal : public QObject, public KeySynthesizer, public Keyst
 public:
     static constexpr qsizetype kMaxTypedCharacters = 4000;
 
-    // requestTimeoutMs bounds each request, the desktop's dialog included.
-    explicit KeySynthesizerPortal(int requestTimeoutMs = 120000);
+    // requestTimeoutMs bounds each request, the desktop's dialog included; `use` only words
+    // the status line.
+    explicit KeySynthesizerPortal(
+        KeystrokeUse use = KeystrokeUse::pasting, int requestTimeoutMs = 120000);
     ~KeySynthesizerPortal() override;
 
     bool postPaste(PasteShortcut shortcut) override;
@@ -70,6 +72,7 @@ private:
     void report(PortalState state, const QString &reason);
     void sendNext();
 
+    KeystrokeUse m_use;
     int m_requestTimeoutMs;
     QDBusConnection m_bus;
     Handlers m_handlers;

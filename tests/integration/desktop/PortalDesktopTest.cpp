@@ -302,7 +302,7 @@ TEST_F(PortalDesktopTest, AKeptTokenDeclinedTwiceEndsInOneStatusLine)
 TEST_F(PortalDesktopTest, KeystrokesWithoutAnAnswerTimeOut)
 {
     ASSERT_TRUE(m_portal->setAnswer("RemoteDesktop.CreateSession", "hang"));
-    KeySynthesizerPortal keys(kShortTimeoutMs);
+    KeySynthesizerPortal keys(KeystrokeUse::pasting, kShortTimeoutMs);
     keys.request({}, consentHandlers());
     ASSERT_TRUE(waitForAnswer());
     EXPECT_EQ(m_statuses.back().adapter, DesktopAdapter::none);

@@ -699,8 +699,8 @@ TEST_F(AppDelegateTest, TheDesktopsAnswersReplaceTheCapabilityLinesInSettings)
 
     fakes.shortcut->handlers.onStatus(
         portalShortcutStatus(PortalState::granted, QStringLiteral("Meta+D"), {}, {}));
-    fakes.keystrokeConsent->handlers.onStatus(
-        portalKeystrokeStatus(PortalState::refused, QStringLiteral("declined")));
+    fakes.keystrokeConsent->handlers.onStatus(portalKeystrokeStatus(
+        PortalState::refused, QStringLiteral("declined"), KeystrokeUse::pasting));
     lines = settings->desktopCapabilities()->lines();
     ASSERT_EQ(lines.size(), 5);
     EXPECT_TRUE(lines[0].contains(QStringLiteral("(Meta+D) starts dictation")));
@@ -714,7 +714,8 @@ TEST_F(AppDelegateTest, TheDesktopsAnswersReplaceTheCapabilityLinesInSettings)
     EXPECT_EQ(fakes.keystrokeConsent->askedAgain, 0);
     buttons.first()->click();
     EXPECT_TRUE(QTest::qWaitFor([this] { return fakes.keystrokeConsent->askedAgain == 1; }, 5000));
-    fakes.keystrokeConsent->handlers.onStatus(portalKeystrokeStatus(PortalState::granted, {}));
+    fakes.keystrokeConsent->handlers.onStatus(
+        portalKeystrokeStatus(PortalState::granted, {}, KeystrokeUse::pasting));
     EXPECT_TRUE(settings->desktopCapabilities()
                     ->findChildren<QPushButton *>(QStringLiteral("askAgain"))
                     .isEmpty());

@@ -124,12 +124,24 @@ TEST(DesktopPlanTest, ARefusedShortcutFallsBackToTheTriggerCommandWithTheDesktop
 
 TEST(DesktopPlanTest, RefusedKeystrokesLeaveAccessibilityAndOfferToAskAgain)
 {
-    const DesktopCapabilityStatus refused
-        = portalKeystrokeStatus(PortalState::refused, QStringLiteral("declined"));
+    const DesktopCapabilityStatus refused = portalKeystrokeStatus(
+        PortalState::refused, QStringLiteral("declined"), KeystrokeUse::pasting);
     EXPECT_FALSE(refused.isAvailable());
     EXPECT_TRUE(refused.works.contains(QStringLiteral("accessibility")));
     EXPECT_TRUE(refused.action.contains(QStringLiteral("Ask again")));
-    EXPECT_TRUE(portalKeystrokeStatus(PortalState::granted, {}).isAvailable());
+    EXPECT_TRUE(
+        portalKeystrokeStatus(PortalState::granted, {}, KeystrokeUse::pasting).isAvailable());
+}
+
+TEST(DesktopPlanTest, WithoutTheClipboardTheKeystrokesLineSaysTheTextIsTyped)
+{
+    const DesktopCapabilityStatus typing
+        = portalKeystrokeStatus(PortalState::granted, {}, KeystrokeUse::typing);
+    EXPECT_TRUE(typing.isAvailable());
+    EXPECT_TRUE(typing.works.contains(QStringLiteral("Types the text")));
+    EXPECT_FALSE(typing.works.contains(QStringLiteral("Control-V")));
+    EXPECT_TRUE(portalKeystrokeStatus(PortalState::granted, {}, KeystrokeUse::pasting)
+                    .works.contains(QStringLiteral("Control-V")));
 }
 
 TEST(DesktopPlanTest, AnAnswerReplacesTheCapabilitysLineAndIsLogged)
