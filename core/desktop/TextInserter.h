@@ -28,9 +28,10 @@ namespace sayvo {
 // the text on it in one write, sends the paste chord and reports. The saved clipboard comes
 // back once the target has read the text (as the clipboard reports it) and had kReadSettleMs to
 // take it in, but never before kRestoreDelayMs and, unread, never later than kLongestHoldMs,
-// unless someone else wrote the clipboard meanwhile. Pastes run one after another: the next one's text goes on the
-// clipboard only after the previous one was read. Typed text waits for the keyboard and its
-// turn in the same way, so a held modifier does not turn its characters into shortcuts.
+// unless someone else wrote the clipboard meanwhile. Pastes run one after another: the next one's
+// text goes on the clipboard only after the previous one was read. Typed text waits for the
+// keyboard and its turn in the same way, so a held modifier does not turn its characters into
+// shortcuts.
 class TextInserter : public QObject
 {
     Q_OBJECT
@@ -65,6 +66,12 @@ public:
     void insertViaPaste(const QString &text, Completion done);
     // Writes into the focused element and checks what landed. Synchronous.
     bool insertViaAX(const QString &text);
+    // Saves the clipboard now, ahead of a paste that is likely to follow (while the engine
+    // finishes), so that the paste does not wait for the clipboard's owner to hand over every
+    // type. The paste uses the copy only if nothing changed the clipboard since; the next
+    // prepare() or forgetPrepared() drops it.
+    void prepare();
+    void forgetPrepared();
 
     // A paste is under way: waiting to send its chord or to put the clipboard back.
     bool isRestorePending() const
@@ -97,7 +104,15 @@ private:
         bool readyToRelease = false;
     };
 
+    // The clipboard as prepare() saved it, and its change count then.
+    struct Prepared
+    {
+        PasteboardSnapshot snapshot;
+        qint64 changeCount = 0;
+    };
+
     PasteShortcut shortcutForFront() const;
+    PasteboardSnapshot snapshotOf(Pasteboard &board);
     void startNextPaste();
     void pollKeys();
     void sendPaste();
@@ -118,6 +133,7 @@ private:
     QTimer m_keyPoll;
     std::optional<Holding> m_current;
     QTimer m_restoreCheck;
+    std::optional<Prepared> m_prepared;
 };
 
 // The chord that pastes the clipboard in an application with this bundle identifier (WM_CLASS
