@@ -85,13 +85,26 @@ double audioSeconds(const QByteArray &pcm)
     return static_cast<double>(pcm.size()) / 2.0 / 16000.0;
 }
 
-void pinToOneCore()
+// This thread on one core while it exists, its own cores again afterwards: the benchmarks
+// after, and the engine processes they start (which inherit it), must not run pinned.
+class PinnedToOneCore
 {
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    CPU_SET(0, &set);
-    sched_setaffinity(0, sizeof set, &set);
-}
+public:
+    PinnedToOneCore()
+    {
+        sched_getaffinity(0, sizeof m_previous, &m_previous);
+        cpu_set_t set;
+        CPU_ZERO(&set);
+        CPU_SET(0, &set);
+        sched_setaffinity(0, sizeof set, &set);
+    }
+    ~PinnedToOneCore() { sched_setaffinity(0, sizeof m_previous, &m_previous); }
+    PinnedToOneCore(const PinnedToOneCore &) = delete;
+    PinnedToOneCore &operator=(const PinnedToOneCore &) = delete;
+
+private:
+    cpu_set_t m_previous {};
+};
 
 std::span<const std::int16_t> samples(const QByteArray &pcm)
 {
@@ -109,7 +122,7 @@ double threadCpuSeconds()
 
 void BM_RecognitionRealTimeFactor(benchmark::State &state)
 {
-    pinToOneCore();
+    const PinnedToOneCore pinned;
     auto factory
         = PocketSphinxRecognizerFactory::load(PocketSphinxRecognizerFactory::defaultModelDir());
     if (!factory) {
