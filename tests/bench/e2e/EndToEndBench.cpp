@@ -424,7 +424,7 @@ void BM_EngineEndToFinalBaseline(benchmark::State &state)
         return;
     }
     std::vector<double> values;
-    const QByteArray silence(kTrailingSilenceMs * 32, '\0');
+    const QByteArray silence(qsizetype {kTrailingSilenceMs} * 32, '\0');
     for (auto _ : state) {
         for (int i = 0; i < kDictations; ++i) {
             const auto latency = client.endToFinalMs("baseline-" + std::to_string(i),

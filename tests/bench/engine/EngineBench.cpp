@@ -47,7 +47,7 @@ const std::vector<std::string> kSentences = {
 };
 
 // 200 ms of silence: what a speaker leaves before letting go of the key.
-constexpr qsizetype kTrailingSilenceBytes = 200 * 32;
+constexpr qsizetype kTrailingSilenceBytes = qsizetype {200} * 32;
 
 QTemporaryDir &workDir()
 {
