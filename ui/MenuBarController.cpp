@@ -109,19 +109,29 @@ std::optional<QColor> MenuBarController::panelColourAround(const QImage &iconAre
 
 void MenuBarController::samplePanel()
 {
+    const bool lastAttempt = ++m_panelProbes >= kPanelProbeAttempts;
+    if (lastAttempt) {
+        m_panelProbe.stop();
+    }
     const QRect place = m_trayIcon->geometry();
     QScreen *screen = place.isValid() ? QGuiApplication::screenAt(place.center()) : nullptr;
     if (screen == nullptr) {
-        if (++m_panelProbes >= kPanelProbeAttempts) {
-            m_panelProbe.stop();
-        }
+        return;
+    }
+    const QRect onScreen = place.translated(-screen->geometry().topLeft());
+    const std::optional<QColor> colour = panelColourAround(
+        screen->grabWindow(0, onScreen.x(), onScreen.y(), onScreen.width(), onScreen.height())
+            .toImage());
+    // A panel that has just taken the icon in may still move it or not have painted its
+    // background yet (later still on a busy machine): the reading counts once it holds.
+    const std::pair<QRect, std::optional<QColor>> reading {place, colour};
+    const bool settled = m_lastPanelReading == reading;
+    m_lastPanelReading = reading;
+    if (!settled && !lastAttempt) {
         return;
     }
     m_panelProbe.stop();
-    const QRect onScreen = place.translated(-screen->geometry().topLeft());
-    m_panelColour = panelColourAround(
-        screen->grabWindow(0, onScreen.x(), onScreen.y(), onScreen.width(), onScreen.height())
-            .toImage());
+    m_panelColour = colour;
     Logging::shared().debug(
         QStringLiteral("tray panel colour: %1 at %2,%3 %4x%5")
             .arg(m_panelColour ? m_panelColour->name() : QStringLiteral("unknown"))

@@ -8,11 +8,13 @@
 #include <QColor>
 #include <QObject>
 #include <QPointer>
+#include <QRect>
 #include <QString>
 #include <QStringList>
 #include <QTimer>
 
 #include <optional>
+#include <utility>
 
 #include <functional>
 #include <memory>
@@ -113,6 +115,8 @@ private:
     std::optional<QColor> m_panelColour;
     QTimer m_panelProbe;
     int m_panelProbes = 0;
+    // The previous probe's place and colour: a reading counts once the next one agrees.
+    std::optional<std::pair<QRect, std::optional<QColor>>> m_lastPanelReading;
 };
 
 } // namespace sayvo

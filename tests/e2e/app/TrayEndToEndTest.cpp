@@ -63,20 +63,26 @@ void checkTray(const QString &name, const QString &tint, bool darkPanel)
         match.captured(4).toInt(), match.captured(5).toInt());
     EXPECT_EQ(panel.lightnessF() < 0.5, darkPanel) << panel.name().toStdString();
 
-    QTest::qWait(300);
+    // The icon is painted in its ink a moment after the reading; later on a busy machine.
     const QString shot = screenshotPath(QStringLiteral("tray-") + name + QStringLiteral("-full"));
-    ASSERT_TRUE(desk.screenshot(shot));
-    const QImage screen(shot);
-    const QRect strip(screen.width() - 200, 0, 200, kPanelHeight + 8);
-    EXPECT_TRUE(screen.copy(strip).save(screenshotPath(QStringLiteral("tray-") + name)));
-    // The icon's own pixels: those that stand out from the panel. Their colour is the ink.
-    const QImage area = screen.copy(icon);
     double best = 1.0;
-    for (int y = 0; y < area.height(); ++y) {
-        for (int x = 0; x < area.width(); ++x) {
-            best = std::max(best, WindowStyle::contrastRatio(area.pixelColor(x, y), panel));
+    QImage screen;
+    for (int attempt = 0; attempt < 30 && best < 4.5; ++attempt) {
+        if (attempt > 0) {
+            QTest::qWait(500);
+        }
+        ASSERT_TRUE(desk.screenshot(shot));
+        screen = QImage(shot);
+        // The icon's own pixels: those that stand out from the panel. Their colour is the ink.
+        const QImage area = screen.copy(icon);
+        for (int y = 0; y < area.height(); ++y) {
+            for (int x = 0; x < area.width(); ++x) {
+                best = std::max(best, WindowStyle::contrastRatio(area.pixelColor(x, y), panel));
+            }
         }
     }
+    const QRect strip(screen.width() - 200, 0, 200, kPanelHeight + 8);
+    EXPECT_TRUE(screen.copy(strip).save(screenshotPath(QStringLiteral("tray-") + name)));
     EXPECT_GE(best, 4.5) << "the icon must stand out from a " << (darkPanel ? "dark" : "light")
                          << " panel";
 
