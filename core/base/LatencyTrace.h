@@ -6,9 +6,10 @@ namespace sayvo {
 
 Q_DECLARE_LOGGING_CATEGORY(lcLatency)
 
-// Marks one moment of a dictation ("microphone-open", "end-sent", "final-received",
-// "text-inserted") as a line "latency: <mark> <steady_clock nanoseconds>", for measuring the
-// path from key to text against clocks outside this process (CLOCK_MONOTONIC on Linux).
+// Marks one moment of a dictation ("trigger-down", "microphone-open", "trigger-up",
+// "end-sent", "final-received", "text-inserted", "clipboard-served") as a line
+// "latency: <mark> <steady_clock nanoseconds>", for measuring the path from key to text
+// against clocks outside this process (CLOCK_MONOTONIC on Linux).
 // Silent unless the category is switched on:
 //   QT_LOGGING_RULES="com.sayvoapp.shell.latency.debug=true"
 // Costs one atomic load when off. Safe to call from any thread.

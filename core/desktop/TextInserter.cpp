@@ -5,6 +5,7 @@
 #include <QHash>
 
 #include <algorithm>
+#include <utility>
 
 namespace sayvo {
 
@@ -225,7 +226,7 @@ void TextInserter::sendPaste()
         }
     }
     if (!inherited) {
-        snapshot = PasteboardSnapshot::capture(board);
+        snapshot = snapshotOf(board);
     }
 
     // A clipboard that cannot be written would paste whatever it holds: fail, and leave it
@@ -251,6 +252,31 @@ void TextInserter::sendPaste()
     m_current->sinceChord.start();
     considerRestore();
     paste.done(true);
+}
+
+void TextInserter::prepare()
+{
+    m_prepared.reset();
+    // While a paste is under way the clipboard holds a transcript, not the user's content.
+    if (!m_pasteboard->isAvailable() || isRestorePending()) {
+        return;
+    }
+    const qint64 changeCount = m_pasteboard->changeCount();
+    m_prepared = Prepared {PasteboardSnapshot::capture(*m_pasteboard), changeCount};
+}
+
+void TextInserter::forgetPrepared()
+{
+    m_prepared.reset();
+}
+
+PasteboardSnapshot TextInserter::snapshotOf(Pasteboard &board)
+{
+    std::optional<Prepared> prepared = std::exchange(m_prepared, std::nullopt);
+    if (prepared && &board == m_pasteboard.get() && board.changeCount() == prepared->changeCount) {
+        return std::move(prepared->snapshot);
+    }
+    return PasteboardSnapshot::capture(board);
 }
 
 void TextInserter::typeText(const Paste &typing)

@@ -68,6 +68,12 @@ public:
     void insertViaPaste(const QString &text, Completion done);
     // Writes into the focused element and checks what landed. Synchronous.
     bool insertViaAX(const QString &text);
+    // Saves the clipboard now, ahead of a paste that is likely to follow (while the engine
+    // finishes), so that the paste does not wait for the clipboard's owner to hand over every
+    // type. The paste uses the copy only if nothing changed the clipboard since; the next
+    // prepare() or forgetPrepared() drops it.
+    void prepare();
+    void forgetPrepared();
 
     // A paste is under way: waiting to send its chord or to put the clipboard back.
     bool isRestorePending() const
@@ -101,7 +107,15 @@ private:
         bool readyToRelease = false;
     };
 
+    // The clipboard as prepare() saved it, and its change count then.
+    struct Prepared
+    {
+        PasteboardSnapshot snapshot;
+        qint64 changeCount = 0;
+    };
+
     PasteShortcut shortcutForFront() const;
+    PasteboardSnapshot snapshotOf(Pasteboard &board);
     void startNextPaste();
     void pollKeys();
     void sendPaste();
@@ -122,6 +136,7 @@ private:
     QTimer m_keyPoll;
     std::optional<Holding> m_current;
     QTimer m_restoreCheck;
+    std::optional<Prepared> m_prepared;
 };
 
 // The chord that pastes the clipboard in an application with this bundle identifier (WM_CLASS

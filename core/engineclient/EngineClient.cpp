@@ -290,6 +290,9 @@ void EngineClient::writeFrame(PendingFrame frame)
     }
     const qint64 written = frame.binary ? m_socket->sendBinaryMessage(frame.bytes)
                                         : m_socket->sendTextMessage(QString::fromUtf8(frame.bytes));
+    // Onto the wire now rather than when the event loop next gets to the socket: a key-up's
+    // utterance.end would otherwise wait behind whatever else that turn holds.
+    m_socket->flush();
     std::optional<SendFailure> failure;
     if (written < frame.bytes.size()) {
         QString reason = m_socket->errorString();
@@ -299,6 +302,12 @@ void EngineClient::writeFrame(PendingFrame frame)
     if (frame.done) {
         frame.done(failure);
     }
+}
+
+bool EngineClient::writesAtOnce() const
+{
+    return m_socket != nullptr && m_socket->state() == QAbstractSocket::ConnectedState
+        && m_pending.empty();
 }
 
 void EngineClient::onSocketConnected(QWebSocket *socket)

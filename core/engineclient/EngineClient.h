@@ -26,8 +26,9 @@ namespace sayvo {
 // callback arrives there.
 //
 // Sends need only a socket, not a finished handshake: frames sent while the socket is still
-// opening wait for it, in order, up to kMaxPendingBytes, and fail if it fails. Completions
-// are always delivered later from the event loop, never from inside the call that sent.
+// opening wait for it, in order, up to kMaxPendingBytes, and fail if it fails. A frame on an
+// open socket is written to the connection before the send returns. Completions are always
+// delivered later from the event loop, never from inside the call that sent.
 class EngineClient : public QObject
 {
     Q_OBJECT
@@ -66,6 +67,9 @@ public:
 
     // Whether a socket exists (open or opening); sends need nothing more.
     bool hasSocket() const { return m_socket != nullptr; }
+    // Whether a frame sent now goes onto the wire before the call returns: the socket is open
+    // and nothing waits for it. Its completion still comes later.
+    bool writesAtOnce() const;
 
     // The reconnect wait that the next failure will use.
     double reconnectDelaySeconds() const { return m_reconnectDelaySeconds; }

@@ -114,24 +114,50 @@ void OutboundQueue::wake()
 
 void OutboundQueue::pumpNext()
 {
-    std::optional<OutboundEvent> next;
-    {
-        std::lock_guard lock(m_mutex);
-        if (m_finished || m_events.empty()) {
-            m_busy = false;
+    // Events whose handling is over when the consumer returns go out in this same turn (a
+    // key-up's last audio and its end wait for no event-loop turn between them); one that
+    // completes later continues the queue from the event loop. A long run yields to the
+    // event loop now and then.
+    for (int handled = 0; handled < kEventsPerTurn; ++handled) {
+        std::optional<OutboundEvent> next;
+        {
+            std::lock_guard lock(m_mutex);
+            if (m_finished || m_events.empty()) {
+                m_busy = false;
+                return;
+            }
+            next = std::move(m_events.front());
+            m_events.pop_front();
+        }
+        // Whether the consumer has returned, and whether done() came before it did.
+        struct Step
+        {
+            bool returned = false;
+            bool done = false;
+        };
+        auto step = std::make_shared<Step>();
+        std::weak_ptr<bool> alive = m_alive;
+        m_consume(std::move(*next), [this, alive, step] {
+            if (!step->returned) {
+                step->done = true;
+                return;
+            }
+            const auto flag = alive.lock();
+            if (flag && *flag) {
+                wake();
+            }
+        });
+        // The consumer may have ended the queue's owner.
+        const auto flag = alive.lock();
+        if (!flag || !*flag) {
             return;
         }
-        next = std::move(m_events.front());
-        m_events.pop_front();
-    }
-    std::weak_ptr<bool> alive = m_alive;
-    m_consume(std::move(*next), [this, alive] {
-        const auto flag = alive.lock();
-        if (flag && *flag) {
-            // Continue from the event loop so a long run of ready events never recurses.
-            wake();
+        step->returned = true;
+        if (!step->done) {
+            return;
         }
-    });
+    }
+    wake();
 }
 
 } // namespace sayvo

@@ -14,7 +14,7 @@ namespace sayvo {
 // An unbounded first-in first-out queue of outbound events. Producers on any thread
 // (the audio capture queue, the main thread) never block and nothing is dropped; the
 // consumer runs on the thread `context` lives on and is woken with a queued call whenever
-// events are waiting and it is not busy.
+// events are waiting and it is not busy; events it handles at once follow in the same turn.
 class OutboundQueue
 {
 public:
@@ -44,6 +44,9 @@ public:
     bool isFinished() const;
 
     size_t pendingCount() const;
+
+    // The most events handed out in one event-loop turn.
+    static constexpr int kEventsPerTurn = 64;
 
 private:
     void wake(); // any thread

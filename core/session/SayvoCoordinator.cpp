@@ -12,6 +12,7 @@
 #include "store/UsageStatsStore.h"
 
 #include <QPointer>
+#include <QScopeGuard>
 #include <QSet>
 #include <QUuid>
 
@@ -127,26 +128,18 @@ SayvoCoordinator::~SayvoCoordinator()
 
 void SayvoCoordinator::wireHotkey()
 {
+    // The hotkey manager calls from the event loop already, never from inside the key's
+    // handling: acting at once saves the key an event-loop turn each way.
     QPointer<SayvoCoordinator> weak(this);
     m_hotkeyManager.setOnStart([weak] {
-        QMetaObject::invokeMethod(
-            weak.data(),
-            [weak] {
-                if (weak) {
-                    weak->handleTriggerDown();
-                }
-            },
-            Qt::QueuedConnection);
+        if (weak) {
+            weak->handleTriggerDown();
+        }
     });
     m_hotkeyManager.setOnEnd([weak] {
-        QMetaObject::invokeMethod(
-            weak.data(),
-            [weak] {
-                if (weak) {
-                    weak->handleTriggerUp();
-                }
-            },
-            Qt::QueuedConnection);
+        if (weak) {
+            weak->handleTriggerUp();
+        }
     });
 }
 
@@ -252,6 +245,7 @@ bool SayvoCoordinator::retryInputSetupIfNeeded()
 
 void SayvoCoordinator::handleTriggerDown()
 {
+    markLatency("trigger-down");
     if (m_settings.triggerMode() == TriggerMode::holdToTalk) {
         beginUtterance();
         return;
@@ -261,6 +255,7 @@ void SayvoCoordinator::handleTriggerDown()
 
 void SayvoCoordinator::handleTriggerUp()
 {
+    markLatency("trigger-up");
     if (m_settings.triggerMode() == TriggerMode::holdToTalk) {
         endUtterance();
     }
@@ -383,9 +378,24 @@ void SayvoCoordinator::endUtterance()
     }
     // Returns only after the last chunks went into the queue, so the end follows them.
     m_audioCapture.stopForwarding(true);
-    setState(AppState::processing());
+    // Queued before the state's observers run, so that its wake-up comes before whatever
+    // they post (a repaint of the HUD).
     m_outbound->enqueue(OutboundEvent {OutboundEvent::End {*m_currentUtteranceId}});
+    setState(AppState::processing());
     m_finalDeadlineTimer.start(m_finalDeadline.forAudioBytes(m_audioCapture.lastUtteranceBytes()));
+    // The clipboard is saved while the engine finishes, once the end has gone out (its
+    // wake-up is queued first), rather than after the final, on the way to the text.
+    if (!m_calibrationSink && m_settings.insertionMethod() == InsertionMethod::paste) {
+        QPointer<SayvoCoordinator> weak(this);
+        QMetaObject::invokeMethod(
+            this,
+            [weak] {
+                if (weak && weak->m_state.is<AppState::Processing>()) {
+                    weak->m_textInserter.prepare();
+                }
+            },
+            Qt::QueuedConnection);
+    }
 }
 
 std::chrono::milliseconds SayvoCoordinator::FinalDeadline::forAudioBytes(qint64 bytes) const
@@ -401,18 +411,19 @@ void SayvoCoordinator::consume(OutboundEvent event, const std::function<void()> 
     QPointer<SayvoCoordinator> weak(this);
     // A start or end the engine did not take ends its utterance, unless that has ended already
     // (a closed or lost connection fails the utterance before the send reports it).
-    auto failUnlessSent = [weak, done](const char *what, const QString &id) {
-        return [weak, done, what, id](const std::optional<SendFailure> &failure) {
-            if (weak && failure) {
-                Logging::shared().error(
-                    QString::fromLatin1(what) + QStringLiteral(" failed: ") + failure->description);
-                if (weak->m_currentUtteranceId == id) {
-                    weak->failUtterance(kUnreachableMessage);
-                }
-            }
-            done();
-        };
-    };
+    auto failUnlessSent
+        = [weak](const char *what, const QString &id, const std::function<void()> &then) {
+              return [weak, then, what, id](const std::optional<SendFailure> &failure) {
+                  if (weak && failure) {
+                      Logging::shared().error(QString::fromLatin1(what)
+                          + QStringLiteral(" failed: ") + failure->description);
+                      if (weak->m_currentUtteranceId == id) {
+                          weak->failUtterance(kUnreachableMessage);
+                      }
+                  }
+                  then();
+              };
+          };
     // The start or end of an utterance that failed or lost its connection meanwhile is not
     // sent: it would reach whatever connection is open by then, for an utterance the engine
     // never saw or that is over. A cancelled one still goes out whole.
@@ -427,7 +438,7 @@ void SayvoCoordinator::consume(OutboundEvent event, const std::function<void()> 
     }
     if (start != nullptr) {
         const QString id = start->id;
-        auto sendStart = [weak, id, sent = failUnlessSent("utterance.start", id)] {
+        auto sendStart = [weak, id, sent = failUnlessSent("utterance.start", id, done)] {
             if (weak) {
                 weak->m_engineClient.startUtterance(id, sent);
             }
@@ -443,8 +454,18 @@ void SayvoCoordinator::consume(OutboundEvent event, const std::function<void()> 
             update, [sendStart](const std::optional<SendFailure> &) { sendStart(); });
         return;
     }
+    // On an open socket a frame is on the wire when the send returns, in order: the next event
+    // goes out in the same turn instead of a turn later with this one's completion. While the
+    // socket is still opening, the queue waits, so audio gathers here rather than against the
+    // client's limit.
+    const bool writesAtOnce = m_engineClient.writesAtOnce();
     if (auto *audio = std::get_if<OutboundEvent::Audio>(&event.value)) {
         if (!m_engineClient.hasSocket()) {
+            done();
+            return;
+        }
+        if (writesAtOnce) {
+            m_engineClient.sendBinary(audio->bytes);
             done();
             return;
         }
@@ -455,12 +476,20 @@ void SayvoCoordinator::consume(OutboundEvent event, const std::function<void()> 
     if (m_cancelledUtteranceId == end->id) {
         m_cancelledUtteranceId.reset();
     }
+    const std::function<void()> noFurther = [] {};
     m_engineClient.endUtterance(end->id,
-        [sent = failUnlessSent("utterance.end", end->id)](
+        [writesAtOnce,
+            sent = failUnlessSent("utterance.end", end->id, writesAtOnce ? noFurther : done)](
             const std::optional<SendFailure> &failure) {
-            markLatency("end-sent");
+            if (!writesAtOnce) {
+                markLatency("end-sent");
+            }
             sent(failure);
         });
+    if (writesAtOnce) {
+        markLatency("end-sent");
+        done();
+    }
 }
 
 // However an utterance ends (its final, an error, a lost connection, no answer), the
@@ -478,6 +507,7 @@ void SayvoCoordinator::closeUtterance()
 
 void SayvoCoordinator::failUtterance(const QString &message)
 {
+    m_textInserter.forgetPrepared();
     closeUtterance();
     setState(AppState::error(message));
     scheduleReturnToIdle(m_displayDurations.errorSeconds);
@@ -534,6 +564,8 @@ void SayvoCoordinator::engineClientDidReceiveFinal(EngineClient &, const FinalMe
     if (!m_currentUtteranceId || *m_currentUtteranceId != id) {
         return;
     }
+    // The clipboard saved for the paste is not kept past it, nor when there is none.
+    const auto forgetSavedClipboard = qScopeGuard([this] { m_textInserter.forgetPrepared(); });
     closeUtterance();
     setResolvedDomain(text(message.domain));
     if (message.stats) {

@@ -1,5 +1,7 @@
 #include "desktop/x11/PasteboardX11.h"
 
+#include "base/LatencyTrace.h"
+
 #include "desktop/x11/X11Connection.h"
 
 #include <X11/Xatom.h>
@@ -155,6 +157,7 @@ void PasteboardX11::sendData(const ConversionRequest &request, unsigned long pro
     if (data.size() <= maxPieceBytes(display)) {
         XChangeProperty(display, request.requestor, property, replyType, 8, PropModeReplace,
             reinterpret_cast<const unsigned char *>(data.constData()), int(data.size()));
+        markLatency("clipboard-served");
         served();
         return;
     }

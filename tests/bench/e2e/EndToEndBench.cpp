@@ -5,11 +5,13 @@
 //   key-up -> utterance.end written to the socket, utterance.end -> final at the client,
 //   final -> text drawn in the GTK field (seen by the window itself), and key-up -> text;
 //   p50/p95/max of each, per trigger path;
-// - the client's own share of key-up -> text: everything but the engine's end -> final;
+// - the client's share of key-up -> text: everything but the engine's end -> final; and its
+//   own part of that, the stretches where sayvo itself is at work (key-up -> end on the wire,
+//   final -> paste chord);
 // - baseline in the same run: the engine's own end -> final for the same sentences, from a
 //   bare WebSocket client pacing the audio in real time;
 // - idle: wake-ups (context switches) of every thread of both processes over 60 s;
-// - memory: resident size of both after launch and after 100 dictations.
+// - memory: resident size of both after launch, after 10 dictations and after 100.
 // `./dev bench e2e` runs it and writes the figures as JSON (build/bench-e2e.json).
 #include "support/ProcessStatus.h"
 #include "support/e2e/DictationDesk.h"
@@ -29,6 +31,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <tuple>
 
 using namespace sayvo;
 using sayvo::test::DictationDesk;
@@ -40,6 +43,9 @@ namespace {
 int kDictations = 30;
 int kMemoryDictations = 100;
 int kIdleSeconds = 60;
+constexpr int kWarmUpDictations = 10;
+// Before memory is read: the last success display and clipboard restore are over.
+constexpr int kSettleMs = 3000;
 // What a speaker leaves between the last word and letting go of the key.
 constexpr int kTrailingSilenceMs = 200;
 
@@ -114,6 +120,11 @@ struct Rig
     std::vector<QByteArray> speech;
     qint64 clientKiBAtLaunch = 0;
     qint64 engineKiBAtLaunch = 0;
+    // After the first kWarmUpDictations: what the first dictations set up once (the sound
+    // stream, fonts, the recogniser's search) is in by then, so growth from here is kept
+    // per dictation.
+    qint64 clientKiBWarm = 0;
+    qint64 engineKiBWarm = 0;
     int dictationsDone = 0;
     QString failure;
 
@@ -171,12 +182,27 @@ struct TriggerPath
     std::function<qint64(Rig &)> release;
 };
 
+// `sayvo trigger <verb>` run to its end; the moment before its process was started. A
+// failed command leaves the dictation without text, which counts it as failed.
+qint64 runTrigger(Rig &r, const QString &verb)
+{
+    const qint64 startedAt = steadyNs();
+    if (const int code = r.desk->trigger(verb); code != 0) {
+        std::fprintf(stderr, "sayvo trigger %s ended with %d\n", qPrintable(verb), code);
+    }
+    return startedAt;
+}
+
 // Every path is measured the same way; a new one is one more entry here.
 std::vector<TriggerPath> triggerPaths()
 {
     return {
         {"key", [](Rig &r) { return r.keyboard->send(true); },
             [](Rig &r) { return r.keyboard->send(false); }},
+        // What a compositor's key binding runs: the time counts from before the command's
+        // process start, as the user's key press does.
+        {"command", [](Rig &r) { return runTrigger(r, QStringLiteral("press")); },
+            [](Rig &r) { return runTrigger(r, QStringLiteral("release")); }},
     };
 }
 
@@ -184,11 +210,14 @@ std::vector<TriggerPath> triggerPaths()
 struct Moments
 {
     qint64 keyDown = 0;
+    qint64 triggerDown = 0;
     qint64 microphoneOpen = 0;
     qint64 keyUp = 0;
+    qint64 triggerUp = 0;
     qint64 endSent = 0;
     qint64 finalReceived = 0;
     qint64 textInserted = 0;
+    qint64 clipboardServed = 0;
     qint64 textShown = 0;
 };
 
@@ -252,11 +281,18 @@ std::optional<Moments> dictate(Rig &r, const TriggerPath &path, const QByteArray
         const auto it = marks.find(QString::fromLatin1(name));
         return it == marks.end() ? qint64 {0} : it->second;
     };
+    m.triggerDown = at("trigger-down");
     m.microphoneOpen = at("microphone-open");
+    m.triggerUp = at("trigger-up");
     m.endSent = at("end-sent");
     m.finalReceived = at("final-received");
     m.textInserted = at("text-inserted");
-    ++r.dictationsDone;
+    m.clipboardServed = at("clipboard-served");
+    if (++r.dictationsDone == kWarmUpDictations) {
+        QTest::qWait(kSettleMs); // as the last figure is taken
+        r.clientKiBWarm = test::residentKiB(desk.sayvoPid());
+        r.engineKiBWarm = test::residentKiB(r.enginePid());
+    }
     return m;
 }
 
@@ -333,20 +369,36 @@ void BM_KeyUpToText(benchmark::State &state, const TriggerPath &path)
             const double keyUpToText = msBetween(m->keyUp, m->textShown);
             const double engine = msBetween(m->endSent, m->finalReceived);
             stages["keydown_to_mic"].push_back(msBetween(m->keyDown, m->microphoneOpen));
+            // Where the client's part goes: the key reaching the coordinator, and what
+            // follows from there.
+            stages["keydown_to_trigger"].push_back(msBetween(m->keyDown, m->triggerDown));
+            stages["trigger_to_mic"].push_back(msBetween(m->triggerDown, m->microphoneOpen));
+            stages["keyup_to_trigger"].push_back(msBetween(m->keyUp, m->triggerUp));
+            stages["trigger_to_end_sent"].push_back(msBetween(m->triggerUp, m->endSent));
             stages["keyup_to_end_sent"].push_back(msBetween(m->keyUp, m->endSent));
             stages["end_to_final"].push_back(engine);
             stages["final_to_text"].push_back(msBetween(m->finalReceived, m->textShown));
             stages["final_to_inserted"].push_back(msBetween(m->finalReceived, m->textInserted));
+            // The editor asking for the pasted text and sayvo handing it over.
+            stages["inserted_to_served"].push_back(msBetween(m->textInserted, m->clipboardServed));
+            stages["served_to_text"].push_back(msBetween(m->clipboardServed, m->textShown));
             stages["keyup_to_text"].push_back(keyUpToText);
             stages["client_share"].push_back(keyUpToText - engine);
+            // Only the stretches where sayvo holds the baton: from the key-up to the end on
+            // the wire, and from the final to the paste chord (the rest is the X server, the
+            // engine and the editor).
+            stages["client_own"].push_back(
+                msBetween(m->keyUp, m->endSent) + msBetween(m->finalReceived, m->textInserted));
         }
         const Spread total = spreadOf(stages["keyup_to_text"]);
         state.SetIterationTime(total.p50 / 1000.0);
     }
     std::fprintf(
         stderr, "trigger path '%s', %d dictations, %d failed:\n", path.name, kDictations, failed);
-    for (const char *stage : {"keydown_to_mic", "keyup_to_end_sent", "end_to_final",
-             "final_to_inserted", "final_to_text", "keyup_to_text", "client_share"}) {
+    for (const char *stage : {"keydown_to_mic", "keydown_to_trigger", "trigger_to_mic",
+             "keyup_to_end_sent", "keyup_to_trigger", "trigger_to_end_sent", "end_to_final",
+             "final_to_inserted", "inserted_to_served", "served_to_text", "final_to_text",
+             "keyup_to_text", "client_share", "client_own"}) {
         report(state, stage, stages[stage]);
     }
     state.counters["failed"] = failed;
@@ -367,41 +419,21 @@ void BM_EngineEndToFinalBaseline(benchmark::State &state)
         fail(state, "the bare client could not connect");
         return;
     }
-    client.send(HelloMessage {.version = "0.1.0", .feedbackEnabled = false});
-    qint64 finalAt = 0;
-    QObject::connect(&client.socket(), &QWebSocket::textMessageReceived, [&](const QString &text) {
-        if (text.contains(QStringLiteral("\"final\""))) {
-            finalAt = steadyNs();
-        }
-    });
+    if (!client.greet()) {
+        fail(state, "the engine did not answer hello");
+        return;
+    }
     std::vector<double> values;
-    const QByteArray silence(kTrailingSilenceMs * 32, '\0');
-    constexpr qsizetype kChunkBytes = 3200; // 100 ms
+    const QByteArray silence(qsizetype {kTrailingSilenceMs} * 32, '\0');
     for (auto _ : state) {
         for (int i = 0; i < kDictations; ++i) {
-            const QByteArray pcm
-                = r.speech[static_cast<std::size_t>(i) % r.speech.size()] + silence;
-            const std::string id = "baseline-" + std::to_string(i);
-            client.send(UtteranceStartMessage {.utteranceId = id});
-            const auto started = std::chrono::steady_clock::now();
-            for (qsizetype offset = 0; offset < pcm.size(); offset += kChunkBytes) {
-                client.sendAudio(pcm.mid(offset, kChunkBytes));
-                client.socket().flush();
-                const auto due = started + std::chrono::milliseconds(offset / 32 + 100);
-                QTest::qWait(static_cast<int>(std::max<qint64>(0,
-                    std::chrono::duration_cast<std::chrono::milliseconds>(
-                        due - std::chrono::steady_clock::now())
-                        .count())));
-            }
-            finalAt = 0;
-            client.send(UtteranceEndMessage {.utteranceId = id});
-            const qint64 endAt = steadyNs();
-            client.socket().flush();
-            if (!QTest::qWaitFor([&] { return finalAt != 0; }, 30000)) {
+            const auto latency = client.endToFinalMs("baseline-" + std::to_string(i),
+                r.speech[static_cast<std::size_t>(i) % r.speech.size()] + silence);
+            if (!latency) {
                 fail(state, "the engine gave no final");
                 return;
             }
-            values.push_back(msBetween(endAt, finalAt));
+            values.push_back(*latency);
         }
         state.SetIterationTime(spreadOf(values).p50 / 1000.0);
     }
@@ -419,6 +451,12 @@ void BM_IdleWakeups(benchmark::State &state)
     const qint64 enginePid = r.enginePid();
     std::vector<test::ThreadSwitches> client;
     std::vector<test::ThreadSwitches> engine;
+    // The settings window standing in for a missing tray samples the footprint every second
+    // while it is open: a user closes it and leaves the app.
+    if (const QString closing = r.desk->closeStandInSettingsWindow(); !closing.isEmpty()) {
+        fail(state, closing.toStdString());
+        return;
+    }
     for (auto _ : state) {
         // Settled: the last dictation's success display and clipboard restore are over.
         QTest::qWait(3000);
@@ -445,6 +483,10 @@ void BM_IdleWakeups(benchmark::State &state)
     state.counters["engine_wakeups"] = static_cast<double>(test::totalSwitches(engine));
     state.counters["engine_wakeups_per_10s"]
         = static_cast<double>(test::totalSwitches(engine)) * 10.0 / kIdleSeconds;
+    // Back to the field for the dictations that follow.
+    if (!r.desk->editor().activate()) {
+        fail(state, "the editor did not take the focus back");
+    }
 }
 
 void BM_ResidentMemory(benchmark::State &state)
@@ -464,21 +506,31 @@ void BM_ResidentMemory(benchmark::State &state)
         }
         state.SetIterationTime(1.0);
     }
-    QTest::qWait(3000);
+    QTest::qWait(kSettleMs);
     const qint64 client = test::residentKiB(r.desk->sayvoPid());
     const qint64 engine = test::residentKiB(r.enginePid());
-    std::fprintf(stderr,
-        "resident memory after launch -> after %d dictations:\n"
-        "  sayvo        %7lld KiB -> %7lld KiB (%+lld KiB)\n"
-        "  sayvo-engine %7lld KiB -> %7lld KiB (%+lld KiB)\n",
-        r.dictationsDone, static_cast<long long>(r.clientKiBAtLaunch),
-        static_cast<long long>(client), static_cast<long long>(client - r.clientKiBAtLaunch),
-        static_cast<long long>(r.engineKiBAtLaunch), static_cast<long long>(engine),
-        static_cast<long long>(engine - r.engineKiBAtLaunch));
+    std::fprintf(
+        stderr, "resident memory after launch -> after %d dictations:\n", r.dictationsDone);
+    for (const auto &[process, launch, warm, after] :
+        {std::tuple {"sayvo", r.clientKiBAtLaunch, r.clientKiBWarm, client},
+            std::tuple {"sayvo-engine", r.engineKiBAtLaunch, r.engineKiBWarm, engine}}) {
+        std::fprintf(stderr, "  %-13s %7lld KiB -> %7lld KiB (%+lld KiB)", process,
+            static_cast<long long>(launch), static_cast<long long>(after),
+            static_cast<long long>(after - launch));
+        if (warm > 0) {
+            std::fprintf(stderr, ", %+lld KiB since dictation %d",
+                static_cast<long long>(after - warm), kWarmUpDictations);
+        }
+        std::fprintf(stderr, "\n");
+    }
     state.counters["client_launch_KiB"] = static_cast<double>(r.clientKiBAtLaunch);
     state.counters["client_after_KiB"] = static_cast<double>(client);
     state.counters["engine_launch_KiB"] = static_cast<double>(r.engineKiBAtLaunch);
     state.counters["engine_after_KiB"] = static_cast<double>(engine);
+    state.counters["client_warm_KiB"] = static_cast<double>(r.clientKiBWarm);
+    state.counters["engine_warm_KiB"] = static_cast<double>(r.engineKiBWarm);
+    state.counters["client_growth_since_warm_KiB"] = static_cast<double>(client - r.clientKiBWarm);
+    state.counters["engine_growth_since_warm_KiB"] = static_cast<double>(engine - r.engineKiBWarm);
 }
 
 } // namespace

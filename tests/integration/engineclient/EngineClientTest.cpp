@@ -2,6 +2,7 @@
 #include "engineclient/EngineClient.h"
 #include "support/engine/TestEngine.h"
 
+#include <QCryptographicHash>
 #include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QSslSocket>
@@ -486,6 +487,47 @@ public:
     QTcpServer server;
     QList<QTcpSocket *> sockets;
 };
+
+// A frame sent on an open socket is in the connection when the send returns: the peer reads
+// it while this thread's event loop does not run (a key-up's utterance.end does not wait for
+// the loop's next turn to leave).
+TEST_F(EngineClientTest, AFrameOnAnOpenSocketIsOnTheWireWhenTheSendReturns)
+{
+    SilentServer server;
+    auto client = makeClient(server.url());
+    client->connect();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return server.sockets.size() == 1 && server.sockets[0]->canReadLine(); }, 5000));
+    QTcpSocket &peer = *server.sockets[0];
+    // The upgrade, answered by hand so that this side's socket is a plain one.
+    ASSERT_TRUE(QTest::qWaitFor([&] { return peer.peek(4096).contains("\r\n\r\n"); }, 5000));
+    QByteArray key;
+    for (const QByteArray &line : peer.readAll().split('\n')) {
+        if (line.toLower().startsWith("sec-websocket-key:")) {
+            key = line.mid(line.indexOf(':') + 1).trimmed();
+        }
+    }
+    ASSERT_FALSE(key.isEmpty());
+    const QByteArray accept = QCryptographicHash::hash(
+        key + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11", QCryptographicHash::Sha1)
+                                  .toBase64();
+    peer.write("HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\n"
+               "Connection: Upgrade\r\nSec-WebSocket-Accept: "
+        + accept + "\r\n\r\n");
+    peer.flush();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return client->writesAtOnce(); }, 5000));
+    QTest::qWait(50);
+    peer.readAll(); // the hello
+
+    client->sendBinary(QByteArray(3200, 'a'));
+    // Blocks on the peer's socket alone: nothing of this thread's event loop runs meanwhile.
+    QByteArray received;
+    while (received.size() < 3200 && peer.waitForReadyRead(2000)) {
+        received += peer.readAll();
+    }
+    // A client frame: 2 header bytes, 2 of extended length, 4 of mask, then the payload.
+    EXPECT_EQ(received.size(), 3200 + 8);
+}
 
 TEST_F(EngineClientTest, DisconnectWhileTheSocketIsStillOpeningStopsEverything)
 {

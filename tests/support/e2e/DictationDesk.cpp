@@ -446,6 +446,36 @@ bool DictationDesk::dictate(const QByteArray &pcm, int timeoutMs)
     return QTest::qWaitFor([&] { return countLog(outcome) > before; }, timeoutMs);
 }
 
+QString DictationDesk::closeStandInSettingsWindow()
+{
+    if (countLog(QRegularExpression(QStringLiteral("no system tray"))) == 0) {
+        return {};
+    }
+    // The window is mapped a little after the log line; later still on a busy machine.
+    const QStringList findSettings {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+        QStringLiteral("--name"), QStringLiteral("^Settings")};
+    const auto shown = [&] {
+        int found = -1;
+        m_desktop->run(QStringLiteral("xdotool"), findSettings, &found);
+        return found == 0;
+    };
+    if (!QTest::qWaitFor(shown, 15000)) {
+        return QStringLiteral("the settings window did not appear");
+    }
+    // Activation can fail while the window manager is still taking the new window in; the
+    // user would simply press Escape again.
+    const bool closed = QTest::qWaitFor(
+        [&] {
+            m_desktop->run(QStringLiteral("xdotool"),
+                findSettings
+                    + QStringList {QStringLiteral("windowactivate"), QStringLiteral("--sync"),
+                        QStringLiteral("key"), QStringLiteral("Escape")});
+            return !shown();
+        },
+        15000);
+    return closed ? QString() : QStringLiteral("the settings window stayed open");
+}
+
 bool DictationDesk::screenshot(const QString &path)
 {
     QDir().mkpath(QFileInfo(path).absolutePath());

@@ -100,6 +100,11 @@ public:
     // Holds the trigger, speaks, lets go, and waits for the outcome to be logged.
     bool dictate(const QByteArray &pcm, int timeoutMs = 30000);
 
+    // With no tray host on the desktop Sayvo opens its settings window in the tray menu's
+    // stead, which shows the live footprint while it is open; this closes it as a user would,
+    // with Escape. Empty when there was none or it closed, else what went wrong.
+    QString closeStandInSettingsWindow();
+
     bool screenshot(const QString &path);
     // Presses a button of one of Sayvo's windows through the accessibility bus, as a user
     // would click it; false when no such button showed up within the time.

@@ -6,6 +6,7 @@
 #include <QString>
 #include <QWebSocket>
 
+#include <optional>
 #include <vector>
 
 namespace sayvo::test {
@@ -43,6 +44,15 @@ public:
         return out;
     }
     std::vector<std::string> errorCodes() const;
+
+    // hello, then waits for hello.ack: the engine takes no utterance before it.
+    bool greet(int timeoutMs = 10000);
+    // One utterance as a live microphone delivers it: `pcm` in 100 ms frames at real time,
+    // then utterance.end. The milliseconds from writing utterance.end to the final's arrival
+    // (the engine's own end -> final, which benches compare the client against); nullopt when
+    // no final came within timeoutMs.
+    std::optional<double> endToFinalMs(
+        const std::string &utteranceId, const QByteArray &pcm, int timeoutMs = 30000);
     int undecodable() const { return m_undecodable; }
     QWebSocket &socket() { return m_socket; }
 
@@ -52,6 +62,8 @@ private:
     QWebSocket m_socket;
     std::vector<InboundMessage> m_messages;
     int m_undecodable = 0;
+    // steady_clock nanoseconds of the last final's arrival, before it was decoded.
+    qint64 m_lastFinalAtNs = 0;
 };
 
 template <typename T> bool EngineTestClient::waitFor(std::size_t count, int timeoutMs)

@@ -123,6 +123,60 @@ TEST_F(TextInserterTest, AnEmptyClipboardIsEmptyAgainAfterThePaste)
     EXPECT_EQ(m_pasteboard->log.last(), QStringLiteral("clear"));
 }
 
+// Saved while the engine finishes: the paste itself asks the clipboard's owner for nothing.
+TEST_F(TextInserterTest, AClipboardSavedAheadIsNotReadAgainByThePaste)
+{
+    const std::vector<PasteboardItem> before {
+        item({{"text/html", "<b>rich</b>"}, {"text/plain", "rich"}})};
+    m_pasteboard->preload(before);
+    m_inserter.prepare();
+    EXPECT_EQ(m_pasteboard->log, QStringList {"items"});
+    m_pasteboard->log.clear();
+
+    EXPECT_TRUE(paste(QStringLiteral("dictated")));
+    EXPECT_FALSE(m_pasteboard->log.contains(QStringLiteral("items")))
+        << m_pasteboard->log.join(' ').toStdString();
+    ASSERT_TRUE(waitForRestore());
+    EXPECT_EQ(m_pasteboard->contents, before);
+}
+
+TEST_F(TextInserterTest, AClipboardChangedAfterItWasSavedAheadIsSavedAgain)
+{
+    m_pasteboard->preload({item({{"text/plain", "old"}})});
+    m_inserter.prepare();
+    const std::vector<PasteboardItem> newer {item({{"text/plain", "copied meanwhile"}})};
+    m_pasteboard->writeFromElsewhere(newer);
+    EXPECT_TRUE(paste(QStringLiteral("dictated")));
+    ASSERT_TRUE(waitForRestore());
+    EXPECT_EQ(m_pasteboard->contents, newer);
+}
+
+TEST_F(TextInserterTest, AForgottenSaveIsNotUsed)
+{
+    m_pasteboard->preload({item({{"text/plain", "mine"}})});
+    m_inserter.prepare();
+    m_inserter.forgetPrepared();
+    m_pasteboard->log.clear();
+    EXPECT_TRUE(paste(QStringLiteral("dictated")));
+    EXPECT_TRUE(m_pasteboard->log.contains(QStringLiteral("items")));
+    ASSERT_TRUE(waitForRestore());
+    EXPECT_EQ(
+        m_pasteboard->contents, (std::vector<PasteboardItem> {item({{"text/plain", "mine"}})}));
+}
+
+// While a transcript is on the clipboard, there is nothing of the user's to save ahead.
+TEST_F(TextInserterTest, NothingIsSavedAheadWhileAPasteIsUnderWay)
+{
+    m_pasteboard->preload({item({{"text/plain", "mine"}})});
+    EXPECT_TRUE(paste(QStringLiteral("first")));
+    m_pasteboard->log.clear();
+    m_inserter.prepare();
+    EXPECT_TRUE(m_pasteboard->log.isEmpty());
+    ASSERT_TRUE(waitForRestore());
+    EXPECT_EQ(
+        m_pasteboard->contents, (std::vector<PasteboardItem> {item({{"text/plain", "mine"}})}));
+}
+
 TEST_F(TextInserterTest, AClipboardWrittenByAnotherProgramDuringTheDelayIsKept)
 {
     m_pasteboard->preload({item({{"text/plain", "old"}})});

@@ -55,6 +55,52 @@ TEST_F(OutboundQueueTest, EventsAreHandedOutInOrderFromTheEventLoop)
     EXPECT_EQ(handled, (QStringList {"start U1", "audio a", "end U1"}));
 }
 
+// A key-up queues the last audio and the end together: both go out in the first event-loop
+// turn, not one turn each.
+TEST_F(OutboundQueueTest, EventsHandledAtOnceGoOutInOneEventLoopTurn)
+{
+    queue.enqueue(audio("a"));
+    queue.enqueue(audio("b"));
+    queue.enqueue(end("U1"));
+    // Queued behind the queue's wake-up: it runs once that turn is over.
+    QStringList afterOneTurn;
+    QMetaObject::invokeMethod(
+        &context, [&] { afterOneTurn = handled; }, Qt::QueuedConnection);
+    ASSERT_TRUE(waitForCount(3));
+    EXPECT_EQ(afterOneTurn, (QStringList {"audio a", "audio b", "end U1"}));
+}
+
+// One whose handling completes later holds the rest back until it does.
+TEST_F(OutboundQueueTest, AnEventCompletedLaterHoldsBackTheNextUntilItIsDone)
+{
+    std::function<void()> pending;
+    OutboundQueue slow(&context, [&](OutboundEvent event, const std::function<void()> &done) {
+        handled << name(event);
+        pending = done;
+    });
+    slow.enqueue(start("U1"));
+    slow.enqueue(end("U1"));
+    ASSERT_TRUE(waitForCount(1));
+    QTest::qWait(50);
+    EXPECT_EQ(handled, QStringList {"start U1"});
+    pending();
+    ASSERT_TRUE(waitForCount(2));
+    EXPECT_EQ(handled, (QStringList {"start U1", "end U1"}));
+}
+
+// A long run still lets the event loop in between.
+TEST_F(OutboundQueueTest, ALongRunYieldsToTheEventLoop)
+{
+    for (int i = 0; i < OutboundQueue::kEventsPerTurn * 2; ++i) {
+        queue.enqueue(audio("a"));
+    }
+    qsizetype afterOneTurn = -1;
+    QMetaObject::invokeMethod(
+        &context, [&] { afterOneTurn = handled.size(); }, Qt::QueuedConnection);
+    ASSERT_TRUE(waitForCount(OutboundQueue::kEventsPerTurn * 2));
+    EXPECT_EQ(afterOneTurn, OutboundQueue::kEventsPerTurn);
+}
+
 TEST_F(OutboundQueueTest, HeldAudioFollowsWhatWasQueuedMeanwhile)
 {
     queue.holdAudio();

@@ -3,6 +3,7 @@
 #include "protocol/WireCodec.h"
 #include "support/session/CoordinatorHarness.h"
 
+#include <QLoggingCategory>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -42,6 +43,29 @@ int countOfType(const CoordinatorHarness &h, const std::string &type)
         count += m["type"] == type ? 1 : 0;
     }
     return count;
+}
+
+bool loggedLine(const CoordinatorHarness &h, const char *text)
+{
+    const QStringList lines = h.logLines();
+    return std::any_of(lines.begin(), lines.end(),
+        [text](const QString &line) { return line.contains(QLatin1String(text)); });
+}
+
+// Runs `check` once `turns` more event-loop turns are over: queued calls run in the order
+// they were posted.
+void afterTurns(QObject *context, int turns, std::function<void()> check)
+{
+    QMetaObject::invokeMethod(
+        context,
+        [context, turns, check = std::move(check)] {
+            if (turns > 1) {
+                afterTurns(context, turns - 1, check);
+            } else {
+                check();
+            }
+        },
+        Qt::QueuedConnection);
 }
 
 class CoordinatorTest : public ::testing::Test
@@ -179,6 +203,84 @@ TEST_F(CoordinatorTest, HoldToTalkSendsContextStartAudioEndInOrderAndInsertsTheF
     EXPECT_EQ(messages[2]["utterance_id"], id.toStdString());
     EXPECT_EQ(messages[3]["utterance_id"], id.toStdString());
     EXPECT_EQ(messages[1]["context"]["app_bundle_id"], "org.example.Editor");
+}
+
+// The trigger key's way to the microphone and to the wire, in event-loop turns: the key's own
+// turn opens the microphone or ends the utterance; the next one writes the last audio and
+// utterance.end onto the socket, where nothing else waits for a turn.
+TEST_F(CoordinatorTest, TheTriggerKeyReachesTheMicrophoneInOneTurnAndTheWireInTwo)
+{
+    QLoggingCategory::setFilterRules(QStringLiteral("com.sayvoapp.shell.latency.debug=true"));
+    h.answerWith(CoordinatorHarness::finalWithText("Hi."));
+    bool listening = false;
+    h.hotkeys->press();
+    afterTurns(&c(), 1, [&] { listening = c().state().is<AppState::Listening>(); });
+    ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Listening>(); }));
+    EXPECT_TRUE(listening);
+    EXPECT_TRUE(h.audioEngine->isRunning());
+
+    h.speak(CoordinatorHarness::tone(7000));
+    settle();
+    const auto endSent = [&] { return loggedLine(h, "latency: end-sent"); };
+    ASSERT_FALSE(endSent());
+    bool processing = false;
+    bool sent = false;
+    h.hotkeys->release();
+    afterTurns(&c(), 1, [&] { processing = c().state().is<AppState::Processing>(); });
+    afterTurns(&c(), 2, [&] { sent = endSent(); });
+    ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Success>(); }));
+    QLoggingCategory::setFilterRules(QString());
+    EXPECT_TRUE(processing);
+    EXPECT_TRUE(sent);
+}
+
+// What the processing state sets off (the HUD's repaint, posted to the event loop) comes
+// after utterance.end has gone out, not before it.
+TEST_F(CoordinatorTest, TheEndGoesOutBeforeWhatTheProcessingStatePosts)
+{
+    QLoggingCategory::setFilterRules(QStringLiteral("com.sayvoapp.shell.latency.debug=true"));
+    h.answerWith(CoordinatorHarness::finalWithText("Hi."));
+    std::optional<bool> sentBeforeRepaint;
+    QObject::connect(&c(), &SayvoCoordinator::stateChanged, &c(), [&](const AppState &state) {
+        if (state.is<AppState::Processing>()) {
+            QMetaObject::invokeMethod(
+                &c(), [&] { sentBeforeRepaint = loggedLine(h, "latency: end-sent"); },
+                Qt::QueuedConnection);
+        }
+    });
+    c().handleTriggerDown();
+    h.speak(CoordinatorHarness::tone(6400));
+    settle(); // the audio so far has gone out: the key-up finds the queue idle
+    c().handleTriggerUp();
+    ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Success>(); }));
+    QLoggingCategory::setFilterRules(QString());
+    ASSERT_TRUE(sentBeforeRepaint.has_value());
+    EXPECT_TRUE(*sentBeforeRepaint);
+}
+
+// The user's clipboard is read while the engine works on the final, not after it arrives:
+// the paste then asks the clipboard's owner for nothing, and the clipboard still comes back.
+TEST_F(CoordinatorTest, TheClipboardIsSavedWhileTheEngineFinishes)
+{
+    const std::vector<PasteboardItem> mine {{{QStringLiteral("text/plain"), QByteArray("mine")}}};
+    h.pasteboard->preload(mine);
+    h.answerNothing();
+    c().handleTriggerDown();
+    const std::string id = c().currentUtteranceId()->toStdString();
+    h.speak(CoordinatorHarness::tone(3200));
+    c().handleTriggerUp();
+    ASSERT_TRUE(waitFor([&] { return countOfType(h, "utterance.end") == 1; }));
+    EXPECT_EQ(h.pasteboard->log.count(QStringLiteral("items")), 1)
+        << h.pasteboard->log.join(' ').toStdString();
+
+    FinalMessage final = CoordinatorHarness::finalWithText("Saved ahead.");
+    final.utteranceId = id;
+    h.engine.sendText(QByteArray::fromStdString(encode(final)));
+    ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Success>(); }));
+    EXPECT_EQ(h.pasteboard->log.count(QStringLiteral("items")), 1)
+        << h.pasteboard->log.join(' ').toStdString();
+    EXPECT_EQ(h.pastedTexts(), std::vector<QString> {"Saved ahead."});
+    ASSERT_TRUE(waitFor([&] { return h.pasteboard->contents == mine; }, 3000));
 }
 
 TEST_F(CoordinatorTest, SuccessReturnsToIdleAfterOnePointTwoSeconds)
