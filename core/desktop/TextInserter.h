@@ -28,9 +28,10 @@ namespace sayvo {
 // the text on it in one write, sends the paste chord and reports. The saved clipboard comes
 // back once the target has read the text (as the clipboard reports it) and had kReadSettleMs to
 // take it in, but never before kRestoreDelayMs and, unread, never later than kLongestHoldMs,
-// unless someone else wrote the clipboard meanwhile. Pastes run one after another: the next one's text goes on the
-// clipboard only after the previous one was read. Typed text waits for the keyboard and its
-// turn in the same way, so a held modifier does not turn its characters into shortcuts.
+// unless someone else wrote the clipboard meanwhile. Pastes run one after another: the next one's
+// text goes on the clipboard only after the previous one was read. Typed text waits for the
+// keyboard and its turn in the same way, so a held modifier does not turn its characters into
+// shortcuts.
 class TextInserter : public QObject
 {
     Q_OBJECT
@@ -59,12 +60,16 @@ public:
     ~TextInserter() override;
 
     // Direct insertion first when the method asks for it, the paste otherwise or when that
-    // fails. `done` runs on the main thread, possibly before this returns, with whether the
-    // text was handed to the target; empty text is never inserted.
+    // was refused. `done` runs on the main thread, possibly before this returns, with whether
+    // the text was handed to the target; empty text is never inserted. A direct write the
+    // application left unanswered counts as handed over and is never followed by a paste or
+    // typing: it may still land, and the text would arrive twice.
     void insert(const QString &text, InsertionMethod method, Completion done);
     void insertViaPaste(const QString &text, Completion done);
-    // Writes into the focused element and checks what landed. Synchronous.
-    bool insertViaAX(const QString &text);
+    // Writes into the focused element and checks what landed. Synchronous. The whole value
+    // is written only when replacing the selection was refused, never after a write that went
+    // unanswered.
+    AccessibilityWrite insertViaAX(const QString &text);
 
     // A paste is under way: waiting to send its chord or to put the clipboard back.
     bool isRestorePending() const
@@ -97,6 +102,8 @@ private:
         bool readyToRelease = false;
     };
 
+    // Whether a direct write counts as handed to the target.
+    static bool wentIn(AccessibilityWrite write);
     PasteShortcut shortcutForFront() const;
     void startNextPaste();
     void pollKeys();
