@@ -82,8 +82,12 @@ TextInserter::TextInserter(std::shared_ptr<Pasteboard> pasteboard,
         Pasteboard *served = board.get();
         board->setOnServed([this, served] {
             if (m_current && m_current->pasteboard.get() == served) {
+                const qint64 nowMs = m_current->sinceChord.elapsed();
+                if (!m_current->served) {
+                    m_current->firstServedAtMs = nowMs;
+                }
+                m_current->lastServedAtMs = nowMs;
                 m_current->served = true;
-                m_current->sinceServed.start();
                 considerRestore();
             }
         });
@@ -258,7 +262,7 @@ void TextInserter::sendPaste()
         return;
     }
     m_current
-        = Holding {paste.pasteboard, std::move(snapshot), countAfterWrite, {}, {}, false, false};
+        = Holding {paste.pasteboard, std::move(snapshot), countAfterWrite, {}, 0, 0, false, false};
     m_current->sinceChord.start();
     considerRestore();
     paste.done(true);
@@ -289,8 +293,10 @@ void TextInserter::considerRestore()
     if (!holding.pasteboard->reportsServed()) {
         readyAtMs = kRestoreDelayMs;
     } else if (holding.served) {
-        const qint64 servedAtMs = elapsedMs - holding.sinceServed.elapsed();
-        readyAtMs = std::max<qint64>(kRestoreDelayMs, servedAtMs + kReadSettleMs);
+        const qint64 latestMs
+            = std::max<qint64>(kLongestHoldMs, holding.firstServedAtMs + kReadSettleMs);
+        readyAtMs
+            = std::clamp<qint64>(holding.lastServedAtMs + kReadSettleMs, kRestoreDelayMs, latestMs);
     }
     if (elapsedMs < readyAtMs) {
         m_restoreCheck.start(int(readyAtMs - elapsedMs));

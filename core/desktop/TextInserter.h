@@ -45,7 +45,9 @@ public:
     // A target that has not read the text by then (a busy machine) is not waited for longer.
     static constexpr int kLongestHoldMs = 1000;
     // A toolkit handles the data it read a few turns of its event loop later, and drops it if
-    // the clipboard changes before then (GTK 3 on Wayland does); each read gets this long.
+    // the clipboard changes before then (GTK 3 on Wayland does); each read gets this long,
+    // though reads that keep coming (a clipboard manager) hold the text no longer than
+    // kLongestHoldMs, or the first read's time if that ends later.
     static constexpr int kReadSettleMs = 150;
     // How long a paste waits for held keys to be released, and how often it looks.
     static constexpr int kLongestKeyWaitMs = 1500;
@@ -94,8 +96,9 @@ private:
         PasteboardSnapshot snapshot;
         qint64 changeCountAfterWrite = 0;
         QElapsedTimer sinceChord;
-        // Since the latest read; valid once served.
-        QElapsedTimer sinceServed;
+        // The first and the latest read, counted from the chord; valid once served.
+        qint64 firstServedAtMs = 0;
+        qint64 lastServedAtMs = 0;
         bool served = false;
         // Read (or waited for long enough), but kept for the next paste, which takes over the
         // saved clipboard instead of restoring and saving it again.

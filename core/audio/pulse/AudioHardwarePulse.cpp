@@ -90,8 +90,9 @@ AudioHardwarePulse::AudioHardwarePulse() : m_connection("Sayvo")
 
 AudioHardwarePulse::~AudioHardwarePulse()
 {
-    m_connection.setReadyHandler(nullptr);
-    m_connection.setFailureHandler(nullptr);
+    // The subscription and server-info callbacks use the listeners and the default source,
+    // which go before the connection does.
+    m_connection.close();
 }
 
 void AudioHardwarePulse::notifyListeners(const Listeners &listeners)

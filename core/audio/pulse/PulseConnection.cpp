@@ -32,18 +32,22 @@ PulseConnection::PulseConnection(const char *clientName)
 
 PulseConnection::~PulseConnection()
 {
-    {
-        Lock lock(*this);
-        m_onReady = nullptr;
-        m_onFailure = nullptr;
-        if (m_retry) {
-            api()->time_free(m_retry);
-            m_retry = nullptr;
-        }
-        dropContext();
-    }
+    close();
     pa_threaded_mainloop_stop(m_loop);
     pa_threaded_mainloop_free(m_loop);
+}
+
+void PulseConnection::close()
+{
+    // Callbacks run on the loop thread with the lock held: once it is ours, none is running.
+    Lock lock(*this);
+    m_onReady = nullptr;
+    m_onFailure = nullptr;
+    if (m_retry) {
+        api()->time_free(m_retry);
+        m_retry = nullptr;
+    }
+    dropContext();
 }
 
 void PulseConnection::setReadyHandler(std::function<void(pa_context *)> handler)

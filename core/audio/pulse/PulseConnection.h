@@ -40,6 +40,11 @@ public:
     PulseConnection(const PulseConnection &) = delete;
     PulseConnection &operator=(const PulseConnection &) = delete;
 
+    // Ends the connection: once this returns, no handler and no callback registered on its
+    // context runs again, until readyContext() connects anew. An owner whose callbacks use its
+    // own members calls this first in its destructor, before those members are gone (the loop
+    // thread would otherwise run them in between).
+    void close();
     // Locked. A ready context, connecting first if needed; null with `error` set otherwise.
     pa_context *readyContext(QString *error);
     // Locked. Waits for the operation to finish and releases it; false if it was cancelled

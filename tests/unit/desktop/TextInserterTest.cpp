@@ -203,6 +203,25 @@ TEST_F(TextInserterTest, EveryReadGetsItsTimeBeforeTheClipboardChanges)
         m_pasteboard->contents, (std::vector<PasteboardItem> {item({{"text/plain", "old"}})}));
 }
 
+TEST_F(TextInserterTest, ReadsThatKeepComingHoldTheTextNoLongerThanTheLongestHold)
+{
+    m_pasteboard->servedReports = true;
+    m_pasteboard->preload({item({{"text/plain", "old"}})});
+    const qint64 pastedAtMs = m_pasteboard->clock.elapsed();
+    EXPECT_TRUE(paste(QStringLiteral("dictated")));
+    // A clipboard manager that reads every 50 ms.
+    QTimer reader;
+    QObject::connect(&reader, &QTimer::timeout, [this] { m_pasteboard->serveToTarget(); });
+    reader.start(50);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [this] { return !m_inserter.isRestorePending(); }, 5 * TextInserter::kLongestHoldMs));
+    reader.stop();
+    EXPECT_GE(m_pasteboard->lastTimeMs(QStringLiteral("writeItems")) - pastedAtMs,
+        TextInserter::kLongestHoldMs);
+    EXPECT_EQ(
+        m_pasteboard->contents, (std::vector<PasteboardItem> {item({{"text/plain", "old"}})}));
+}
+
 TEST_F(TextInserterTest, ATargetThatNeverReadsGetsTheLongestHoldAndNoMore)
 {
     m_pasteboard->servedReports = true;
