@@ -40,6 +40,9 @@ public:
     static QString usageNote();
     static QString footprintNote();
     static QString privacyCaption();
+    // Under the launch-at-login switch while the system waits for the user to allow it.
+    static QString loginApprovalNote();
+    static QString loginApprovalButton();
 };
 
 } // namespace sayvo

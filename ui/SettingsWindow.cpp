@@ -364,6 +364,23 @@ QWidget *SettingsWindow::buildGeneral()
     connect(m_launchAtLogin, &SettingsSwitch::clicked, this, &SettingsWindow::applyLaunchAtLogin);
     subscribe(&m_settings, &SettingsStore::launchAtLogin, &SettingsStore::launchAtLoginChanged,
         this, [this](bool enabled) { m_launchAtLogin->setChecked(enabled); });
+    m_loginApproval = new QWidget(page.content);
+    m_loginApproval->setObjectName(QStringLiteral("loginApproval"));
+    auto *approvalLayout = new QVBoxLayout(m_loginApproval);
+    approvalLayout->setContentsMargins(0, 0, 0, 0);
+    auto *approvalNote = new QLabel(PlatformTexts::loginApprovalNote(), m_loginApproval);
+    approvalNote->setWordWrap(true);
+    approvalLayout->addWidget(approvalNote);
+    auto *openApproval = new QPushButton(PlatformTexts::loginApprovalButton(), m_loginApproval);
+    openApproval->setObjectName(QStringLiteral("openLoginApproval"));
+    approvalLayout->addWidget(openApproval, 0, Qt::AlignLeft);
+    connect(openApproval, &QPushButton::clicked, this, [this] {
+        if (m_loginItem) {
+            m_loginItem->openApproval();
+        }
+    });
+    m_loginApproval->hide();
+    page.layout->addWidget(m_loginApproval);
 
     page.layout->addStretch();
     return page.scroll;
@@ -459,6 +476,22 @@ void SettingsWindow::applyLaunchAtLogin(bool enabled)
         return;
     }
     m_settings.setLaunchAtLogin(enabled);
+    refreshLaunchAtLogin();
+}
+
+void SettingsWindow::refreshLaunchAtLogin()
+{
+    if (!m_loginItem) {
+        return;
+    }
+    // A launch that waits for the user's approval was still asked for: the switch stays on
+    // and the note says what is missing.
+    const LoginLaunch state = m_loginItem->state();
+    const bool asked = state != LoginLaunch::off;
+    if (asked != m_settings.launchAtLogin()) {
+        m_settings.setLaunchAtLogin(asked);
+    }
+    m_loginApproval->setVisible(state == LoginLaunch::awaitingApproval);
 }
 
 // Trigger and insertion -----------------------------------------------------------------
@@ -852,9 +885,7 @@ void SettingsWindow::showEvent(QShowEvent *event)
         refreshPermissions();
         // The layout may have changed since the window was last open.
         refreshRightAltNote();
-        if (m_loginItem && m_loginItem->isEnabled() != m_settings.launchAtLogin()) {
-            m_settings.setLaunchAtLogin(m_loginItem->isEnabled());
-        }
+        refreshLaunchAtLogin();
     }
     if (!m_sampler && m_makeSampler) {
         m_sampler = m_makeSampler();

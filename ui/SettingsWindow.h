@@ -118,6 +118,7 @@ private:
     void refreshPermissions();
     void refreshRightAltNote();
     void applyLaunchAtLogin(bool enabled);
+    void refreshLaunchAtLogin();
 
     SettingsStore &m_settings;
     UsageStatsStore &m_usageStats;
@@ -139,6 +140,7 @@ private:
     QLabel *m_microphoneCaption = nullptr;
     QComboBox *m_language = nullptr;
     SettingsSwitch *m_launchAtLogin = nullptr;
+    QWidget *m_loginApproval = nullptr;
 
     SettingsRadioList *m_hotkey = nullptr;
     QLabel *m_triggerNote = nullptr;

@@ -12,7 +12,7 @@ AccessibleElementPtr elementAttribute(
     if (!element) {
         return nullptr;
     }
-    const std::optional<AttributeValue> value = provider.copyAttribute(element, name);
+    const std::optional<AttributeValue> value = provider.copyAttribute(element, name, kReadTimeout);
     if (!value) {
         return nullptr;
     }
@@ -44,7 +44,7 @@ std::optional<QString> stringAttribute(
     if (!element) {
         return std::nullopt;
     }
-    const std::optional<AttributeValue> value = provider.copyAttribute(element, name);
+    const std::optional<AttributeValue> value = provider.copyAttribute(element, name, kReadTimeout);
     if (!value) {
         return std::nullopt;
     }
@@ -77,10 +77,13 @@ std::optional<QString> screenText(AccessibilityProvider &provider, qint64 pid, i
     return std::nullopt;
 }
 
-bool setValue(AccessibilityProvider &provider, const QString &value, const QString &attribute,
-    const AccessibleElementPtr &element)
+AccessibilityWrite setValue(AccessibilityProvider &provider, const QString &value,
+    const QString &attribute, const AccessibleElementPtr &element)
 {
-    return element && provider.setAttribute(element, attribute, value);
+    if (!element) {
+        return AccessibilityWrite::refused;
+    }
+    return provider.setAttribute(element, attribute, value, kWriteTimeout);
 }
 
 QString lastCharacters(const QString &text, int count)

@@ -2,6 +2,7 @@
 
 #include <QString>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <variant>
@@ -26,12 +27,21 @@ struct OtherAttributeValue
 
 using AttributeValue = std::variant<QString, AccessibleElementPtr, OtherAttributeValue>;
 
+// What became of a write. Only a refused write certainly changed nothing; an unanswered one
+// may land once the application gets to it.
+enum class AccessibilityWrite {
+    written,
+    // The application (or the platform) said no: the text is not there.
+    refused,
+    // No answer within the wait: the text may still arrive.
+    unanswered,
+};
+
 // The platform's accessibility interface, addressed by the attribute names of the macOS
 // accessibility API ("AXFocusedUIElement", "AXFocusedWindow", "AXTitle", "AXSelectedText",
-// "AXValue"); adapters translate them. Main thread only. Reads answer within a short time-out
-// (a slow application's context is not worth the wait); writes wait for the application's
-// answer, because a failed write is followed by a paste and a write that timed out may land
-// after all. When accessibility is unavailable every query is absent and every write fails.
+// "AXValue"); adapters translate them. Main thread only. Every call says how long it may wait
+// for the element's application; the wait applies to that call and that element only. When
+// accessibility is unavailable every query is absent and every write is refused.
 class AccessibilityProvider
 {
 public:
@@ -39,12 +49,12 @@ public:
 
     virtual AccessibleElementPtr systemWideElement() = 0;
     virtual AccessibleElementPtr applicationElement(qint64 pid) = 0;
-    // Absent when the copy fails (no such attribute, no answer, no permission).
+    // Absent when the copy fails (no such attribute, no answer within timeout, no permission).
     virtual std::optional<AttributeValue> copyAttribute(
-        const AccessibleElementPtr &element, const QString &name)
+        const AccessibleElementPtr &element, const QString &name, std::chrono::milliseconds timeout)
         = 0;
-    virtual bool setAttribute(
-        const AccessibleElementPtr &element, const QString &name, const QString &value)
+    virtual AccessibilityWrite setAttribute(const AccessibleElementPtr &element,
+        const QString &name, const QString &value, std::chrono::milliseconds timeout)
         = 0;
 };
 

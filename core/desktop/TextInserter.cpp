@@ -1,5 +1,6 @@
 #include "desktop/TextInserter.h"
 
+#include "base/Logging.h"
 #include "desktop/AXHelpers.h"
 
 #include <QHash>
@@ -117,7 +118,7 @@ void TextInserter::insert(const QString &text, InsertionMethod method, Completio
     // text goes in through accessibility or is typed key by key, and the clipboard is never
     // touched.
     if (!m_pasteboard->isAvailable()) {
-        if (insertViaAX(text)) {
+        if (wentIn(insertViaAX(text))) {
             done(true);
             return;
         }
@@ -131,14 +132,28 @@ void TextInserter::insert(const QString &text, InsertionMethod method, Completio
     }
     // Where the session lets no application post keys, accessibility is the only way in.
     if (!m_keySynthesizer->isAvailable()) {
-        done(insertViaAX(text));
+        done(wentIn(insertViaAX(text)));
         return;
     }
-    if (method == InsertionMethod::axDirect && insertViaAX(text)) {
+    if (method == InsertionMethod::axDirect && wentIn(insertViaAX(text))) {
         done(true);
         return;
     }
     insertViaPaste(text, std::move(done));
+}
+
+bool TextInserter::wentIn(AccessibilityWrite write)
+{
+    if (write != AccessibilityWrite::unanswered) {
+        return write == AccessibilityWrite::written;
+    }
+    // The application is busy and may still take the text: pasting or typing it as well
+    // could put it there twice. The HUD shows the transcript as inserted, so when the
+    // application never takes it, the user still sees what was said and can say it again.
+    Logging::shared().info(QStringLiteral(
+        "text insertion: the application did not answer the accessibility write in time; "
+        "not pasting as well, so the text cannot arrive twice"));
+    return true;
 }
 
 void TextInserter::insertViaPaste(const QString &text, Completion done)
@@ -333,14 +348,16 @@ void TextInserter::release(bool restore)
     startNextPaste();
 }
 
-bool TextInserter::insertViaAX(const QString &text)
+AccessibilityWrite TextInserter::insertViaAX(const QString &text)
 {
     const AccessibleElementPtr element = AXHelpers::focusedElement(*m_accessibility);
     if (!element) {
-        return false;
+        return AccessibilityWrite::refused;
     }
-    if (AXHelpers::setValue(*m_accessibility, text, AXHelpers::kSelectedText, element)) {
-        return true;
+    const AccessibilityWrite selection
+        = AXHelpers::setValue(*m_accessibility, text, AXHelpers::kSelectedText, element);
+    if (selection != AccessibilityWrite::refused) {
+        return selection;
     }
     // Elements without a writable selection take the text as their whole new value.
     return AXHelpers::setValue(*m_accessibility, text, AXHelpers::kValue, element);

@@ -62,12 +62,16 @@ public:
     ~TextInserter() override;
 
     // Direct insertion first when the method asks for it, the paste otherwise or when that
-    // fails. `done` runs on the main thread, possibly before this returns, with whether the
-    // text was handed to the target; empty text is never inserted.
+    // was refused. `done` runs on the main thread, possibly before this returns, with whether
+    // the text was handed to the target; empty text is never inserted. A direct write the
+    // application left unanswered counts as handed over and is never followed by a paste or
+    // typing: it may still land, and the text would arrive twice.
     void insert(const QString &text, InsertionMethod method, Completion done);
     void insertViaPaste(const QString &text, Completion done);
-    // Writes into the focused element and checks what landed. Synchronous.
-    bool insertViaAX(const QString &text);
+    // Writes into the focused element and checks what landed. Synchronous. The whole value
+    // is written only when replacing the selection was refused, never after a write that went
+    // unanswered.
+    AccessibilityWrite insertViaAX(const QString &text);
     // Saves the clipboard now, ahead of a paste that is likely to follow (while the engine
     // finishes), so that the paste does not wait for the clipboard's owner to hand over every
     // type. The paste uses the copy only if nothing changed the clipboard since; the next
@@ -114,6 +118,8 @@ private:
         qint64 changeCount = 0;
     };
 
+    // Whether a direct write counts as handed to the target.
+    static bool wentIn(AccessibilityWrite write);
     PasteShortcut shortcutForFront() const;
     PasteboardSnapshot snapshotOf(Pasteboard &board);
     void startNextPaste();

@@ -18,6 +18,9 @@ struct AppBundle
     QString resourceDir;
     // The release version; absent in a developer build.
     std::optional<QString> shortVersion;
+    // Where the application keeps the programs it starts, when not in the payload (a macOS
+    // bundle's Contents/Helpers, where code signing expects them); absent on Linux.
+    std::optional<QString> helperDir;
 };
 
 // The running application's bundle. Implemented once per platform. Needs the

@@ -90,6 +90,9 @@ void EngineSupervisor::runBootstrap()
     launch.arguments = {m_locator.bootstrapScript(), QStringLiteral("--payload"),
         m_locator.payloadDir(), QStringLiteral("--install-root"), m_locator.installRoot(),
         QStringLiteral("--version"), m_locator.appVersion()};
+    if (const std::optional<QString> &engine = m_locator.bundledEngine()) {
+        launch.arguments << QStringLiteral("--engine-binary") << *engine;
+    }
 
     std::unique_ptr<ChildProcess> process = m_launcher->create();
     const quint64 generation = ++m_bootstrapGeneration;

@@ -34,18 +34,22 @@ bool isRuntime(const QString &dir, bool requireModels)
 } // namespace
 
 RuntimeLocator::RuntimeLocator(const QString &payloadDir, const QString &installRoot,
-    QString appVersion, std::optional<QString> adoptedAppDir)
+    QString appVersion, std::optional<QString> adoptedAppDir, std::optional<QString> bundledEngine)
     : m_payloadDir(absoluteDir(payloadDir)),
       m_installRoot(absoluteDir(installRoot)),
       m_appVersion(std::move(appVersion)),
       m_adoptedAppDir(
-          adoptedAppDir ? std::optional<QString>(absoluteDir(*adoptedAppDir)) : std::nullopt)
+          adoptedAppDir ? std::optional<QString>(absoluteDir(*adoptedAppDir)) : std::nullopt),
+      m_bundledEngine(std::move(bundledEngine))
 { }
 
 RuntimeLocator RuntimeLocator::standard(const AppBundle &bundle,
     const std::optional<QString> &payloadOverride, const std::optional<QString> &installOverride)
 {
     QString payload;
+    // A payload named from outside brings its own engine; the bundle's helper goes with the
+    // bundle's payload.
+    std::optional<QString> bundledEngine;
     if (payloadOverride) {
         payload = *payloadOverride;
     } else if (qEnvironmentVariableIsSet(kPayloadDirVariable)) {
@@ -55,6 +59,9 @@ RuntimeLocator RuntimeLocator::standard(const AppBundle &bundle,
             qFatal("the application has no resource directory");
         }
         payload = join(bundle.resourceDir, QStringLiteral("engine-payload"));
+        if (bundle.helperDir) {
+            bundledEngine = join(*bundle.helperDir, QString::fromLatin1(kEngineProgram));
+        }
     }
 
     QString install;
@@ -70,7 +77,7 @@ RuntimeLocator RuntimeLocator::standard(const AppBundle &bundle,
 
     return RuntimeLocator(payload, install,
         bundle.shortVersion.value_or(QString::fromLatin1(kDevVersion)),
-        resolveAdoptedAppDir(bundle.bundlePath));
+        resolveAdoptedAppDir(bundle.bundlePath), std::move(bundledEngine));
 }
 
 std::optional<QString> RuntimeLocator::resolveAdoptedAppDir(
@@ -122,7 +129,9 @@ QString RuntimeLocator::effectiveAppDir() const
 
 bool RuntimeLocator::hasPayload() const
 {
-    return exists(join(m_payloadDir, QStringLiteral("engine"))) && exists(bootstrapScript());
+    const bool engine = exists(join(m_payloadDir, QStringLiteral("engine")))
+        || (m_bundledEngine && exists(*m_bundledEngine));
+    return engine && exists(bootstrapScript());
 }
 
 bool RuntimeLocator::hasInstalledRuntime() const

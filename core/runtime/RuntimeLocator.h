@@ -17,8 +17,10 @@ namespace sayvo {
 class RuntimeLocator
 {
 public:
+    // `bundledEngine` is the engine program when the application ships it outside the payload.
     RuntimeLocator(const QString &payloadDir, const QString &installRoot, QString appVersion,
-        std::optional<QString> adoptedAppDir = std::nullopt);
+        std::optional<QString> adoptedAppDir = std::nullopt,
+        std::optional<QString> bundledEngine = std::nullopt);
 
     // The locator the application uses. The overrides replace the payload directory and
     // the install root (tests, special set-ups); absent in normal runs.
@@ -34,6 +36,8 @@ public:
     const QString &installRoot() const { return m_installRoot; }
     const QString &appVersion() const { return m_appVersion; }
     const std::optional<QString> &adoptedAppDir() const { return m_adoptedAppDir; }
+    // The engine program provisioning installs instead of the payload's own.
+    const std::optional<QString> &bundledEngine() const { return m_bundledEngine; }
 
     QString bootstrapScript() const;
     QString runScript() const;
@@ -51,6 +55,7 @@ public:
     static constexpr const char *kPayloadDirVariable = "SAYVO_PAYLOAD_DIR";
     static constexpr const char *kRuntimeRootVariable = "SAYVO_RUNTIME_ROOT";
     static constexpr const char *kDevVersion = "dev";
+    static constexpr const char *kEngineProgram = "sayvo-engine";
 
 private:
     bool hasInstalledRuntime() const;
@@ -59,6 +64,7 @@ private:
     QString m_installRoot;
     QString m_appVersion;
     std::optional<QString> m_adoptedAppDir;
+    std::optional<QString> m_bundledEngine;
 };
 
 } // namespace sayvo

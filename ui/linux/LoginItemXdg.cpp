@@ -68,6 +68,11 @@ bool LoginItemXdg::isEnabled() const
     return QFileInfo(entryPath()).isFile() || QFileInfo(legacyEntryPath()).isFile();
 }
 
+LoginLaunch LoginItemXdg::state() const
+{
+    return isEnabled() ? LoginLaunch::on : LoginLaunch::off;
+}
+
 bool LoginItemXdg::setEnabled(bool enabled)
 {
     // An entry under the name earlier versions wrote goes either way: replaced or removed.

@@ -18,8 +18,13 @@ public:
     // The entry's text, with the executable quoted as the desktop-entry rules require.
     QString entryText() const;
 
-    bool isEnabled() const override;
+    // An entry exists, under either name.
+    bool isEnabled() const;
+
+    LoginLaunch state() const override;
     bool setEnabled(bool enabled) override;
+    // The desktop starts whatever entry it finds: there is nothing to approve.
+    void openApproval() override { }
 
 private:
     QString m_configHome;

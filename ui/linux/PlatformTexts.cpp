@@ -125,4 +125,14 @@ QString PlatformTexts::privacyCaption()
         "nothing is added to your dictionary without you accepting it.");
 }
 
+QString PlatformTexts::loginApprovalNote()
+{
+    return QStringLiteral("Your desktop starts Sayvo at login once you allow it in its settings.");
+}
+
+QString PlatformTexts::loginApprovalButton()
+{
+    return QStringLiteral("Open Settings\u2026");
+}
+
 } // namespace sayvo

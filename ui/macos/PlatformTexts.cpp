@@ -93,4 +93,15 @@ QString PlatformTexts::privacyCaption()
         "is added to your dictionary without you accepting it.");
 }
 
+QString PlatformTexts::loginApprovalNote()
+{
+    return QStringLiteral("macOS opens Sayvo at login once you allow it in System Settings \u2192 "
+                          "General \u2192 Login Items.");
+}
+
+QString PlatformTexts::loginApprovalButton()
+{
+    return QStringLiteral("Open Login Items\u2026");
+}
+
 } // namespace sayvo

@@ -5,6 +5,7 @@
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusVariant>
+#include <QScopeGuard>
 
 namespace sayvo {
 
@@ -100,27 +101,45 @@ bool AccessibilityProviderAtSpi::connectIfEnabled()
 std::optional<QDBusMessage> AccessibilityProviderAtSpi::call(const ObjectRef &object,
     const QString &interface, const QString &method, const QVariantList &arguments)
 {
+    m_lastCallUnanswered = false;
     if (!m_bus) {
         return std::nullopt;
     }
-    if (const auto found = m_unresponsiveUntil.constFind(object.service);
-        found != m_unresponsiveUntil.constEnd()) {
-        if (!found->hasExpired()) {
+    if (const auto found = m_unresponsive.constFind(object.service);
+        found != m_unresponsive.constEnd()) {
+        if (!found->until.hasExpired() && m_waitMs <= found->waitedMs) {
             return std::nullopt;
         }
-        m_unresponsiveUntil.remove(object.service);
+        if (found->until.hasExpired()) {
+            m_unresponsive.remove(object.service);
+        }
     }
     QDBusMessage message
         = QDBusMessage::createMethodCall(object.service, object.path, interface, method);
     message.setArguments(arguments);
-    QDBusMessage reply = m_bus->call(message, QDBus::Block, kTimeoutMs);
+    QDBusMessage reply = m_bus->call(message, QDBus::Block, m_waitMs);
     if (reply.type() != QDBusMessage::ReplyMessage) {
         if (reply.errorName() == QLatin1String("org.freedesktop.DBus.Error.NoReply")) {
-            m_unresponsiveUntil.insert(object.service, QDeadlineTimer(kUnresponsiveMs));
+            m_lastCallUnanswered = true;
+            m_unresponsive.insert(object.service, {QDeadlineTimer(kUnresponsiveMs), m_waitMs});
         }
         return std::nullopt;
     }
+    m_unresponsive.remove(object.service);
     return reply;
+}
+
+AccessibilityWrite AccessibilityProviderAtSpi::edit(
+    const ObjectRef &object, const QString &method, const QVariantList &arguments)
+{
+    const auto reply = call(object, kEditableText, method, arguments);
+    if (!reply) {
+        return m_lastCallUnanswered ? AccessibilityWrite::unanswered : AccessibilityWrite::refused;
+    }
+    if (reply->arguments().isEmpty() || !reply->arguments().constFirst().toBool()) {
+        return AccessibilityWrite::refused;
+    }
+    return AccessibilityWrite::written;
 }
 
 std::optional<QVariant> AccessibilityProviderAtSpi::property(
@@ -384,12 +403,14 @@ AccessibleElementPtr AccessibilityProviderAtSpi::applicationElement(qint64 pid)
 }
 
 std::optional<AttributeValue> AccessibilityProviderAtSpi::copyAttribute(
-    const AccessibleElementPtr &element, const QString &name)
+    const AccessibleElementPtr &element, const QString &name, std::chrono::milliseconds timeout)
 {
     const auto *target = dynamic_cast<const Element *>(element.get());
     if (!target || !connectIfEnabled()) {
         return std::nullopt;
     }
+    m_waitMs = int(timeout.count());
+    const auto restore = qScopeGuard([this] { m_waitMs = kTimeoutMs; });
     switch (target->kind) {
     case Element::Kind::systemWide: {
         if (name != QLatin1String("AXFocusedUIElement")) {
@@ -437,62 +458,78 @@ std::optional<AttributeValue> AccessibilityProviderAtSpi::copyAttribute(
     return std::nullopt;
 }
 
-bool AccessibilityProviderAtSpi::setAttribute(
-    const AccessibleElementPtr &element, const QString &name, const QString &value)
+AccessibilityWrite AccessibilityProviderAtSpi::setAttribute(const AccessibleElementPtr &element,
+    const QString &name, const QString &value, std::chrono::milliseconds timeout)
 {
     const auto *target = dynamic_cast<const Element *>(element.get());
     if (!target || target->kind != Element::Kind::object || !connectIfEnabled()) {
-        return false;
+        return AccessibilityWrite::refused;
     }
-    const ObjectRef &object = target->object;
+    m_waitMs = int(timeout.count());
+    const auto restore = qScopeGuard([this] { m_waitMs = kTimeoutMs; });
+    return writeObjectAttribute(target->object, name, value);
+}
+
+AccessibilityWrite AccessibilityProviderAtSpi::writeObjectAttribute(
+    const ObjectRef &object, const QString &name, const QString &value)
+{
+    // After an edit the toolkit accepted, a read-back that fails does not mean the text is
+    // missing: it may well be there, so it is not refused (which would paste it again).
     if (name == QLatin1String("AXValue")) {
-        const auto done = call(object, kEditableText, QStringLiteral("SetTextContents"), {value});
-        if (!done || done->arguments().isEmpty() || !done->arguments().constFirst().toBool()) {
-            return false;
+        if (const AccessibilityWrite set = edit(object, QStringLiteral("SetTextContents"), {value});
+            set != AccessibilityWrite::written) {
+            return set;
         }
         const auto count = characterCount(object);
-        return count && textBetween(object, 0, *count) == value;
+        const auto text = count ? textBetween(object, 0, *count) : std::nullopt;
+        if (!text) {
+            return AccessibilityWrite::unanswered;
+        }
+        return *text == value ? AccessibilityWrite::written : AccessibilityWrite::refused;
     }
     if (name != QLatin1String("AXSelectedText")) {
-        return false;
+        return AccessibilityWrite::refused;
     }
     const auto range = selectionRange(object);
     if (!range) {
-        return false;
+        return AccessibilityWrite::refused;
     }
     const auto [start, end] = *range;
     if (end > start) {
-        const auto deleted
-            = call(object, kEditableText, QStringLiteral("DeleteText"), {start, end});
-        if (!deleted || deleted->arguments().isEmpty()
-            || !deleted->arguments().constFirst().toBool()) {
-            return false;
+        if (const AccessibilityWrite deleted
+            = edit(object, QStringLiteral("DeleteText"), {start, end});
+            deleted != AccessibilityWrite::written) {
+            return deleted;
         }
     }
     const auto countBefore = characterCount(object);
     if (!countBefore) {
-        return false;
+        return end > start ? AccessibilityWrite::unanswered : AccessibilityWrite::refused;
     }
-    const auto inserted = call(object, kEditableText, QStringLiteral("InsertText"),
-        {start, value, insertLength(object.service, value)});
-    if (!inserted || inserted->arguments().isEmpty()
-        || !inserted->arguments().constFirst().toBool()) {
-        return false;
+    if (const AccessibilityWrite inserted = edit(object, QStringLiteral("InsertText"),
+            {start, value, insertLength(object.service, value)});
+        inserted != AccessibilityWrite::written) {
+        return inserted;
     }
     // Toolkits report success whatever landed: read back what the insert added, in the
     // toolkit's own offsets, and take back anything that is not exactly the text.
     const auto countAfter = characterCount(object);
     if (!countAfter) {
-        return false;
+        return AccessibilityWrite::unanswered;
     }
     const int added = *countAfter - *countBefore;
-    if (added > 0 && textBetween(object, start, start + added) == value) {
-        return true;
+    if (added <= 0) {
+        return AccessibilityWrite::refused;
     }
-    if (added > 0) {
-        call(object, kEditableText, QStringLiteral("DeleteText"), {start, start + added});
+    const auto landed = textBetween(object, start, start + added);
+    if (!landed) {
+        return AccessibilityWrite::unanswered;
     }
-    return false;
+    if (*landed == value) {
+        return AccessibilityWrite::written;
+    }
+    call(object, kEditableText, QStringLiteral("DeleteText"), {start, start + added});
+    return AccessibilityWrite::refused;
 }
 
 std::optional<int> AccessibilityProviderAtSpi::characterCount(const ObjectRef &object)

@@ -9,6 +9,7 @@
 #include <QHash>
 #include <QString>
 
+#include <chrono>
 #include <optional>
 
 namespace sayvo {
@@ -20,7 +21,8 @@ namespace sayvo {
 // its whole text. Writing "AXSelectedText" replaces the selection or inserts at the caret;
 // writing "AXValue" replaces the whole text (EditableText). A write succeeds only when the text
 // read back afterwards is exactly what was written; an insert that landed wrong is taken back.
-// Main thread only.
+// Once an editing call has gone out, anything but a confirmed result is "unanswered": the
+// toolkit may still be applying it. Main thread only.
 //
 // The accessibility bus is spoken to directly with plain method calls rather than through
 // libatspi: libatspi dispatches incoming accessibility events re-entrantly inside its own
@@ -28,11 +30,11 @@ namespace sayvo {
 // neither problem, and every answer is current.
 //
 // AT-SPI answers only when the accessibility bus is running and enabled (org.a11y.Status
-// IsEnabled); otherwise every query is absent and every write fails. Each call waits at most
-// kTimeoutMs: a busy toolkit answers in a few milliseconds, and a hung application must not
-// hold the start of an utterance for longer than a user would tolerate. An application that
-// let one call time out is not asked again for kUnresponsiveMs, so a harvest, which makes
-// several calls, waits for it once rather than once per call.
+// IsEnabled); otherwise every query is absent and every write is refused. Each call of a read
+// or write waits as long as the caller allows; the registry's own calls wait kTimeoutMs. An
+// application that let a call time out is not asked again for kUnresponsiveMs with the same
+// patience or less, so a harvest, which makes several calls, waits for it once rather than
+// once per call; a write, which waits longer, still asks.
 class AccessibilityProviderAtSpi : public AccessibilityProvider
 {
 public:
@@ -44,10 +46,10 @@ public:
 
     AccessibleElementPtr systemWideElement() override;
     AccessibleElementPtr applicationElement(qint64 pid) override;
-    std::optional<AttributeValue> copyAttribute(
-        const AccessibleElementPtr &element, const QString &name) override;
-    bool setAttribute(
-        const AccessibleElementPtr &element, const QString &name, const QString &value) override;
+    std::optional<AttributeValue> copyAttribute(const AccessibleElementPtr &element,
+        const QString &name, std::chrono::milliseconds timeout) override;
+    AccessibilityWrite setAttribute(const AccessibleElementPtr &element, const QString &name,
+        const QString &value, std::chrono::milliseconds timeout) override;
 
     // The application (other than Sayvo) whose window is active, with that window's title; its
     // accessible name stands for the application id. Absent without accessibility.
@@ -63,8 +65,19 @@ private:
     };
 
     bool connectIfEnabled();
+    struct Unresponsive
+    {
+        QDeadlineTimer until;
+        int waitedMs = 0;
+    };
+
     std::optional<QDBusMessage> call(const ObjectRef &object, const QString &interface,
         const QString &method, const QVariantList &arguments = {});
+    // An editing call whose reply is a boolean: true is written, false or an error refused.
+    AccessibilityWrite edit(
+        const ObjectRef &object, const QString &method, const QVariantList &arguments);
+    AccessibilityWrite writeObjectAttribute(
+        const ObjectRef &object, const QString &name, const QString &value);
     std::optional<QVariant> property(
         const ObjectRef &object, const QString &interface, const QString &name);
     std::optional<std::vector<ObjectRef>> children(const ObjectRef &object);
@@ -81,7 +94,11 @@ private:
 
     class Element;
 
-    QHash<QString, QDeadlineTimer> m_unresponsiveUntil;
+    QHash<QString, Unresponsive> m_unresponsive;
+    // How long the calls of the read or write under way wait for an answer.
+    int m_waitMs = kTimeoutMs;
+    // Whether the latest call went out and got no answer in time.
+    bool m_lastCallUnanswered = false;
     // Toolkit name by bus name of the application.
     QHash<QString, QString> m_toolkits;
     QString m_busAddress;

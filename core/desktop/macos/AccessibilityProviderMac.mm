@@ -6,10 +6,18 @@ namespace sayvo {
 
 namespace {
 
-AXUIElementRef axElement(const AccessibleElementPtr &element)
+// The element, with its messaging time-out set to this call's wait.
+AXUIElementRef axElement(const AccessibleElementPtr &element, std::chrono::milliseconds timeout)
 {
     const auto *mac = dynamic_cast<const AccessibleElementMac *>(element.get());
-    return mac ? mac->element() : nullptr;
+    if (!mac) {
+        return nullptr;
+    }
+    if (!mac->isSystemWide()) {
+        AXUIElementSetMessagingTimeout(
+            mac->element(), std::chrono::duration<float>(timeout).count());
+    }
+    return mac->element();
 }
 
 AccessibleElementPtr wrap(AXUIElementRef element)
@@ -24,7 +32,7 @@ AccessibleElementPtr wrap(AXUIElementRef element)
 
 AccessibleElementPtr AccessibilityProviderMac::systemWideElement()
 {
-    return wrap(AXUIElementCreateSystemWide());
+    return std::make_shared<AccessibleElementMac>(AXUIElementCreateSystemWide(), true);
 }
 
 AccessibleElementPtr AccessibilityProviderMac::applicationElement(qint64 pid)
@@ -33,15 +41,12 @@ AccessibleElementPtr AccessibilityProviderMac::applicationElement(qint64 pid)
 }
 
 std::optional<AttributeValue> AccessibilityProviderMac::copyAttribute(
-    const AccessibleElementPtr &element, const QString &name)
+    const AccessibleElementPtr &element, const QString &name, std::chrono::milliseconds timeout)
 {
-    AXUIElementRef target = axElement(element);
+    AXUIElementRef target = axElement(element, timeout);
     if (!target) {
         return std::nullopt;
     }
-    // Per element and only for reads: a time-out set on the system-wide element would apply
-    // to every element of this process, writes included.
-    AXUIElementSetMessagingTimeout(target, kReadTimeoutSeconds);
     CFTypeRef value = nullptr;
     const AXError error
         = AXUIElementCopyAttributeValue(target, (__bridge CFStringRef)name.toNSString(), &value);
@@ -62,19 +67,25 @@ std::optional<AttributeValue> AccessibilityProviderMac::copyAttribute(
     return AttributeValue(OtherAttributeValue {});
 }
 
-bool AccessibilityProviderMac::setAttribute(
-    const AccessibleElementPtr &element, const QString &name, const QString &value)
+AccessibilityWrite AccessibilityProviderMac::setAttribute(const AccessibleElementPtr &element,
+    const QString &name, const QString &value, std::chrono::milliseconds timeout)
 {
-    AXUIElementRef target = axElement(element);
+    AXUIElementRef target = axElement(element, timeout);
     if (!target) {
-        return false;
+        return AccessibilityWrite::refused;
     }
-    // A write that timed out may still land, and a failed write is followed by a paste:
-    // the text would arrive twice. So a write waits as long as the system lets it.
-    AXUIElementSetMessagingTimeout(target, 0.0f);
-    return AXUIElementSetAttributeValue(target, (__bridge CFStringRef)name.toNSString(),
-               (__bridge CFStringRef)value.toNSString())
-        == kAXErrorSuccess;
+    const AXError error = AXUIElementSetAttributeValue(
+        target, (__bridge CFStringRef)name.toNSString(), (__bridge CFStringRef)value.toNSString());
+    switch (error) {
+    case kAXErrorSuccess:
+        return AccessibilityWrite::written;
+    case kAXErrorCannotComplete:
+        // Messaging failed, most often for want of an answer: the application may still
+        // apply the value.
+        return AccessibilityWrite::unanswered;
+    default:
+        return AccessibilityWrite::refused;
+    }
 }
 
 } // namespace sayvo

@@ -39,6 +39,9 @@ AppBundle mainAppBundle()
     }
     bundle.bundlePath = filePath(CFBundleCopyBundleURL(main));
     bundle.resourceDir = filePath(CFBundleCopyResourcesDirectoryURL(main)).value_or(QString());
+    if (bundle.bundlePath) {
+        bundle.helperDir = *bundle.bundlePath + QStringLiteral("/Contents/Helpers");
+    }
     const CFTypeRef version
         = CFBundleGetValueForInfoDictionaryKey(main, CFSTR("CFBundleShortVersionString"));
     if (version && CFGetTypeID(version) == CFStringGetTypeID()) {

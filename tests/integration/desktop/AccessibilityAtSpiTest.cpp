@@ -77,7 +77,7 @@ TEST_F(AccessibilityAtSpiTest, DirectInsertionWithoutSelectionInsertsAtTheCaret)
     ASSERT_NO_FATAL_FAILURE(start(true));
     m_editor->setText(QStringLiteral("front back"), 6, 6);
     ASSERT_TRUE(waitForFocus());
-    EXPECT_TRUE(m_inserter->insertViaAX(QStringLiteral("middle ")));
+    EXPECT_EQ(m_inserter->insertViaAX(QStringLiteral("middle ")), AccessibilityWrite::written);
     EXPECT_TRUE(m_editor->waitForText(QStringLiteral("front middle back")));
 }
 
@@ -87,8 +87,9 @@ TEST_F(AccessibilityAtSpiTest, TheValueFallbackReplacesTheWholeText)
     m_editor->setText(QStringLiteral("all of this goes"), 0, 3);
     const AccessibleElementPtr focused = waitForFocus();
     ASSERT_TRUE(focused);
-    EXPECT_TRUE(AXHelpers::setValue(
-        *m_accessibility, QStringLiteral("replaced"), AXHelpers::kValue, focused));
+    EXPECT_EQ(AXHelpers::setValue(
+                  *m_accessibility, QStringLiteral("replaced"), AXHelpers::kValue, focused),
+        AccessibilityWrite::written);
     EXPECT_TRUE(m_editor->waitForText(QStringLiteral("replaced")));
 }
 
@@ -111,7 +112,8 @@ TEST_F(AccessibilityAtSpiTest, WithoutAnAccessibleFocusDirectInsertionFailsAndPa
     ASSERT_NO_FATAL_FAILURE(start(false));
     m_editor->setText(QString());
     EXPECT_EQ(AXHelpers::focusedElement(*m_accessibility), nullptr);
-    EXPECT_FALSE(m_inserter->insertViaAX(QStringLiteral("pasted instead")));
+    EXPECT_EQ(
+        m_inserter->insertViaAX(QStringLiteral("pasted instead")), AccessibilityWrite::refused);
     EXPECT_TRUE(insert(QStringLiteral("pasted instead"), InsertionMethod::axDirect));
     EXPECT_TRUE(m_editor->waitForText(QStringLiteral("pasted instead")));
 }
@@ -136,13 +138,13 @@ TEST_P(DirectInsertionByToolkitTest, EveryCharacterLandsExactly)
     ASSERT_TRUE(QTest::qWaitFor(
         [&] { return AXHelpers::focusedElement(*accessibility) != nullptr; }, 10000));
     const QString words = QString::fromUtf8("naïve café, 東京で会う 🎉🇫🇷 e\u0301t\u00e9");
-    EXPECT_TRUE(inserter.insertViaAX(words));
+    EXPECT_EQ(inserter.insertViaAX(words), AccessibilityWrite::written);
     EXPECT_TRUE(editor.waitForText(QStringLiteral("Start ") + words + QStringLiteral(" end")))
         << editor.text().toStdString();
 
     // Replacing a selection.
     editor.setText(QStringLiteral("keep THIS text"), 5, 9);
-    EXPECT_TRUE(inserter.insertViaAX(QString::fromUtf8("ça 🎉")));
+    EXPECT_EQ(inserter.insertViaAX(QString::fromUtf8("ça 🎉")), AccessibilityWrite::written);
     EXPECT_TRUE(editor.waitForText(QString::fromUtf8("keep ça 🎉 text")))
         << editor.text().toStdString();
 }

@@ -22,11 +22,11 @@ AccessibleElementPtr FakeAccessibilityProvider::applicationElement(qint64 pid)
 }
 
 std::optional<AttributeValue> FakeAccessibilityProvider::copyAttribute(
-    const AccessibleElementPtr &element, const QString &name)
+    const AccessibleElementPtr &element, const QString &name, std::chrono::milliseconds timeout)
 {
     auto *fake = dynamic_cast<FakeAccessibleElement *>(element.get());
     log << QStringLiteral("copy:%1:%2").arg(fake ? fake->label : QString(), name);
-    if (!available || !fake) {
+    if (!available || !fake || fake->answerAfter > timeout) {
         return std::nullopt;
     }
     if (const auto found = fake->attributes.find(name); found != fake->attributes.end()) {
@@ -44,28 +44,31 @@ std::optional<AttributeValue> FakeAccessibilityProvider::copyAttribute(
     return std::nullopt;
 }
 
-bool FakeAccessibilityProvider::setAttribute(
-    const AccessibleElementPtr &element, const QString &name, const QString &value)
+AccessibilityWrite FakeAccessibilityProvider::setAttribute(const AccessibleElementPtr &element,
+    const QString &name, const QString &value, std::chrono::milliseconds timeout)
 {
     auto *fake = dynamic_cast<FakeAccessibleElement *>(element.get());
     log << QStringLiteral("set:%1:%2=%3").arg(fake ? fake->label : QString(), name, value);
-    if (!available || !fake || !fake->writable.count(name)) {
-        return false;
+    if (!available || !fake) {
+        return AccessibilityWrite::refused;
+    }
+    const AccessibilityWrite answer = fake->answerAfter > timeout ? AccessibilityWrite::unanswered
+                                                                  : AccessibilityWrite::written;
+    if (!fake->writable.count(name)) {
+        return answer == AccessibilityWrite::written ? AccessibilityWrite::refused : answer;
     }
     if (name == QLatin1String("AXValue")) {
         fake->text = value;
         fake->selectionStart = fake->selectionEnd = int(value.size());
-        return true;
-    }
-    if (name == QLatin1String("AXSelectedText")) {
+    } else if (name == QLatin1String("AXSelectedText")) {
         QString text = fake->text.value_or(QString());
         text.replace(fake->selectionStart, fake->selectionEnd - fake->selectionStart, value);
         fake->text = text;
         fake->selectionStart = fake->selectionEnd = fake->selectionStart + int(value.size());
-        return true;
+    } else {
+        fake->attributes[name] = AttributeValue(value);
     }
-    fake->attributes[name] = AttributeValue(value);
-    return true;
+    return answer;
 }
 
 std::shared_ptr<FakeAccessibleElement> FakeAccessibilityProvider::addApplication(

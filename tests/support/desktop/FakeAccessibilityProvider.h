@@ -4,6 +4,7 @@
 
 #include <QStringList>
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <set>
@@ -24,6 +25,7 @@ public:
     int selectionStart = 0;
     int selectionEnd = 0;
     std::set<QString> writable;
+    std::chrono::milliseconds answerAfter {0};
 };
 
 // An accessibility tree made of fake elements. The system-wide element and each
@@ -37,10 +39,10 @@ public:
 
     AccessibleElementPtr systemWideElement() override;
     AccessibleElementPtr applicationElement(qint64 pid) override;
-    std::optional<AttributeValue> copyAttribute(
-        const AccessibleElementPtr &element, const QString &name) override;
-    bool setAttribute(
-        const AccessibleElementPtr &element, const QString &name, const QString &value) override;
+    std::optional<AttributeValue> copyAttribute(const AccessibleElementPtr &element,
+        const QString &name, std::chrono::milliseconds timeout) override;
+    AccessibilityWrite setAttribute(const AccessibleElementPtr &element, const QString &name,
+        const QString &value, std::chrono::milliseconds timeout) override;
 
     // Builds an application with a focused window titled `title` (absent: no title attribute)
     // and a focused text field; returns the field.

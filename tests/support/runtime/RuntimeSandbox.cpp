@@ -46,9 +46,10 @@ void RuntimeSandbox::provision(const QString &version)
     stamp.write(version.toUtf8() + '\n');
 }
 
-RuntimeLocator RuntimeSandbox::locator(const QString &appVersion) const
+RuntimeLocator RuntimeSandbox::locator(
+    const QString &appVersion, const std::optional<QString> &bundledEngine) const
 {
-    return RuntimeLocator(payloadDir(), installRoot(), appVersion);
+    return RuntimeLocator(payloadDir(), installRoot(), appVersion, std::nullopt, bundledEngine);
 }
 
 QStringList RuntimeSandbox::readLines(const QString &relativePath) const

@@ -7,6 +7,8 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include <optional>
+
 #include <sys/types.h>
 
 namespace sayvo::test {
@@ -34,7 +36,8 @@ public:
     // A runtime in the install root stamped with `version`.
     void provision(const QString &version);
 
-    RuntimeLocator locator(const QString &appVersion = QStringLiteral("1.0.0")) const;
+    RuntimeLocator locator(const QString &appVersion = QStringLiteral("1.0.0"),
+        const std::optional<QString> &bundledEngine = std::nullopt) const;
 
     // Lines a fixture wrote under the install root (launches, pids, ...); empty when absent.
     QStringList readLines(const QString &relativePath) const;

@@ -50,13 +50,55 @@ TEST(AXHelpersTest, SetValueReportsWhetherThePlatformAccepted)
     FakeAccessibilityProvider provider;
     auto field = std::make_shared<FakeAccessibleElement>(QStringLiteral("f"));
     field->writable = {QStringLiteral("AXValue")};
-    EXPECT_TRUE(
-        AXHelpers::setValue(provider, QStringLiteral("v"), QStringLiteral("AXValue"), field));
+    EXPECT_EQ(AXHelpers::setValue(provider, QStringLiteral("v"), QStringLiteral("AXValue"), field),
+        AccessibilityWrite::written);
     EXPECT_EQ(field->text, QStringLiteral("v"));
-    EXPECT_FALSE(AXHelpers::setValue(
-        provider, QStringLiteral("v"), QStringLiteral("AXSelectedText"), field));
-    EXPECT_FALSE(
-        AXHelpers::setValue(provider, QStringLiteral("v"), QStringLiteral("AXValue"), nullptr));
+    EXPECT_EQ(
+        AXHelpers::setValue(provider, QStringLiteral("v"), QStringLiteral("AXSelectedText"), field),
+        AccessibilityWrite::refused);
+    EXPECT_EQ(
+        AXHelpers::setValue(provider, QStringLiteral("v"), QStringLiteral("AXValue"), nullptr),
+        AccessibilityWrite::refused);
+}
+
+TEST(AXHelpersTest, AnApplicationTooSlowForAReadStillGetsItsWrite)
+{
+    FakeAccessibilityProvider provider;
+    auto field = provider.addApplication(7, QStringLiteral("Title"), QStringLiteral("text"));
+    field->writable = {QStringLiteral("AXValue")};
+    field->answerAfter = AXHelpers::kReadTimeout * 2;
+    ASSERT_LT(field->answerAfter, AXHelpers::kWriteTimeout);
+
+    EXPECT_EQ(AXHelpers::screenText(provider, 7, 200), std::nullopt);
+    EXPECT_EQ(
+        AXHelpers::setValue(provider, QStringLiteral("new"), QStringLiteral("AXValue"), field),
+        AccessibilityWrite::written);
+    EXPECT_EQ(field->text, QStringLiteral("new"));
+}
+
+TEST(AXHelpersTest, ReadsWaitForEachElementOnItsOwn)
+{
+    FakeAccessibilityProvider provider;
+    provider.addApplication(7, QStringLiteral("Title"), QStringLiteral("the field's text"));
+    const auto window = std::get<AccessibleElementPtr>(
+        provider.applications.at(7)->attributes.at(QStringLiteral("AXFocusedWindow")));
+    std::dynamic_pointer_cast<FakeAccessibleElement>(window)->answerAfter
+        = AXHelpers::kReadTimeout * 2;
+
+    // The window that does not answer costs its title, not the field's text.
+    EXPECT_EQ(AXHelpers::windowTitle(provider, 7), std::nullopt);
+    EXPECT_EQ(AXHelpers::screenText(provider, 7, 200), QStringLiteral("the field's text"));
+}
+
+TEST(AXHelpersTest, AWriteLeftUnansweredIsReportedSoAndNotAsRefused)
+{
+    FakeAccessibilityProvider provider;
+    auto field = std::make_shared<FakeAccessibleElement>(QStringLiteral("f"));
+    field->writable = {QStringLiteral("AXValue")};
+    field->answerAfter = AXHelpers::kWriteTimeout * 2;
+    EXPECT_EQ(AXHelpers::setValue(provider, QStringLiteral("v"), QStringLiteral("AXValue"), field),
+        AccessibilityWrite::unanswered);
+    EXPECT_EQ(field->text, QStringLiteral("v"));
 }
 
 TEST(AXHelpersTest, LastCharactersCountsGraphemeClusters)

@@ -1,4 +1,5 @@
 #include "desktop/TextInserter.h"
+#include "desktop/AXHelpers.h"
 #include "support/desktop/FakeAccessibilityProvider.h"
 #include "support/desktop/FakeKeySynthesizer.h"
 #include "support/desktop/FakePasteboard.h"
@@ -456,7 +457,7 @@ TEST_F(TextInserterTest, DirectInsertionFallsBackToReplacingTheWholeValue)
     field->writable = {QStringLiteral("AXValue")};
     m_accessibility->focusSystemWide(field);
 
-    EXPECT_TRUE(m_inserter.insertViaAX(QStringLiteral("new")));
+    EXPECT_EQ(m_inserter.insertViaAX(QStringLiteral("new")), AccessibilityWrite::written);
     EXPECT_EQ(field->text, QStringLiteral("new"));
     EXPECT_EQ(m_accessibility->log.filter(QStringLiteral("set:")),
         (QStringList {QStringLiteral("set:field:AXSelectedText=new"),
@@ -465,7 +466,7 @@ TEST_F(TextInserterTest, DirectInsertionFallsBackToReplacingTheWholeValue)
 
 TEST_F(TextInserterTest, WithoutAnAccessibleFocusDirectInsertionFailsAndPasteIsUsed)
 {
-    EXPECT_FALSE(m_inserter.insertViaAX(QStringLiteral("text")));
+    EXPECT_EQ(m_inserter.insertViaAX(QStringLiteral("text")), AccessibilityWrite::refused);
     EXPECT_TRUE(m_keys->posted.empty());
 
     EXPECT_EQ(*insert(QStringLiteral("text"), InsertionMethod::axDirect), true);
@@ -480,6 +481,58 @@ TEST_F(TextInserterTest, AReadOnlyFocusFallsBackToPaste)
     EXPECT_EQ(*insert(QStringLiteral("text"), InsertionMethod::axDirect), true);
     EXPECT_EQ(label->text, QStringLiteral("read only"));
     EXPECT_EQ(m_keys->posted.size(), 1u);
+}
+
+TEST_F(TextInserterTest, ASlowApplicationStillGetsItsTextDirectly)
+{
+    auto field = std::make_shared<FakeAccessibleElement>(QStringLiteral("field"));
+    field->text = QStringLiteral("Dear ");
+    field->selectionStart = field->selectionEnd = 5;
+    field->writable = {QStringLiteral("AXSelectedText")};
+    field->answerAfter = AXHelpers::kReadTimeout * 2;
+    m_accessibility->focusSystemWide(field);
+
+    EXPECT_EQ(*insert(QStringLiteral("Anna"), InsertionMethod::axDirect), true);
+    EXPECT_EQ(field->text, QStringLiteral("Dear Anna"));
+    EXPECT_TRUE(m_keys->posted.empty());
+    EXPECT_TRUE(m_pasteboard->log.isEmpty());
+}
+
+TEST_F(TextInserterTest, AnUnansweredDirectWriteIsNeverFollowedByAPaste)
+{
+    m_pasteboard->preload({item({{"text/plain", "the user's"}})});
+    const auto before = m_pasteboard->contents;
+    auto field = std::make_shared<FakeAccessibleElement>(QStringLiteral("field"));
+    field->text = QStringLiteral("Dear ");
+    field->selectionStart = field->selectionEnd = 5;
+    field->writable = {QStringLiteral("AXSelectedText"), QStringLiteral("AXValue")};
+    field->answerAfter = AXHelpers::kWriteTimeout * 2;
+    m_accessibility->focusSystemWide(field);
+
+    // Shown as inserted: the busy application takes the text when it gets to it, once.
+    EXPECT_EQ(*insert(QStringLiteral("Anna"), InsertionMethod::axDirect), true);
+    EXPECT_EQ(field->text, QStringLiteral("Dear Anna"));
+    EXPECT_TRUE(m_keys->posted.empty());
+    EXPECT_EQ(m_pasteboard->contents, before);
+    EXPECT_FALSE(m_inserter.isRestorePending());
+    // Nor is the whole value written over it.
+    EXPECT_EQ(m_accessibility->log.filter(QStringLiteral("set:")),
+        QStringList {QStringLiteral("set:field:AXSelectedText=Anna")});
+}
+
+TEST_F(TextInserterTest, WithoutAClipboardAnUnansweredDirectWriteIsNotTypedAsWell)
+{
+    m_pasteboard->available = false;
+    auto field = std::make_shared<FakeAccessibleElement>(QStringLiteral("field"));
+    field->text = QString();
+    field->writable = {QStringLiteral("AXSelectedText")};
+    field->answerAfter = AXHelpers::kWriteTimeout * 2;
+    m_accessibility->focusSystemWide(field);
+
+    EXPECT_EQ(*insert(QStringLiteral("once"), InsertionMethod::paste), true);
+    EXPECT_EQ(field->text, QStringLiteral("once"));
+    EXPECT_TRUE(m_keys->typed.isEmpty());
+    EXPECT_FALSE(m_inserter.isRestorePending());
 }
 
 TEST_F(TextInserterTest, WithoutKeystrokesEvenPasteInsertionWritesThroughAccessibility)

@@ -12,6 +12,8 @@ TEST(AppBundleLinux, TheExecutableIsTheBundle)
     const sayvo::AppBundle bundle = sayvo::mainAppBundle();
     EXPECT_EQ(bundle.bundlePath, QCoreApplication::applicationFilePath());
     EXPECT_FALSE(bundle.resourceDir.isEmpty());
+    // The engine program is part of the payload on Linux.
+    EXPECT_EQ(bundle.helperDir, std::nullopt);
 }
 
 TEST(AppBundleLinux, VersionIsTheCompiledOneOrAbsentForDev)

@@ -79,6 +79,15 @@ TEST_F(ProvisioningTest, BootstrapArgumentsAndInheritedEnvironment)
     EXPECT_FALSE(bootstrap->launch.environment);
 }
 
+TEST_F(ProvisioningTest, TheBundlesHelperIsTheEngineTheBootstrapInstalls)
+{
+    bundledEngine = sandbox.root() + QStringLiteral("/Sayvo.app/Contents/Helpers/sayvo-engine");
+    const auto bootstrap = beginSetup();
+    ASSERT_TRUE(bootstrap);
+    EXPECT_EQ(bootstrap->launch.arguments.mid(7),
+        (QStringList {QStringLiteral("--engine-binary"), *bundledEngine}));
+}
+
 TEST_F(ProvisioningTest, ProgressLinesSetPercentAndMessage)
 {
     const auto bootstrap = beginSetup();

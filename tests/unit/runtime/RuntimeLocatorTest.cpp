@@ -215,7 +215,8 @@ TEST_F(RuntimeLocatorTest, BundleWithoutVersionIsDevAndStampedRootNeedsUpdate)
 {
     mkdir(QStringLiteral("install/app/.venv"));
     write(QStringLiteral("install/VERSION"), "1.4.0\n");
-    const AppBundle bundle {std::nullopt, path(QStringLiteral("resources")), std::nullopt};
+    const AppBundle bundle {
+        std::nullopt, path(QStringLiteral("resources")), std::nullopt, std::nullopt};
     const RuntimeLocator locator
         = RuntimeLocator::standard(bundle, std::nullopt, path(QStringLiteral("install")));
     EXPECT_EQ(locator.appVersion(), QStringLiteral("dev"));
@@ -225,7 +226,7 @@ TEST_F(RuntimeLocatorTest, BundleWithoutVersionIsDevAndStampedRootNeedsUpdate)
 TEST_F(RuntimeLocatorTest, StandardTakesTheBundleVersion)
 {
     const AppBundle bundle {
-        std::nullopt, path(QStringLiteral("resources")), QStringLiteral("2.1.0")};
+        std::nullopt, path(QStringLiteral("resources")), QStringLiteral("2.1.0"), std::nullopt};
     EXPECT_EQ(RuntimeLocator::standard(bundle, std::nullopt, path(QStringLiteral("install")))
                   .appVersion(),
         QStringLiteral("2.1.0"));
@@ -233,7 +234,8 @@ TEST_F(RuntimeLocatorTest, StandardTakesTheBundleVersion)
 
 TEST_F(RuntimeLocatorTest, StandardPayloadComesFromOverrideThenVariableThenResources)
 {
-    const AppBundle bundle {std::nullopt, path(QStringLiteral("resources")), std::nullopt};
+    const AppBundle bundle {
+        std::nullopt, path(QStringLiteral("resources")), std::nullopt, std::nullopt};
     const QString install = path(QStringLiteral("install"));
 
     EXPECT_EQ(RuntimeLocator::standard(bundle, std::nullopt, install).payloadDir(),
@@ -248,11 +250,34 @@ TEST_F(RuntimeLocatorTest, StandardPayloadComesFromOverrideThenVariableThenResou
         path(QStringLiteral("override")));
 }
 
+TEST_F(RuntimeLocatorTest, TheBundlesEngineIsItsHelperAndCountsAsPayload)
+{
+    const AppBundle bundle {path(QStringLiteral("Sayvo.app")), path(QStringLiteral("resources")),
+        QStringLiteral("2.1.0"), path(QStringLiteral("helpers"))};
+    const QString install = path(QStringLiteral("install"));
+    const RuntimeLocator locator = RuntimeLocator::standard(bundle, std::nullopt, install);
+    EXPECT_EQ(locator.bundledEngine(), path(QStringLiteral("helpers/sayvo-engine")));
+
+    write(QStringLiteral("resources/engine-payload/scripts/bootstrap_runtime.sh"), "#!/bin/bash\n");
+    EXPECT_FALSE(locator.hasPayload());
+    write(QStringLiteral("helpers/sayvo-engine"), "the engine");
+    EXPECT_TRUE(locator.hasPayload());
+
+    // A payload named from outside brings its own engine.
+    EXPECT_EQ(
+        RuntimeLocator::standard(bundle, path(QStringLiteral("override")), install).bundledEngine(),
+        std::nullopt);
+    qputenv("SAYVO_PAYLOAD_DIR", path(QStringLiteral("from-env")).toUtf8());
+    EXPECT_EQ(
+        RuntimeLocator::standard(bundle, std::nullopt, install).bundledEngine(), std::nullopt);
+}
+
 TEST_F(RuntimeLocatorTest, StandardInstallRootIsUnderTheUserDataDirectory)
 {
     const QByteArray savedXdg = qgetenv("XDG_DATA_HOME");
     qputenv("XDG_DATA_HOME", path(QStringLiteral("xdg")).toUtf8());
-    const AppBundle bundle {std::nullopt, path(QStringLiteral("resources")), std::nullopt};
+    const AppBundle bundle {
+        std::nullopt, path(QStringLiteral("resources")), std::nullopt, std::nullopt};
     const QString installRoot = RuntimeLocator::standard(bundle).installRoot();
     qputenv("XDG_DATA_HOME", savedXdg);
     EXPECT_EQ(installRoot, path(QStringLiteral("xdg/SayvoApp/runtime")));
@@ -266,7 +291,7 @@ TEST_F(RuntimeLocatorTest, StandardAdoptsACheckoutAboveTheBundle)
 {
     makeRuntime(QStringLiteral("checkout"), true);
     const AppBundle bundle {bundleBelow(QStringLiteral("checkout"), 3),
-        path(QStringLiteral("resources")), std::nullopt};
+        path(QStringLiteral("resources")), std::nullopt, std::nullopt};
     const RuntimeLocator locator
         = RuntimeLocator::standard(bundle, std::nullopt, path(QStringLiteral("install")));
     EXPECT_EQ(locator.adoptedAppDir(), path(QStringLiteral("checkout")));

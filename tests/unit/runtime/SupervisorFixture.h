@@ -37,7 +37,7 @@ protected:
         options.delayScale = delayScale;
         options.uninstallLogPath = sandbox.root() + QStringLiteral("/state/SayvoApp/uninstall.log");
         supervisor = std::make_unique<EngineSupervisor>(
-            sandbox.locator(QStringLiteral("1.0.0")), std::move(options));
+            sandbox.locator(QStringLiteral("1.0.0"), bundledEngine), std::move(options));
         return *supervisor;
     }
 
@@ -53,6 +53,8 @@ protected:
     std::shared_ptr<FakeChildProcessLauncher::Log> processes;
     QList<std::pair<QString, int>> probes;
     bool portOpen = false;
+    // The engine program shipped beside the payload, as a macOS bundle's helper.
+    std::optional<QString> bundledEngine;
     std::unique_ptr<EngineSupervisor> supervisor;
 };
 

@@ -75,10 +75,13 @@ protected:
         buds.sampleRate = 16000.0;
         h.hardware.setDevices({mic, buds});
         h.hardware.notifyDeviceListChanged();
-        window = std::make_unique<SettingsWindow>(
+        window = makeWindow(makeLoginItem(QStringLiteral("/opt/Sayvo/bin/sayvo")));
+    }
+    std::unique_ptr<SettingsWindow> makeWindow(std::unique_ptr<LoginItem> loginItem)
+    {
+        return std::make_unique<SettingsWindow>(
             *h.settings, *h.usage, *h.coordinator, [this] { return permissions; },
-            [this](Permission permission) { helpOpened.append(permission); },
-            makeLoginItem(QStringLiteral("/opt/Sayvo/bin/sayvo")),
+            [this](Permission permission) { helpOpened.append(permission); }, std::move(loginItem),
             [this] {
                 ++samplersMade;
                 return std::make_unique<FootprintSampler>(
@@ -288,6 +291,7 @@ TEST_F(SettingsWindowTest, LaunchAtLoginWritesAndRemovesTheAutostartEntry)
     EXPECT_TRUE(toggle->isChecked());
     EXPECT_TRUE(h.settings->launchAtLogin());
     EXPECT_TRUE(QFile::exists(autostartEntry()));
+    EXPECT_FALSE(child<QWidget>(*window, "loginApproval")->isVisible());
     QTest::mouseClick(toggle, Qt::LeftButton);
     EXPECT_FALSE(toggle->isChecked());
     EXPECT_FALSE(h.settings->launchAtLogin());
@@ -307,6 +311,71 @@ TEST_F(SettingsWindowTest, TheLaunchSwitchShowsWhetherTheEntryExistsWhenTheWindo
     show();
     EXPECT_FALSE(child<SettingsSwitch>(*window, "launchAtLoginSwitch")->isChecked());
     EXPECT_FALSE(h.settings->launchAtLogin());
+}
+
+// A login item that the system, like macOS, leaves waiting for the user's approval.
+struct ApprovalLoginState
+{
+    LoginLaunch state = LoginLaunch::off;
+    int approvalsOpened = 0;
+};
+
+class ApprovalLoginItem : public LoginItem
+{
+public:
+    explicit ApprovalLoginItem(std::shared_ptr<ApprovalLoginState> state)
+        : m_state(std::move(state))
+    { }
+    LoginLaunch state() const override { return m_state->state; }
+    bool setEnabled(bool enabled) override
+    {
+        m_state->state = enabled ? LoginLaunch::awaitingApproval : LoginLaunch::off;
+        return true;
+    }
+    void openApproval() override { ++m_state->approvalsOpened; }
+
+private:
+    std::shared_ptr<ApprovalLoginState> m_state;
+};
+
+TEST_F(SettingsWindowTest, ALaunchAwaitingApprovalStaysOnAndSaysWhereToAllowIt)
+{
+    auto login = std::make_shared<ApprovalLoginState>();
+    window = makeWindow(std::make_unique<ApprovalLoginItem>(login));
+    show();
+    auto *toggle = child<SettingsSwitch>(*window, "launchAtLoginSwitch");
+    auto *approval = child<QWidget>(*window, "loginApproval");
+    EXPECT_FALSE(approval->isVisible());
+
+    QTest::mouseClick(toggle, Qt::LeftButton);
+    EXPECT_TRUE(toggle->isChecked());
+    EXPECT_TRUE(h.settings->launchAtLogin());
+    EXPECT_TRUE(approval->isVisible());
+    QTest::mouseClick(child<QPushButton>(*window, "openLoginApproval"), Qt::LeftButton);
+    EXPECT_EQ(login->approvalsOpened, 1);
+
+    // Allowed in System Settings meanwhile: the note goes.
+    window->hide();
+    login->state = LoginLaunch::on;
+    show();
+    EXPECT_TRUE(toggle->isChecked());
+    EXPECT_FALSE(approval->isVisible());
+
+    // Switched off there: so is the switch.
+    window->hide();
+    login->state = LoginLaunch::off;
+    show();
+    EXPECT_FALSE(toggle->isChecked());
+    EXPECT_FALSE(h.settings->launchAtLogin());
+    EXPECT_FALSE(approval->isVisible());
+
+    // Found waiting when the window opens.
+    window->hide();
+    login->state = LoginLaunch::awaitingApproval;
+    show();
+    EXPECT_TRUE(toggle->isChecked());
+    EXPECT_TRUE(h.settings->launchAtLogin());
+    EXPECT_TRUE(approval->isVisible());
 }
 
 TEST_F(SettingsWindowTest, TriggerAndModeChoicesAreStoredAtOnce)

@@ -24,6 +24,7 @@ TEST(PlatformTextsMac, KeepTheTextsOfTheMacProduct)
         QString::fromUtf8("Copies the transcript to the clipboard and simulates \xE2\x8C\x98V. "
                           "Works in nearly any app, but briefly overwrites your clipboard."));
     EXPECT_TRUE(Texts::privacyCaption().contains(QStringLiteral("Stays on this Mac")));
+    EXPECT_TRUE(Texts::loginApprovalNote().contains(QStringLiteral("Login Items")));
 }
 
 } // namespace
