@@ -692,7 +692,7 @@ TEST(PasteboardSnapshotTest, RestoringAnEmptySnapshotOnlyClears)
     empty.restore(pasteboard);
     EXPECT_TRUE(pasteboard.contents.empty());
     EXPECT_EQ(pasteboard.log.last(), QStringLiteral("clear"));
-    EXPECT_FALSE(pasteboard.log.filter(QStringLiteral("writeItems")).size());
+    EXPECT_TRUE(pasteboard.log.filter(QStringLiteral("writeItems")).isEmpty());
 }
 
 } // namespace
