@@ -2,6 +2,8 @@
 
 #include <QString>
 
+#include <vector>
+
 namespace sayvo {
 
 // Which paste chord to send: terminal emulators take Control-V as a literal character, so
@@ -17,6 +19,10 @@ enum class PasteShortcut {
     // for the clipboard.
     shiftInsert,
 };
+
+// The chord's keys as X keysyms (the numbering X11, XKB and the desktop portals share), in the
+// order they go down: modifiers first, the key last; they come up in reverse.
+std::vector<quint32> pasteChordKeysyms(PasteShortcut shortcut);
 
 // Posts synthetic keyboard events to the focused application. Main thread only.
 class KeySynthesizer

@@ -22,11 +22,6 @@ constexpr uint kKeyboardDevice = 1;
 // Kept until the user revokes it in the desktop's settings.
 constexpr uint kPersistUntilRevoked = 2;
 
-constexpr quint32 kKeysymControlL = 0xffe3;
-constexpr quint32 kKeysymShiftL = 0xffe1;
-constexpr quint32 kKeysymAltL = 0xffe9;
-constexpr quint32 kKeysymInsert = 0xff63;
-constexpr quint32 kKeysymV = 0x0076;
 constexpr quint32 kKeysymReturn = 0xff0d;
 constexpr quint32 kKeysymTab = 0xff09;
 // Characters beyond Latin-1 have keysyms of their own: 0x01000000 plus the code point.
@@ -195,21 +190,7 @@ void KeySynthesizerPortal::report(PortalState state, const QString &reason)
 
 bool KeySynthesizerPortal::postPaste(PasteShortcut shortcut)
 {
-    std::vector<quint32> chord;
-    switch (shortcut) {
-    case PasteShortcut::standard:
-        chord = {kKeysymControlL, kKeysymV};
-        break;
-    case PasteShortcut::controlShiftV:
-        chord = {kKeysymControlL, kKeysymShiftL, kKeysymV};
-        break;
-    case PasteShortcut::controlAltV:
-        chord = {kKeysymControlL, kKeysymAltL, kKeysymV};
-        break;
-    case PasteShortcut::shiftInsert:
-        chord = {kKeysymShiftL, kKeysymInsert};
-        break;
-    }
+    const std::vector<quint32> chord = pasteChordKeysyms(shortcut);
     // Pressed in order, released in reverse: the modifiers are down before the key arrives.
     std::vector<std::pair<quint32, bool>> keys;
     keys.reserve(chord.size() * 2);

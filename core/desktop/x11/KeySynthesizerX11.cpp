@@ -3,7 +3,6 @@
 #include "desktop/x11/X11Connection.h"
 
 #include <X11/extensions/XTest.h>
-#include <X11/keysym.h>
 
 #include <algorithm>
 #include <vector>
@@ -55,24 +54,9 @@ bool KeySynthesizerX11::postPaste(PasteShortcut shortcut)
     if (!XTestQueryExtension(display, &eventBase, &errorBase, &major, &minor)) {
         return false;
     }
-    std::vector<KeySym> chord;
-    switch (shortcut) {
-    case PasteShortcut::standard:
-        chord = {XK_Control_L, XK_v};
-        break;
-    case PasteShortcut::controlShiftV:
-        chord = {XK_Control_L, XK_Shift_L, XK_v};
-        break;
-    case PasteShortcut::controlAltV:
-        chord = {XK_Control_L, XK_Alt_L, XK_v};
-        break;
-    case PasteShortcut::shiftInsert:
-        chord = {XK_Shift_L, XK_Insert};
-        break;
-    }
     std::vector<KeyCode> keyCodes;
-    for (const KeySym keysym : chord) {
-        const KeyCode keyCode = XKeysymToKeycode(display, keysym);
+    for (const quint32 keysym : pasteChordKeysyms(shortcut)) {
+        const KeyCode keyCode = XKeysymToKeycode(display, KeySym(keysym));
         if (keyCode == 0) {
             return false;
         }
