@@ -57,14 +57,6 @@ QString replayOf(QTemporaryDir &dir, int utterances)
     return QStringLiteral("replay:") + file.fileName();
 }
 
-QString clipboardOf(DictationDesk &desk)
-{
-    int exitCode = -1;
-    return QString::fromUtf8(desk.desktop().run(QStringLiteral("xclip"),
-        {QStringLiteral("-selection"), QStringLiteral("clipboard"), QStringLiteral("-o")},
-        &exitCode));
-}
-
 void dictateRepeatedly(const QString &insertionMethod, int utterances)
 {
     QTemporaryDir replay;
@@ -87,8 +79,9 @@ void dictateRepeatedly(const QString &insertionMethod, int utterances)
         EXPECT_TRUE(desk.editor().waitForText(kWritten, 10000))
             << "landed: " << desk.editor().text().toStdString();
         // The outcome is shown once the paste went out; the clipboard is back soon after.
-        EXPECT_TRUE(QTest::qWaitFor([&] { return clipboardOf(desk) == ownClipboard; }, 5000))
-            << "clipboard: " << clipboardOf(desk).toStdString();
+        EXPECT_TRUE(QTest::qWaitFor(
+            [&] { return QString::fromUtf8(desk.clipboard()) == ownClipboard; }, 5000))
+            << "clipboard: " << desk.clipboard().toStdString();
         ASSERT_TRUE(QTest::qWaitFor([&] { return desk.countLog(idle) > idleBefore; }, 10000));
     }
     EXPECT_EQ(desk.countLog(QRegularExpression(QStringLiteral("state: success"))), utterances)

@@ -42,18 +42,13 @@ std::unique_ptr<DictationDesk> launchDesk()
     return desk;
 }
 
-QByteArray clipboard(DictationDesk &desk)
-{
-    return desk.desktop().run(QStringLiteral("wl-paste"), {QStringLiteral("--no-newline")});
-}
-
 // Puts the user's own content on the clipboard, as sway holds it for every client.
 bool copyUsersClipboard(DictationDesk &desk)
 {
     return desk.desktop().start(QStringLiteral("wl-copy"),
                {QStringLiteral("--foreground"), QStringLiteral("--"),
                    QString::fromUtf8(kUsersClipboard)})
-        && QTest::qWaitFor([&] { return clipboard(desk) == kUsersClipboard; }, 5000);
+        && QTest::qWaitFor([&] { return desk.clipboard() == kUsersClipboard; }, 5000);
 }
 
 // The keysyms the portal was asked to send, "65507 down" each, in order.
@@ -100,7 +95,7 @@ TEST(PortalDictation, TheDesktopsShortcutDictatesIntoAGtkWindowThroughAccessibil
         desk->states().contains(QStringLiteral("success(chars=%1, raw=no)").arg(kWritten.size())))
         << desk->states().join('\n').toStdString();
     EXPECT_TRUE(keysyms(*desk).isEmpty()) << keysyms(*desk).join(' ').toStdString();
-    EXPECT_EQ(clipboard(*desk), kUsersClipboard);
+    EXPECT_EQ(desk->clipboard(), kUsersClipboard);
 
     // The window's title came from accessibility; the clipboard Sayvo may not read is not sent.
     const auto packs = contexts(*desk->engine());
@@ -134,7 +129,7 @@ TEST(PortalDictation, AFieldThatRefusesAccessibilityGetsTheTextTypedAndTheClipbo
         << desk->states().join('\n').toStdString();
     // Accessibility left the field as it was, and nothing went through the clipboard.
     EXPECT_EQ(desk->editor().text(), QStringLiteral("Note: "));
-    EXPECT_EQ(clipboard(*desk), kUsersClipboard);
+    EXPECT_EQ(desk->clipboard(), kUsersClipboard);
     // Typed key by key, the text still stays out of the log.
     for (const QString &line : desk->log()) {
         EXPECT_FALSE(line.contains(QStringLiteral("café"))) << line.toStdString();

@@ -52,11 +52,6 @@ template <typename T> int count(const std::vector<sayvo::OutboundMessage> &messa
         [](const sayvo::OutboundMessage &message) { return std::holds_alternative<T>(message); }));
 }
 
-QByteArray clipboard(DictationDesk &desk)
-{
-    return desk.desktop().run(QStringLiteral("wl-paste"), {QStringLiteral("--no-newline")});
-}
-
 TEST(WaylandDictation, TheTriggerCommandDictatesIntoANativeWindowWithoutAnXDisplay)
 {
     DictationDesk::Options options;
@@ -69,7 +64,7 @@ TEST(WaylandDictation, TheTriggerCommandDictatesIntoANativeWindowWithoutAnXDispl
         1000));
     ASSERT_TRUE(desk->desktop().start(QStringLiteral("wl-copy"),
         {QStringLiteral("--foreground"), QStringLiteral("--"), QStringLiteral("the user's own")}));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return clipboard(*desk) == "the user's own"; }, 5000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return desk->clipboard() == "the user's own"; }, 5000));
 
     ASSERT_EQ(desk->trigger(QStringLiteral("press")), 0);
     ASSERT_TRUE(desk->waitForLog(QRegularExpression(QStringLiteral("state: listening")), 5000))
@@ -79,8 +74,8 @@ TEST(WaylandDictation, TheTriggerCommandDictatesIntoANativeWindowWithoutAnXDispl
     ASSERT_TRUE(desk->waitForLog(QRegularExpression(QStringLiteral("state: success")), 20000))
         << desk->log().join('\n').toStdString();
     EXPECT_TRUE(desk->editor().waitForText(kWritten)) << desk->editor().text().toStdString();
-    EXPECT_TRUE(QTest::qWaitFor([&] { return clipboard(*desk) == "the user's own"; }, 5000))
-        << clipboard(*desk).toStdString();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return desk->clipboard() == "the user's own"; }, 5000))
+        << desk->clipboard().toStdString();
 
     // The utterance's context names the window it was dictated into, and audio went out.
     const auto messages = sent(*desk->engine());

@@ -446,6 +446,15 @@ bool DictationDesk::dictate(const QByteArray &pcm, int timeoutMs)
     return QTest::qWaitFor([&] { return countLog(outcome) > before; }, timeoutMs);
 }
 
+QByteArray DictationDesk::clipboard()
+{
+    if (m_options.wayland) {
+        return m_desktop->run(QStringLiteral("wl-paste"), {QStringLiteral("--no-newline")});
+    }
+    return m_desktop->run(QStringLiteral("xclip"),
+        {QStringLiteral("-selection"), QStringLiteral("clipboard"), QStringLiteral("-o")});
+}
+
 QString DictationDesk::closeStandInSettingsWindow()
 {
     if (countLog(QRegularExpression(QStringLiteral("no system tray"))) == 0) {

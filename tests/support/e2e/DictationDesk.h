@@ -105,6 +105,10 @@ public:
     // with Escape. Empty when there was none or it closed, else what went wrong.
     QString closeStandInSettingsWindow();
 
+    // The clipboard's text as another application reads it (wl-paste on Wayland, xclip on
+    // X11); empty when the clipboard is.
+    QByteArray clipboard();
+
     bool screenshot(const QString &path);
     // Presses a button of one of Sayvo's windows through the accessibility bus, as a user
     // would click it; false when no such button showed up within the time.
