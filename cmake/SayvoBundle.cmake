@@ -3,7 +3,8 @@
 # Info.plist comes from app/macos/Info.plist.in (an accessory app: LSUIElement), the icon from
 # app/macos/Sayvo.icns. Code goes where code signing looks for it: the application in
 # Contents/MacOS, the engine in Contents/Helpers; the engine's scripts are resources, in
-# Contents/Resources/engine-payload, where the runtime locator looks. Every build that changes
+# Contents/Resources/engine-payload, where the runtime locator looks, with the speech model in
+# its model/ folder: a Mac has no system copy to link. Every build that changes
 # the application, the engine or the scripts assembles the bundle again and signs it.
 
 # "-" signs ad hoc, which is enough to run on the machine that built it; a release names its
@@ -67,6 +68,8 @@ function(sayvo_app_bundle target)
             "${bundle}/Contents/Helpers"
     COMMAND ${CMAKE_COMMAND} -E copy_directory "${scripts_dir}"
             "${bundle}/Contents/Resources/engine-payload/scripts"
+    COMMAND ${CMAKE_COMMAND} -E copy_directory "$<TARGET_PROPERTY:sayvo-engine,SAYVO_MODEL_DIR>"
+            "${bundle}/Contents/Resources/engine-payload/model"
     COMMAND ${CMAKE_COMMAND} -E make_directory "${bundle}/Contents/Helpers"
     COMMAND ${CMAKE_COMMAND} -E copy "$<TARGET_FILE:sayvo-engine>"
             "${bundle}/Contents/Helpers/sayvo-engine"

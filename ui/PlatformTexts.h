@@ -7,8 +7,9 @@
 namespace sayvo {
 
 // The sentences of the tray and the windows that name things which differ between platforms:
-// the paste chord, where the runtime lives, how Sayvo starts at login, what the bundled engine
-// recognises with and whether set-up downloads anything. Defined once per platform.
+// the paste chord, where the runtime lives, how Sayvo starts at login, where the speech model
+// comes from. What every platform's build says alike (the bundled engine recognises with
+// PocketSphinx and set-up downloads nothing) is written once; the rest once per platform.
 class PlatformTexts
 {
 public:
@@ -43,6 +44,9 @@ public:
     // Under the launch-at-login switch while the system waits for the user to allow it.
     static QString loginApprovalNote();
     static QString loginApprovalButton();
+
+    // A path as the user would type it: the home folder as "~".
+    static QString homeRelative(const QString &path);
 };
 
 } // namespace sayvo

@@ -10,13 +10,13 @@ QList<ProvisioningStep> ProvisioningStep::initialSteps()
     };
     return {
         step("mac", "Check this Mac"),
-        step("uv", "Install uv toolchain"),
+        step("uv", "Check the engine's libraries"),
         step("copy", "Copy engine files"),
-        step("venv", "Create Python environment"),
-        step("deps", "Install engine + backends"),
-        step("models_stream", "Download speech models"),
-        step("models_final", "Download transcription model"),
-        step("models_gec", "Download language model"),
+        step("venv", "Create the engine environment"),
+        step("deps", "Check the engine"),
+        step("models_stream", "Link the speech model"),
+        step("models_final", "Load the transcription model"),
+        step("models_gec", "Check the formatting rules"),
         step("finalize", "Finalize"),
     };
 }

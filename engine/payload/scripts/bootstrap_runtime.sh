@@ -11,7 +11,8 @@
 #   ROOT/app/engine/bin/sayvo-engine   the engine
 #   ROOT/app/.venv/bin/sayvo-engine    the engine as run_engine.sh starts it (a link)
 #   ROOT/app/.venv/engine.env          settings for run_engine.sh
-#   ROOT/app/models/streaming/         the PocketSphinx model (links to the system's copy)
+#   ROOT/app/models/streaming/         the PocketSphinx model (links to the payload's or the
+#                                      system's copy)
 #   ROOT/app/data/                     the learning store (kept across re-runs), 0700
 #   ROOT/.sayvo-runtime                marks the folder as one this script built: the
 #                                      uninstaller removes no other
@@ -19,15 +20,16 @@
 #
 # --engine-binary (or SAYVO_ENGINE_BINARY) installs a freshly built engine instead of the
 # payload's, for developer runtimes; --model-source (or SAYVO_MODEL_SOURCE) names the model
-# to link. Re-running
-# is safe: every step replaces what an earlier run left.
+# to link. Otherwise the model is the payload's model/ folder when it has one (an application
+# bundle carries its own), else the system's. Re-running is safe: every step replaces what an
+# earlier run left.
 set -uo pipefail
 
 payload=""
 root=""
 version=""
 engine_binary="${SAYVO_ENGINE_BINARY:-}"
-model_source="${SAYVO_MODEL_SOURCE:-/usr/share/pocketsphinx/model/en-us}"
+model_source="${SAYVO_MODEL_SOURCE:-}"
 
 usage() { echo "usage: bootstrap_runtime.sh --payload DIR --install-root DIR --version V [--engine-binary PATH] [--model-source DIR]" >&2; exit 2; }
 
@@ -42,6 +44,13 @@ while [ $# -gt 0 ]; do
   esac
 done
 [ -n "$payload" ] && [ -n "$root" ] && [ -n "$version" ] || usage
+if [ -z "$model_source" ]; then
+  if [ -d "$payload/model" ]; then
+    model_source="$payload/model"
+  else
+    model_source=/usr/share/pocketsphinx/model/en-us
+  fi
+fi
 # Links and the recorded settings must not depend on the directory this ran from.
 root=$(realpath -m -- "$root")
 model_source=$(realpath -m -- "$model_source")

@@ -120,6 +120,25 @@ TEST_F(PayloadScripts, BootstrapCanInstallAFreshlyBuiltEngine)
     EXPECT_TRUE(QFileInfo(root() + "/app/.venv/bin/sayvo-engine").isExecutable());
 }
 
+TEST_F(PayloadScripts, BootstrapLinksTheModelThePayloadCarries)
+{
+    // An application bundle on a system without the model carries its own copy.
+    const QString payload = m_dir.filePath("bundle-payload");
+    QDir().mkpath(payload + "/engine");
+    QDir().mkpath(payload + "/model");
+    const QString system = QStringLiteral("/usr/share/pocketsphinx/model/en-us");
+    for (const char *part : {"en-us", "en-us.lm.bin", "cmudict-en-us.dict"}) {
+        ASSERT_TRUE(QFile::link(system + "/" + part, payload + "/model/" + part)) << part;
+    }
+    const ScriptRun run = runScript("bootstrap_runtime.sh",
+        {"--payload", payload, "--install-root", root(), "--version", "dev", "--engine-binary",
+            QStringLiteral(SAYVO_ENGINE_BINARY)});
+    ASSERT_EQ(run.exitCode, 0) << run.text().toStdString();
+    EXPECT_EQ(QFileInfo(root() + "/app/models/streaming/en-us.lm.bin").symLinkTarget(),
+        QFileInfo(payload + "/model/en-us.lm.bin").absoluteFilePath());
+    EXPECT_TRUE(run.has("STEP models_final ok")) << run.text().toStdString();
+}
+
 TEST_F(PayloadScripts, BootstrapWithoutAnEngineFailsItsStep)
 {
     const QString payload = m_dir.filePath("empty-payload");
