@@ -29,9 +29,10 @@ QByteArray speech()
         QStringLiteral("please send me the report before the meeting"));
 }
 
-std::unique_ptr<DictationDesk> launchDesk()
+std::unique_ptr<DictationDesk> launchDesk(const QMap<QString, QString> &settings = {})
 {
     DictationDesk::Options options;
+    options.settings = settings;
     options.wayland = true;
     options.portal = true;
     options.editorTitle = kTitle;
@@ -134,6 +135,35 @@ TEST(PortalDictation, AFieldThatRefusesAccessibilityGetsTheTextTypedAndTheClipbo
     for (const QString &line : desk->log()) {
         EXPECT_FALSE(line.contains(QStringLiteral("café"))) << line.toStdString();
     }
+}
+
+// In toggle mode one press of the desktop's shortcut starts dictation and the next one ends
+// it, whatever the key's release does in between.
+TEST(PortalDictation, InToggleModeTheShortcutStartsAndTheNextPressEnds)
+{
+    auto desk = launchDesk({{QStringLiteral("sayvo.triggerMode"), QStringLiteral("toggle")}});
+    ASSERT_TRUE(desk);
+    desk->editor().setText(QStringLiteral("Note: "));
+    desk->pressTrigger();
+    desk->releaseTrigger();
+    ASSERT_TRUE(desk->waitForLog(QRegularExpression(QStringLiteral("state: listening")), 5000))
+        << desk->log().join('\n').toStdString();
+    desk->speak(speech());
+    EXPECT_EQ(desk->countLog(QRegularExpression(QStringLiteral("state: processing"))), 0);
+    desk->pressTrigger();
+    desk->releaseTrigger();
+    ASSERT_TRUE(desk->waitForLog(QRegularExpression(QStringLiteral("state: success")), 20000))
+        << desk->log().join('\n').toStdString();
+    EXPECT_TRUE(desk->editor().waitForText(QStringLiteral("Note: ") + kWritten))
+        << desk->editor().text().toStdString();
+    int starts = 0;
+    for (const QByteArray &frame : desk->engine()->textFrames()) {
+        if (auto decoded = sayvo::decodeOutbound(frame.toStdString());
+            decoded && std::holds_alternative<sayvo::UtteranceStartMessage>(decoded.value())) {
+            ++starts;
+        }
+    }
+    EXPECT_EQ(starts, 1);
 }
 
 } // namespace
