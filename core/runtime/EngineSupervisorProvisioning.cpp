@@ -227,6 +227,7 @@ bool EngineSupervisor::performUninstall(bool removeSharedModels)
     if (!launched) {
         Logging::shared().error(
             QStringLiteral("could not start the uninstaller: ") + launched.error().describe());
+        QFile::remove(*copy);
         return false;
     }
     Logging::shared().info(QStringLiteral("uninstaller started: purge shared models=")

@@ -318,6 +318,8 @@ TEST_F(ProvisioningTest, UninstallRunsACopyDetachedWithItsArguments)
     EXPECT_EQ(args.mid(1),
         (QStringList {"--yes", "--wait-pid", "4242", "--install-root", sandbox.installRoot(),
             "--app", "/opt/Sayvo/bin/sayvo", "--payload", sandbox.payloadDir()}));
+    // Nothing ran the copy, so nothing removed it.
+    QFile::remove(copy);
 }
 
 TEST_F(ProvisioningTest, WithTMPDIRNamingNoFolderTheUninstallCopyIsStillPrivateAndTemporary)
@@ -345,6 +347,7 @@ TEST_F(ProvisioningTest, WithTMPDIRNamingNoFolderTheUninstallCopyIsStillPrivateA
         QFileDevice::Permissions {})
         << "the copy is the user's alone";
     expectACopyOfTheUninstaller(copy);
+    QFile::remove(copy);
 }
 
 TEST_F(ProvisioningTest, TheUninstallLogIsKeptInTheUsersStateFolderNeverInASharedOne)
@@ -380,11 +383,18 @@ TEST_F(ProvisioningTest, UninstallWithoutScriptDoesNothing)
     EXPECT_FALSE(lastProcess()->terminated); // nothing was shut down
 }
 
-TEST_F(ProvisioningTest, UninstallLaunchFailureAnswersFalse)
+TEST_F(ProvisioningTest, UninstallLaunchFailureAnswersFalseAndLeavesNoCopyBehind)
 {
     make();
     processes->failDetachedWith = QStringLiteral("no");
-    EXPECT_FALSE(supervisor->performUninstall(false));
+    const QString temporary = sandbox.root() + QStringLiteral("/tmp");
+    ASSERT_TRUE(QDir().mkpath(temporary));
+    const QByteArray previousTmp = qgetenv("TMPDIR");
+    qputenv("TMPDIR", temporary.toUtf8());
+    const bool started = supervisor->performUninstall(false);
+    qputenv("TMPDIR", previousTmp);
+    EXPECT_FALSE(started);
+    EXPECT_TRUE(QDir(temporary).isEmpty()) << QDir(temporary).entryList().join(' ').toStdString();
 }
 
 } // namespace
