@@ -32,8 +32,9 @@ import sys
 
 from gi.repository import Gio, GLib
 
+from portal_script import interface, plain, serve
+
 BUS_NAME = "org.freedesktop.portal.Desktop"
-INTERFACES = "/usr/share/dbus-1/interfaces/"
 PORTAL_PATH = "/org/freedesktop/portal/desktop"
 CLIPBOARD = "org.freedesktop.portal.Clipboard"
 TEXT_TYPE = "text/plain;charset=utf-8"
@@ -59,17 +60,10 @@ CONTROL_XML = """
 """
 
 
-def interface_from(path, name):
-    with open(path, encoding="utf-8") as source:
-        return Gio.DBusNodeInfo.new_for_xml(source.read()).lookup_interface(name)
-
-
-remote_info = interface_from(INTERFACES + "org.freedesktop.portal.RemoteDesktop.xml",
-                             "org.freedesktop.portal.RemoteDesktop")
-session_info = interface_from(INTERFACES + "org.freedesktop.portal.Session.xml",
-                              "org.freedesktop.portal.Session")
-clipboard_info = interface_from(
-    os.path.join(os.path.dirname(os.path.abspath(__file__)), CLIPBOARD + ".xml"), CLIPBOARD)
+remote_info = interface("org.freedesktop.portal.RemoteDesktop")
+session_info = interface("org.freedesktop.portal.Session")
+clipboard_info = interface(
+    CLIPBOARD, os.path.join(os.path.dirname(os.path.abspath(__file__)), CLIPBOARD + ".xml"))
 control_info = Gio.DBusNodeInfo.new_for_xml(CONTROL_XML).lookup_interface("org.sayvo.TestPortal")
 
 connection = Gio.bus_get_sync(Gio.BusType.SESSION, None)
@@ -86,18 +80,6 @@ transfers = {}
 next_serial = [1]
 paste_reader = {"how": "read", "delay": 0}
 pasted = []
-
-
-def plain(value):
-    if isinstance(value, GLib.Variant):
-        return plain(value.unpack())
-    if isinstance(value, dict):
-        return {key: plain(item) for key, item in value.items()}
-    if isinstance(value, (list, tuple)):
-        return [plain(item) for item in value]
-    if isinstance(value, bytes):
-        return value.decode("utf-8", "replace")
-    return value
 
 
 def sender_part(sender):
@@ -394,17 +376,4 @@ connection.register_object(PORTAL_PATH, remote_info, on_remote_call, on_remote_p
 connection.register_object(PORTAL_PATH, clipboard_info, on_clipboard_call, on_clipboard_property)
 connection.register_object("/org/sayvo/TestPortal", control_info, on_control_call)
 
-loop = GLib.MainLoop()
-
-
-def on_acquired(_conn, _name):
-    print("ready", flush=True)
-
-
-def on_lost(_conn, _name):
-    loop.quit()
-
-
-Gio.bus_own_name_on_connection(connection, BUS_NAME, Gio.BusNameOwnerFlags.NONE, on_acquired,
-                               on_lost)
-loop.run()
+serve(connection, BUS_NAME)
