@@ -18,6 +18,14 @@ namespace {
 const QString kBackendName = QStringLiteral("org.freedesktop.impl.portal.desktop.sayvotest");
 const QString kFrontendName = QStringLiteral("org.freedesktop.portal.Desktop");
 
+// -B keeps Python's cache of the module the scripts share out of the source tree.
+bool startScript(DesktopSession &session, const char *script)
+{
+    return session.start(QStringLiteral("/usr/bin/python3"),
+               {QStringLiteral("-B"), QString::fromUtf8(script)})
+        != nullptr;
+}
+
 bool waitForName(const QString &name)
 {
     return QTest::qWaitFor(
@@ -33,8 +41,7 @@ TestPortal::TestPortal(DesktopSession &session, Frontend frontend)
     : m_session(session), m_controlName(frontend == Frontend::debian ? kBackendName : kFrontendName)
 {
     if (frontend == Frontend::withClipboard) {
-        if (!m_session.start(QStringLiteral("/usr/bin/python3"),
-                {QStringLiteral(SAYVO_TEST_PORTAL_FRONTEND_SCRIPT)})
+        if (!startScript(m_session, SAYVO_TEST_PORTAL_FRONTEND_SCRIPT)
             || !waitForName(kFrontendName)) {
             m_failure = QStringLiteral("the stand-in portal frontend did not start");
         }
@@ -54,9 +61,7 @@ TestPortal::TestPortal(DesktopSession &session, Frontend frontend)
                    .toUtf8());
     file.close();
 
-    if (!m_session.start(
-            QStringLiteral("/usr/bin/python3"), {QStringLiteral(SAYVO_TEST_PORTAL_SCRIPT)})
-        || !waitForName(kBackendName)) {
+    if (!startScript(m_session, SAYVO_TEST_PORTAL_SCRIPT) || !waitForName(kBackendName)) {
         m_failure = QStringLiteral("the test portal backend did not start");
         return;
     }

@@ -49,6 +49,7 @@ public:
     bool setAnswer(const QString &method, const QString &how);
     // Activated / Deactivated for a shortcut id, or ShortcutsChanged with a new trigger
     // description, on the newest GlobalShortcuts session, or on a session path given here.
+    // With the stand-in frontend: SelectionTransfer or SelectionOwnerChanged with a MIME type.
     bool emitSignal(const QString &signal, const QString &argument);
     bool emitSignalFor(const QString &signal, const QString &sessionPath, const QString &argument);
 
