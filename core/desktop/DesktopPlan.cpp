@@ -78,18 +78,23 @@ DesktopPlan waylandPlan(const DesktopSessionFacts &facts)
             {}});
     } else {
         plan.capabilities.push_back(portalKeystrokeStatus(PortalState::asking, {},
-            facts.dataControl ? KeystrokeUse::pasting : KeystrokeUse::typing));
+            facts.dataControl || facts.portalClipboard ? KeystrokeUse::pasting
+                                                       : KeystrokeUse::typing));
     }
     if (facts.dataControl) {
         plan.capabilities.push_back({DesktopCapability::clipboard, DesktopAdapter::waylandProtocol,
             QStringLiteral("Puts the transcript on the clipboard and your own content back "
                            "afterwards."),
             {}});
+    } else if (facts.portalClipboard && !facts.virtualKeyboard) {
+        // It comes with the remote-desktop session the keystrokes ask for.
+        plan.capabilities.push_back(portalClipboardStatus(PortalState::asking, {}));
     } else {
         plan.capabilities.push_back({DesktopCapability::clipboard, DesktopAdapter::none,
             QStringLiteral("This compositor keeps the clipboard from Sayvo: it is neither used "
                            "for pasting nor sent as context."),
-            kX11Session});
+            QStringLiteral("Update the desktop portal (xdg-desktop-portal 1.18 or later shares "
+                           "the clipboard), or log in with an X11 session.")});
     }
     if (facts.foreignToplevel) {
         plan.capabilities.push_back(
@@ -142,9 +147,17 @@ QString adapterName(DesktopCapability capability, DesktopAdapter adapter)
     case DesktopAdapter::atspi:
         return QStringLiteral("AT-SPI");
     case DesktopAdapter::portal:
-        return capability == DesktopCapability::trigger
-            ? QStringLiteral("desktop portal (GlobalShortcuts)")
-            : QStringLiteral("desktop portal (RemoteDesktop)");
+        switch (capability) {
+        case DesktopCapability::trigger:
+            return QStringLiteral("desktop portal (GlobalShortcuts)");
+        case DesktopCapability::clipboard:
+            return QStringLiteral("desktop portal (Clipboard)");
+        case DesktopCapability::keystrokes:
+        case DesktopCapability::focusedWindow:
+        case DesktopCapability::accessibility:
+            break;
+        }
+        return QStringLiteral("desktop portal (RemoteDesktop)");
     case DesktopAdapter::none:
         return QStringLiteral("unavailable");
     }
@@ -272,6 +285,30 @@ DesktopCapabilityStatus portalKeystrokeStatus(
                        "through accessibility instead, where the field allows it.")
             .arg(reason),
         QStringLiteral("Ask again, and allow Sayvo in the desktop's dialog."), true};
+}
+
+DesktopCapabilityStatus portalClipboardStatus(PortalState state, const QString &reason)
+{
+    switch (state) {
+    case PortalState::asking:
+        return {DesktopCapability::clipboard, DesktopAdapter::portal,
+            QStringLiteral("Asking the desktop to share the clipboard with Sayvo."),
+            QStringLiteral("Allow it in the desktop's dialog; it is asked once.")};
+    case PortalState::granted:
+        return {DesktopCapability::clipboard, DesktopAdapter::portal,
+            QStringLiteral("Puts the transcript on the clipboard and your own content back "
+                           "afterwards, through the desktop's remote-desktop permission."),
+            {}};
+    case PortalState::refused:
+        break;
+    }
+    return {DesktopCapability::clipboard, DesktopAdapter::none,
+        QStringLiteral("The desktop did not share the clipboard with Sayvo (%1): text is written "
+                       "through accessibility or typed, and the clipboard is left alone.")
+            .arg(reason),
+        QStringLiteral("Allow clipboard access for Sayvo in the desktop's remote-desktop dialog; "
+                       "to be asked again, remove Sayvo's permission in the desktop's privacy "
+                       "settings and restart it.")};
 }
 
 QString displayName(DesktopCapability capability)

@@ -29,7 +29,8 @@ enum class DesktopAdapter {
     triggerCommand,
     // The AT-SPI accessibility bus.
     atspi,
-    // An XDG desktop portal (GlobalShortcuts, RemoteDesktop): the desktop asks the user once.
+    // An XDG desktop portal (GlobalShortcuts, RemoteDesktop, Clipboard): the desktop asks the
+    // user once.
     portal,
     // Nothing in this session serves it.
     none,
@@ -96,5 +97,9 @@ enum class KeystrokeUse {
 // The keystrokes' status while they go through the desktop's remote-desktop session.
 DesktopCapabilityStatus portalKeystrokeStatus(
     PortalState state, const QString &reason, KeystrokeUse use);
+
+// The clipboard's status while it comes with the desktop's remote-desktop session; once
+// refused, text is written through accessibility or typed, and the clipboard left alone.
+DesktopCapabilityStatus portalClipboardStatus(PortalState state, const QString &reason);
 
 } // namespace sayvo

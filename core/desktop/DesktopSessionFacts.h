@@ -26,6 +26,8 @@ struct DesktopSessionFacts
     bool dataControl = false;
     bool virtualKeyboard = false;
     bool foreignToplevel = false;
+    // The desktop portal offers its Clipboard interface (xdg-desktop-portal 1.18 and later).
+    bool portalClipboard = false;
 };
 
 } // namespace sayvo

@@ -4,6 +4,8 @@
 #include "desktop/atspi/WorkspaceAtSpi.h"
 #include "desktop/portal/GlobalShortcutsPortal.h"
 #include "desktop/portal/KeySynthesizerPortal.h"
+#include "desktop/portal/PasteboardPortal.h"
+#include "desktop/portal/PortalVersion.h"
 #include "desktop/wayland/KeySynthesizerWayland.h"
 #include "desktop/wayland/PasteboardWayland.h"
 #include "desktop/wayland/WaylandConnection.h"
@@ -14,6 +16,7 @@
 #include "desktop/x11/WindowListX11.h"
 #include "desktop/x11/WorkspaceX11.h"
 
+#include <QDBusConnection>
 #include <QProcessEnvironment>
 
 namespace sayvo {
@@ -37,16 +40,23 @@ DesktopSessionFacts gatherFacts()
     // Set by the end-to-end tests only. GNOME's compositor cannot run headless with a seat, so
     // those tests stand in for it with sway and have Sayvo overlook sway's wlroots protocols:
     // the portal and accessibility adapters are then chosen as on GNOME.
-    if (environment.value(QStringLiteral("SAYVO_TEST_IGNORE_WLROOTS_PROTOCOLS"))
-        == QLatin1String("1")) {
-        return facts;
-    }
+    const bool ignoreWlroots
+        = environment.value(QStringLiteral("SAYVO_TEST_IGNORE_WLROOTS_PROTOCOLS"))
+        == QLatin1String("1");
     // One look at the compositor's globals; each adapter then opens its own connection.
-    if (const auto probe = WaylandConnection::open(QStringLiteral("session probe"))) {
+    if (const auto probe
+        = ignoreWlroots ? nullptr : WaylandConnection::open(QStringLiteral("session probe"))) {
         facts.dataControl = probe->offers("ext_data_control_manager_v1")
             || probe->offers("zwlr_data_control_manager_v1");
         facts.virtualKeyboard = probe->offers("zwp_virtual_keyboard_manager_v1");
         facts.foreignToplevel = probe->offers("zwlr_foreign_toplevel_manager_v1");
+    }
+    // Only where the remote-desktop session posts the keys; a short wait at launch, as the
+    // bus starts the portal's frontend on first use.
+    if (!facts.dataControl && !facts.virtualKeyboard) {
+        facts.portalClipboard = portalInterfaceVersion(QDBusConnection::sessionBus(),
+                                    QStringLiteral("org.freedesktop.portal.Clipboard"), 3000)
+            > 0;
     }
     return facts;
 }
@@ -82,6 +92,11 @@ DesktopServices createDesktopServices()
             plan.adapter(DesktopCapability::clipboard) == DesktopAdapter::none
                 ? KeystrokeUse::typing
                 : KeystrokeUse::pasting);
+        if (plan.adapter(DesktopCapability::clipboard) == DesktopAdapter::portal) {
+            auto clipboard = std::make_shared<PasteboardPortal>();
+            portal->shareClipboard(clipboard);
+            services.pasteboard = clipboard;
+        }
         services.keySynthesizer = portal;
         services.keystrokeConsent = portal;
         break;
@@ -98,6 +113,9 @@ DesktopServices createDesktopServices()
         break;
     case DesktopAdapter::waylandProtocol:
         services.pasteboard = std::make_shared<PasteboardWayland>();
+        break;
+    case DesktopAdapter::portal:
+        // Made with the keystrokes' session above.
         break;
     default:
         services.pasteboard = std::make_shared<NoPasteboard>();

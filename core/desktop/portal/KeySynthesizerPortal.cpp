@@ -1,6 +1,7 @@
 #include "desktop/portal/KeySynthesizerPortal.h"
 
 #include "base/Logging.h"
+#include "desktop/portal/PasteboardPortal.h"
 #include "desktop/portal/PortalRequest.h"
 
 #include <QDBusMessage>
@@ -16,6 +17,7 @@ namespace {
 
 const QString kInterface = QStringLiteral("org.freedesktop.portal.RemoteDesktop");
 const QString kSessionInterface = QStringLiteral("org.freedesktop.portal.Session");
+const QString kClipboardInterface = QStringLiteral("org.freedesktop.portal.Clipboard");
 
 // The device types of SelectDevices: the keyboard alone.
 constexpr uint kKeyboardDevice = 1;
@@ -53,6 +55,11 @@ KeySynthesizerPortal::KeySynthesizerPortal(KeystrokeUse use, int requestTimeoutM
 KeySynthesizerPortal::~KeySynthesizerPortal()
 {
     closeSession();
+}
+
+void KeySynthesizerPortal::shareClipboard(std::shared_ptr<PasteboardPortal> clipboard)
+{
+    m_clipboard = std::move(clipboard);
 }
 
 void KeySynthesizerPortal::request(const QString &restoreToken, Handlers handlers)
@@ -117,7 +124,34 @@ void KeySynthesizerPortal::selectDevices()
     }
     ask(QStringLiteral("SelectDevices"),
         {QVariant::fromValue(QDBusObjectPath(m_sessionPath)), options},
-        [this](const QVariantMap &) { startSession(); });
+        [this](const QVariantMap &) {
+            if (m_clipboard) {
+                requestClipboard();
+            } else {
+                startSession();
+            }
+        });
+}
+
+void KeySynthesizerPortal::requestClipboard()
+{
+    QDBusMessage message = QDBusMessage::createMethodCall(
+        kPortalService, kPortalPath, kClipboardInterface, QStringLiteral("RequestClipboard"));
+    message.setArguments({QVariant::fromValue(QDBusObjectPath(m_sessionPath)), QVariantMap()});
+    auto *watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(message, m_requestTimeoutMs), this);
+    connect(
+        watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher *call) {
+            call->deleteLater();
+            // Without the clipboard the keys still type the text: the session goes on.
+            if (call->isError()) {
+                Logging::shared().info(
+                    QStringLiteral("clipboard: the portal refused the request: %1")
+                        .arg(call->error().name()));
+            }
+            if (!m_sessionPath.isEmpty()) {
+                startSession();
+            }
+        });
 }
 
 void KeySynthesizerPortal::startSession()
@@ -130,6 +164,18 @@ void KeySynthesizerPortal::startSession()
                 return;
             }
             m_state = State::started;
+            if (m_clipboard) {
+                const bool shared = results.value(QStringLiteral("clipboard_enabled")).toBool();
+                m_use = shared ? KeystrokeUse::pasting : KeystrokeUse::typing;
+                if (shared) {
+                    m_clipboard->attach(m_sessionPath);
+                }
+                if (m_handlers.onStatus) {
+                    m_handlers.onStatus(
+                        portalClipboardStatus(shared ? PortalState::granted : PortalState::refused,
+                            shared ? QString() : QStringLiteral("not granted")));
+                }
+            }
             const QString token = results.value(QStringLiteral("restore_token")).toString();
             if (!token.isEmpty() && token != m_restoreToken) {
                 m_restoreToken = token;
@@ -163,6 +209,9 @@ void KeySynthesizerPortal::fail(const QString &reason, const QString &detail)
 
 void KeySynthesizerPortal::closeSession()
 {
+    if (m_clipboard) {
+        m_clipboard->detach();
+    }
     if (m_sessionPath.isEmpty()) {
         return;
     }
@@ -175,6 +224,9 @@ void KeySynthesizerPortal::closeSession()
 
 void KeySynthesizerPortal::onSessionClosed()
 {
+    if (m_clipboard) {
+        m_clipboard->detach();
+    }
     m_sessionPath.clear();
     m_state = State::refused;
     Logging::shared().info(QStringLiteral("keystrokes: the desktop ended the session"));
@@ -183,8 +235,13 @@ void KeySynthesizerPortal::onSessionClosed()
 
 void KeySynthesizerPortal::report(PortalState state, const QString &reason)
 {
-    if (m_handlers.onStatus) {
-        m_handlers.onStatus(portalKeystrokeStatus(state, reason, m_use));
+    if (!m_handlers.onStatus) {
+        return;
+    }
+    m_handlers.onStatus(portalKeystrokeStatus(state, reason, m_use));
+    // The clipboard comes with the session: asked with it, gone with it.
+    if (m_clipboard && state != PortalState::granted) {
+        m_handlers.onStatus(portalClipboardStatus(state, reason));
     }
 }
 

@@ -11,11 +11,13 @@
 
 #include <deque>
 #include <functional>
-
+#include <memory>
 #include <utility>
 #include <vector>
 
 namespace sayvo {
+
+class PasteboardPortal;
 
 // Keystrokes through the desktop's remote-desktop portal (GNOME, KDE), where no virtual
 // keyboard is offered: a session with the keyboard alone, persisted (persist_mode 2) so the
@@ -24,7 +26,9 @@ namespace sayvo {
 // them to its own layout. Text is typed as Unicode keysyms, up to kMaxTypedCharacters (several
 // minutes of speech); longer text is refused whole rather than typed in part. Each key waits
 // for the portal's answer to the one before: Debian's frontend handles calls on a pool of
-// threads, and keys sent without waiting reach the desktop out of order. Main thread only.
+// threads, and keys sent without waiting reach the desktop out of order. With a clipboard to
+// share, the session also asks for the clipboard before it starts and attaches it when the
+// desktop grants it; the keys then paste, and type the text otherwise. Main thread only.
 class KeySynthesizerPortal : public QObject, public KeySynthesizer, public KeystrokeConsent
 {
     Q_OBJECT
@@ -41,6 +45,9 @@ public:
     bool postPaste(PasteShortcut shortcut) override;
     bool isAvailable() const override { return m_state == State::started; }
     bool typeText(const QString &text) override;
+
+    // Before request(): the session asks for the clipboard too, and reports its status.
+    void shareClipboard(std::shared_ptr<PasteboardPortal> clipboard);
 
     void request(const QString &restoreToken, Handlers handlers) override;
     void askAgain() override;
@@ -66,6 +73,7 @@ private:
         std::function<void(const QVariantMap &results)> onGranted);
     void createSession();
     void selectDevices();
+    void requestClipboard();
     void startSession();
     void fail(const QString &reason, const QString &detail);
     void closeSession();
@@ -76,6 +84,7 @@ private:
     int m_requestTimeoutMs;
     QDBusConnection m_bus;
     Handlers m_handlers;
+    std::shared_ptr<PasteboardPortal> m_clipboard;
     State m_state = State::idle;
     QString m_restoreToken;
     QString m_sessionPath;

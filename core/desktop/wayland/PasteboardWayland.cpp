@@ -1,24 +1,19 @@
 #include "desktop/wayland/PasteboardWayland.h"
 
+#include "desktop/linux/PipeReader.h"
+#include "desktop/linux/PipeWriter.h"
 #include "desktop/wayland/WaylandConnection.h"
 
 #include "ext-data-control-v1-client-protocol.h"
 #include "wlr-data-control-unstable-v1-client-protocol.h"
 
 #include <QDeadlineTimer>
-#include <QSocketNotifier>
-#include <QTimer>
 
 #include <wayland-client.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <ctime>
 #include <fcntl.h>
 #include <functional>
-#include <poll.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace sayvo {
@@ -31,128 +26,6 @@ const char *const kTextTypes[]
 
 // Clipboard managers that honour this type leave the entry out of their history.
 const char *const kConcealedType = "x-kde-passwordManagerHint";
-
-// A reader that closes its end of the pipe early must not end the process with SIGPIPE: the
-// signal is held back for this thread during the write and discarded.
-ssize_t writeWithoutSigpipe(int fd, const char *data, size_t size)
-{
-    sigset_t pipeSignal;
-    sigset_t previous;
-    sigemptyset(&pipeSignal);
-    sigaddset(&pipeSignal, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipeSignal, &previous);
-    const ssize_t written = ::write(fd, data, size);
-    const int error = errno;
-    if (written < 0 && error == EPIPE) {
-        const timespec now {};
-        sigtimedwait(&pipeSignal, nullptr, &now);
-    }
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-    errno = error;
-    return written;
-}
-
-// Hands one type's data to the reader through the pipe it sent, without blocking the main
-// thread on a slow reader. Closes the pipe and deletes itself when the reader has taken all
-// of the data out of the pipe (then runs `written`), the reader went away, or after
-// kWriteTimeoutMs. Data merely written into the pipe's buffer is not read yet: a reader that
-// was stopped or busy still has it to come.
-class PipeWriter : public QObject
-{
-public:
-    static constexpr int kWriteTimeoutMs = 5000;
-    static constexpr int kDrainPollMs = 5;
-
-    PipeWriter(int fd, QByteArray data, std::function<void()> written, QObject *parent)
-        : QObject(parent), m_fd(fd), m_data(std::move(data)), m_onWritten(std::move(written))
-    {
-        ::fcntl(m_fd, F_SETFL, ::fcntl(m_fd, F_GETFL) | O_NONBLOCK);
-        m_notifier = new QSocketNotifier(m_fd, QSocketNotifier::Write, this);
-        connect(m_notifier, &QSocketNotifier::activated, this, &PipeWriter::writeSome);
-        QTimer::singleShot(kWriteTimeoutMs, this, &PipeWriter::finish);
-        writeSome();
-    }
-
-    ~PipeWriter() override { closePipe(); }
-
-private:
-    void writeSome()
-    {
-        while (m_written < m_data.size()) {
-            const ssize_t written = writeWithoutSigpipe(
-                m_fd, m_data.constData() + m_written, size_t(m_data.size() - m_written));
-            if (written > 0) {
-                m_written += written;
-            } else if (written < 0 && errno == EAGAIN) {
-                return;
-            } else if (!(written < 0 && errno == EINTR)) {
-                break;
-            }
-        }
-        if (m_written < m_data.size()) {
-            finish();
-            return;
-        }
-        // All of it is in the pipe; the reader sees the end once it has emptied the pipe and
-        // this end closes. No event says when a pipe became empty, so it is looked at.
-        m_notifier->setEnabled(false);
-        if (!m_drainPoll) {
-            m_drainPoll = new QTimer(this);
-            connect(m_drainPoll, &QTimer::timeout, this, &PipeWriter::closeOnceDrained);
-            m_drainPoll->start(kDrainPollMs);
-        }
-        closeOnceDrained();
-    }
-
-    void closeOnceDrained()
-    {
-        if (m_fd < 0) {
-            return;
-        }
-        // A reader that closed its end without emptying the pipe read nothing.
-        pollfd state {m_fd, POLLOUT, 0};
-        if (::poll(&state, 1, 0) > 0 && (state.revents & POLLERR) != 0) {
-            finish();
-            return;
-        }
-        int unread = 0;
-        // Not a pipe (a file the reader passed) counts as taken at once.
-        if (::ioctl(m_fd, FIONREAD, &unread) == 0 && unread > 0) {
-            return;
-        }
-        finish();
-        if (m_onWritten) {
-            m_onWritten();
-        }
-    }
-
-    // The reader sees the end of the data only when the pipe closes: at once, not when the
-    // event loop gets to the deletion.
-    void finish()
-    {
-        m_notifier->setEnabled(false);
-        if (m_drainPoll) {
-            m_drainPoll->stop();
-        }
-        closePipe();
-        deleteLater();
-    }
-
-    void closePipe()
-    {
-        if (m_fd >= 0) {
-            ::close(m_fd);
-            m_fd = -1;
-        }
-    }
-
-    int m_fd;
-    QByteArray m_data;
-    std::function<void()> m_onWritten;
-    qsizetype m_written = 0;
-    QSocketNotifier *m_notifier = nullptr;
-    QTimer *m_drainPoll = nullptr;
-};
 
 // The two protocols have the same requests and events under different names: one traits
 // struct each, one binding for both.
@@ -447,13 +320,7 @@ const PasteboardItem *PasteboardWayland::ownItem() const
 
 std::map<QString, QByteArray> PasteboardWayland::read(const QStringList &types)
 {
-    struct Pending
-    {
-        QString type;
-        int fd = -1;
-        QByteArray data;
-    };
-    std::vector<Pending> pending;
+    std::vector<std::pair<QString, int>> pipes;
     for (const QString &type : types) {
         int fds[2];
         if (::pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) {
@@ -463,54 +330,10 @@ std::map<QString, QByteArray> PasteboardWayland::read(const QStringList &types)
         // open, so that its close ends the transfer.
         m_protocol->receive(m_selection, type, fds[1]);
         ::close(fds[1]);
-        pending.push_back({type, fds[0], {}});
+        pipes.emplace_back(type, fds[0]);
     }
     m_connection->flush();
-
-    std::map<QString, QByteArray> result;
-    const QDeadlineTimer deadline(kReadTimeoutMs);
-    while (!pending.empty()) {
-        const qint64 remaining = deadline.remainingTime();
-        if (remaining <= 0) {
-            break;
-        }
-        std::vector<pollfd> descriptors;
-        descriptors.reserve(pending.size());
-        for (const Pending &read : pending) {
-            descriptors.push_back({read.fd, POLLIN, 0});
-        }
-        if (::poll(descriptors.data(), nfds_t(descriptors.size()), int(remaining)) < 0
-            && errno != EINTR) {
-            break;
-        }
-        for (size_t i = descriptors.size(); i-- > 0;) {
-            if (descriptors[i].revents == 0) {
-                continue;
-            }
-            Pending &read = pending[i];
-            char buffer[65536];
-            ssize_t count = 0;
-            while ((count = ::read(read.fd, buffer, sizeof buffer)) > 0
-                && read.data.size() <= kMaxTypeBytes) {
-                read.data.append(buffer, count);
-            }
-            const bool ended = count == 0;
-            const bool failed = (count < 0 && errno != EAGAIN && errno != EINTR)
-                || read.data.size() > kMaxTypeBytes;
-            if (ended || failed) {
-                if (ended && !failed) {
-                    result[read.type] = std::move(read.data);
-                }
-                ::close(read.fd);
-                pending.erase(pending.begin() + qsizetype(i));
-            }
-        }
-    }
-    // An owner that did not finish in time gives nothing more in this read.
-    for (const Pending &read : pending) {
-        ::close(read.fd);
-    }
-    return result;
+    return readPipes(pipes, QDeadlineTimer(kReadTimeoutMs), kMaxTypeBytes);
 }
 
 std::vector<PasteboardItem> PasteboardWayland::items()

@@ -6,6 +6,7 @@
 #include "desktop/HotkeyManager.h"
 #include "desktop/portal/GlobalShortcutsPortal.h"
 #include "desktop/portal/KeySynthesizerPortal.h"
+#include "desktop/portal/PortalVersion.h"
 #include "support/desktop/DesktopSession.h"
 #include "support/desktop/TestPortal.h"
 
@@ -307,6 +308,17 @@ TEST_F(PortalDesktopTest, KeystrokesWithoutAnAnswerTimeOut)
     ASSERT_TRUE(waitForAnswer());
     EXPECT_EQ(m_statuses.back().adapter, DesktopAdapter::none);
     EXPECT_TRUE(m_statuses.back().works.contains(QStringLiteral("did not answer")));
+}
+
+TEST_F(PortalDesktopTest, DebiansFrontendOffersRemoteDesktopButNoClipboard)
+{
+    const QDBusConnection bus = QDBusConnection::sessionBus();
+    EXPECT_GT(portalInterfaceVersion(
+                  bus, QStringLiteral("org.freedesktop.portal.RemoteDesktop"), kShortTimeoutMs),
+        0u);
+    EXPECT_EQ(portalInterfaceVersion(
+                  bus, QStringLiteral("org.freedesktop.portal.Clipboard"), kShortTimeoutMs),
+        0u);
 }
 
 } // namespace

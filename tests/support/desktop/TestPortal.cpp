@@ -4,6 +4,7 @@
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
+#include <QDBusPendingCall>
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
@@ -17,6 +18,14 @@ namespace {
 const QString kBackendName = QStringLiteral("org.freedesktop.impl.portal.desktop.sayvotest");
 const QString kFrontendName = QStringLiteral("org.freedesktop.portal.Desktop");
 
+// -B keeps Python's cache of the module the scripts share out of the source tree.
+bool startScript(DesktopSession &session, const char *script)
+{
+    return session.start(QStringLiteral("/usr/bin/python3"),
+               {QStringLiteral("-B"), QString::fromUtf8(script)})
+        != nullptr;
+}
+
 bool waitForName(const QString &name)
 {
     return QTest::qWaitFor(
@@ -28,8 +37,16 @@ bool waitForName(const QString &name)
 
 } // namespace
 
-TestPortal::TestPortal(DesktopSession &session) : m_session(session)
+TestPortal::TestPortal(DesktopSession &session, Frontend frontend)
+    : m_session(session), m_controlName(frontend == Frontend::debian ? kBackendName : kFrontendName)
 {
+    if (frontend == Frontend::withClipboard) {
+        if (!startScript(m_session, SAYVO_TEST_PORTAL_FRONTEND_SCRIPT)
+            || !waitForName(kFrontendName)) {
+            m_failure = QStringLiteral("the stand-in portal frontend did not start");
+        }
+        return;
+    }
     const QString portals = m_session.directory() + QStringLiteral("/portals");
     QDir().mkpath(portals);
     QFile file(portals + QStringLiteral("/sayvotest.portal"));
@@ -44,9 +61,7 @@ TestPortal::TestPortal(DesktopSession &session) : m_session(session)
                    .toUtf8());
     file.close();
 
-    if (!m_session.start(
-            QStringLiteral("/usr/bin/python3"), {QStringLiteral(SAYVO_TEST_PORTAL_SCRIPT)})
-        || !waitForName(kBackendName)) {
+    if (!startScript(m_session, SAYVO_TEST_PORTAL_SCRIPT) || !waitForName(kBackendName)) {
         m_failure = QStringLiteral("the test portal backend did not start");
         return;
     }
@@ -81,7 +96,7 @@ TestPortal::TestPortal(DesktopSession &session) : m_session(session)
 
 bool TestPortal::control(const QString &method, const QVariantList &arguments, QVariant *answer)
 {
-    QDBusMessage message = QDBusMessage::createMethodCall(kBackendName,
+    QDBusMessage message = QDBusMessage::createMethodCall(m_controlName,
         QStringLiteral("/org/sayvo/TestPortal"), QStringLiteral("org.sayvo.TestPortal"), method);
     message.setArguments(arguments);
     const QDBusMessage reply = QDBusConnection::sessionBus().call(message, QDBus::Block, 10000);
@@ -129,6 +144,44 @@ bool TestPortal::emitSignalFor(
 {
     return control(QStringLiteral("EmitFor"),
         {signal, QVariant::fromValue(QDBusObjectPath(sessionPath)), argument});
+}
+
+bool TestPortal::offer(const QVariantMap &data)
+{
+    return control(QStringLiteral("Offer"), {data});
+}
+
+std::optional<QByteArray> TestPortal::fetch(const QString &mimeType)
+{
+    // The owner may be this very process: its event loop must run while the data is asked of it.
+    QDBusMessage message
+        = QDBusMessage::createMethodCall(m_controlName, QStringLiteral("/org/sayvo/TestPortal"),
+            QStringLiteral("org.sayvo.TestPortal"), QStringLiteral("Fetch"));
+    message.setArguments({mimeType});
+    QDBusPendingCall pending = QDBusConnection::sessionBus().asyncCall(message, 10000);
+    if (!QTest::qWaitFor([&pending] { return pending.isFinished(); }, 15000) || pending.isError()) {
+        return std::nullopt;
+    }
+    return pending.reply().arguments().value(0).toByteArray();
+}
+
+QString TestPortal::owner()
+{
+    QVariant answer;
+    control(QStringLiteral("Owner"), {}, &answer);
+    return answer.toString();
+}
+
+bool TestPortal::setPasteReader(const QString &how, uint delayMs)
+{
+    return control(QStringLiteral("SetPasteReader"), {how, delayMs});
+}
+
+QStringList TestPortal::pasted()
+{
+    QVariant answer;
+    control(QStringLiteral("Pasted"), {}, &answer);
+    return answer.toStringList();
 }
 
 } // namespace sayvo::testing

@@ -23,8 +23,9 @@ import sys
 
 from gi.repository import Gio, GLib
 
+from portal_script import interface, plain, serve
+
 BUS_NAME = sys.argv[1] if len(sys.argv) > 1 else "org.freedesktop.impl.portal.desktop.sayvotest"
-INTERFACES = "/usr/share/dbus-1/interfaces/"
 PORTAL_PATH = "/org/freedesktop/portal/desktop"
 CONTROL_XML = """
 <node>
@@ -40,11 +41,6 @@ CONTROL_XML = """
 """
 
 
-def interface(name):
-    with open(INTERFACES + name + ".xml", encoding="utf-8") as source:
-        return Gio.DBusNodeInfo.new_for_xml(source.read()).lookup_interface(name)
-
-
 shortcuts_info = interface("org.freedesktop.impl.portal.GlobalShortcuts")
 remote_info = interface("org.freedesktop.impl.portal.RemoteDesktop")
 session_info = interface("org.freedesktop.impl.portal.Session")
@@ -57,16 +53,6 @@ shortcut_sessions = []
 session_objects = {}
 pending = []
 bound_shortcuts = {}
-
-
-def plain(value):
-    if isinstance(value, GLib.Variant):
-        return plain(value.unpack())
-    if isinstance(value, dict):
-        return {key: plain(item) for key, item in value.items()}
-    if isinstance(value, (list, tuple)):
-        return [plain(item) for item in value]
-    return value
 
 
 def export_session(path):
@@ -184,20 +170,4 @@ connection.register_object(PORTAL_PATH, shortcuts_info, on_portal_call, on_porta
 connection.register_object(PORTAL_PATH, remote_info, on_portal_call, on_portal_property)
 connection.register_object("/org/sayvo/TestPortal", control_info, on_control_call)
 
-loop = GLib.MainLoop()
-owned = []
-
-
-def on_acquired(_conn, _name):
-    owned.append(True)
-    if len(owned) == 1:
-        print("ready", flush=True)
-
-
-def on_lost(_conn, _name):
-    loop.quit()
-
-
-Gio.bus_own_name_on_connection(connection, BUS_NAME, Gio.BusNameOwnerFlags.NONE, on_acquired,
-                               on_lost)
-loop.run()
+serve(connection, BUS_NAME)

@@ -159,6 +159,63 @@ TEST(DesktopPlanTest, AnAnswerReplacesTheCapabilitysLineAndIsLogged)
         1);
 }
 
+TEST(DesktopPlanTest, ANewerPortalSharesTheClipboardThroughTheRemoteDesktopSession)
+{
+    DesktopSessionFacts facts;
+    facts.kind = SessionKind::wayland;
+    facts.desktopName = QStringLiteral("GNOME");
+    facts.portalClipboard = true;
+    DesktopPlan plan = DesktopPlan::choose(facts);
+    EXPECT_EQ(plan.adapter(DesktopCapability::clipboard), DesktopAdapter::portal);
+    EXPECT_TRUE(
+        status(plan, DesktopCapability::clipboard).works.startsWith(QStringLiteral("Asking")));
+    EXPECT_EQ(plan.logLines()
+                  .filter(QStringLiteral("clipboard: desktop portal (Clipboard) (Asking"))
+                  .size(),
+        1);
+
+    plan.setStatus(portalClipboardStatus(PortalState::granted, {}));
+    EXPECT_TRUE(status(plan, DesktopCapability::clipboard).isAvailable());
+    EXPECT_TRUE(status(plan, DesktopCapability::clipboard)
+                    .works.contains(QStringLiteral("your own content back")));
+}
+
+TEST(DesktopPlanTest, AnOlderPortalLeavesTheClipboardAloneAndSaysWhatWouldShareIt)
+{
+    DesktopSessionFacts facts;
+    facts.kind = SessionKind::wayland;
+    facts.desktopName = QStringLiteral("GNOME");
+    const DesktopPlan plan = DesktopPlan::choose(facts);
+    const DesktopCapabilityStatus &clipboard = status(plan, DesktopCapability::clipboard);
+    EXPECT_EQ(clipboard.adapter, DesktopAdapter::none);
+    EXPECT_TRUE(clipboard.action.contains(QStringLiteral("xdg-desktop-portal 1.18")));
+    EXPECT_TRUE(
+        status(plan, DesktopCapability::keystrokes).works.startsWith(QStringLiteral("Asking")));
+}
+
+TEST(DesktopPlanTest, TheDataControlProtocolWinsOverThePortalsClipboard)
+{
+    DesktopSessionFacts facts = wlroots();
+    facts.portalClipboard = true;
+    EXPECT_EQ(DesktopPlan::choose(facts).adapter(DesktopCapability::clipboard),
+        DesktopAdapter::waylandProtocol);
+}
+
+TEST(DesktopPlanTest, DeclinedClipboardAccessFallsBackToTypingWithOneLineSayingSo)
+{
+    DesktopSessionFacts facts;
+    facts.kind = SessionKind::wayland;
+    facts.portalClipboard = true;
+    DesktopPlan plan = DesktopPlan::choose(facts);
+    plan.setStatus(portalClipboardStatus(PortalState::refused, QStringLiteral("not granted")));
+    const DesktopCapabilityStatus &clipboard = status(plan, DesktopCapability::clipboard);
+    EXPECT_FALSE(clipboard.isAvailable());
+    EXPECT_TRUE(clipboard.works.contains(QStringLiteral("(not granted)")));
+    EXPECT_TRUE(clipboard.works.contains(QStringLiteral("typed")));
+    EXPECT_FALSE(clipboard.action.isEmpty());
+    EXPECT_EQ(plan.logLines().filter(QStringLiteral("clipboard:")).size(), 1);
+}
+
 TEST(DesktopPlanTest, HyprlandGetsItsOwnBindingSyntax)
 {
     DesktopSessionFacts facts = wlroots();
