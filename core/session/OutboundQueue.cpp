@@ -178,14 +178,7 @@ void OutboundQueue::pump()
                 return;
             }
             // Completed later: the queue goes on from the event loop.
-            {
-                std::lock_guard lock(m_mutex);
-                m_pumping = false;
-                if (!needsWake()) {
-                    return;
-                }
-            }
-            wake();
+            continueFromEventLoop();
         });
         // The consumer may have ended the queue's owner.
         const auto flag = alive.lock();
@@ -197,6 +190,11 @@ void OutboundQueue::pump()
             return;
         }
     }
+    continueFromEventLoop();
+}
+
+void OutboundQueue::continueFromEventLoop()
+{
     {
         std::lock_guard lock(m_mutex);
         m_pumping = false;

@@ -58,6 +58,8 @@ private:
     bool needsWake();
     void wake(); // any thread
     void pump(); // consumer thread
+    // The consumer stops; a wake-up hands out what is left.
+    void continueFromEventLoop();
 
     QObject *m_context;
     Consumer m_consume;

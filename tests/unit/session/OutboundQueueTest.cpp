@@ -30,6 +30,15 @@ protected:
     OutboundEvent audio(const char *bytes) { return {OutboundEvent::Audio {QByteArray(bytes)}}; }
     OutboundEvent end(const QString &id) { return {OutboundEvent::End {id}}; }
 
+    // A consumer whose events complete when the test calls `pending`.
+    OutboundQueue::Consumer completingLater(std::function<void()> &pending)
+    {
+        return [this, &pending](const OutboundEvent &event, const std::function<void()> &done) {
+            handled << name(event);
+            pending = done;
+        };
+    }
+
     bool waitForCount(int count)
     {
         return QTest::qWaitFor([&] { return handled.size() == count; }, 2000);
@@ -74,10 +83,7 @@ TEST_F(OutboundQueueTest, EventsHandledAtOnceGoOutInOneEventLoopTurn)
 TEST_F(OutboundQueueTest, AnEventCompletedLaterHoldsBackTheNextUntilItIsDone)
 {
     std::function<void()> pending;
-    OutboundQueue slow(&context, [&](OutboundEvent event, const std::function<void()> &done) {
-        handled << name(event);
-        pending = done;
-    });
+    OutboundQueue slow(&context, completingLater(pending));
     slow.enqueue(start("U1"));
     slow.enqueue(end("U1"));
     ASSERT_TRUE(waitForCount(1));
@@ -108,10 +114,7 @@ TEST_F(OutboundQueueTest, HandingOutNowSendsWhatWaitsWithinTheCall)
 TEST_F(OutboundQueueTest, HandingOutNowLeavesAnEventInHandAlone)
 {
     std::function<void()> pending;
-    OutboundQueue slow(&context, [&](OutboundEvent event, const std::function<void()> &done) {
-        handled << name(event);
-        pending = done;
-    });
+    OutboundQueue slow(&context, completingLater(pending));
     slow.enqueue(start("U1"));
     slow.handOutNow();
     EXPECT_EQ(handled, QStringList {"start U1"});
