@@ -152,7 +152,7 @@ void HUDView::setState(const AppState &state, bool captureLive)
         m_indicators->setCurrentWidget(m_spinner);
         break;
     case Indicator::symbol:
-        m_symbol->setPixmap(SymbolIcon::icon(symbolName(state), accent, kIndicatorSize * 2)
+        m_symbol->setPixmap(m_symbolIcons.icon(symbolName(state), accent, kIndicatorSize * 2)
                                 .pixmap(kIndicatorSize, kIndicatorSize));
         m_indicators->setCurrentWidget(m_symbol);
         break;

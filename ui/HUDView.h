@@ -1,6 +1,7 @@
 #pragma once
 
 #include "session/AppState.h"
+#include "ui/SymbolIconSet.h"
 
 #include <QWidget>
 
@@ -53,6 +54,7 @@ private:
     WaveformView *m_waveform = nullptr;
     BusyIndicator *m_spinner = nullptr;
     QLabel *m_symbol = nullptr;
+    SymbolIconSet m_symbolIcons;
     QLabel *m_label = nullptr;
     QString m_fullLabel;
     Indicator m_indicator = Indicator::none;

@@ -247,7 +247,7 @@ void MenuBarController::refresh()
     // The panel, not the windows' palette, decides: a dark panel under a light window theme
     // is the common case.
     m_ink = inkFor(m_panelColour);
-    m_trayIcon->setIcon(SymbolIcon::icon(m_iconSymbol, m_ink));
+    m_trayIcon->setIcon(m_icons.icon(m_iconSymbol, m_ink));
     m_statusMenuItem->setText(statusTitle());
 }
 

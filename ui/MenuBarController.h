@@ -4,6 +4,7 @@
 #include "session/AppState.h"
 #include "session/EngineConnectionHealth.h"
 #include "store/HotkeyTrigger.h"
+#include "ui/SymbolIconSet.h"
 
 #include <QColor>
 #include <QObject>
@@ -112,6 +113,7 @@ private:
     EngineConnectionHealth m_connectionHealth;
     QString m_iconSymbol;
     QColor m_ink;
+    SymbolIconSet m_icons;
     std::optional<QColor> m_panelColour;
     QTimer m_panelProbe;
     int m_panelProbes = 0;

@@ -27,7 +27,24 @@ void SerialQueue::async(std::function<void()> work)
         }
         m_items.push_back(std::move(work));
     }
-    m_wake.notify_one();
+    m_wake.notify_all();
+}
+
+void SerialQueue::claim()
+{
+    m_running = true;
+    m_runner = std::this_thread::get_id();
+}
+
+void SerialQueue::release()
+{
+    {
+        std::lock_guard lock(m_mutex);
+        m_running = false;
+        m_runner = std::thread::id();
+    }
+    // The worker for what came meanwhile, or a sync() waiting for its turn.
+    m_wake.notify_all();
 }
 
 void SerialQueue::sync(const std::function<void()> &work)
@@ -36,17 +53,18 @@ void SerialQueue::sync(const std::function<void()> &work)
         work();
         return;
     }
-    std::mutex doneMutex;
-    std::condition_variable doneSignal;
-    bool done = false;
-    async([&] {
-        work();
-        std::lock_guard lock(doneMutex);
-        done = true;
-        doneSignal.notify_one();
-    });
-    std::unique_lock lock(doneMutex);
-    doneSignal.wait(lock, [&] { return done; });
+    std::deque<std::function<void()>> earlier;
+    {
+        std::unique_lock lock(m_mutex);
+        m_wake.wait(lock, [this] { return !m_running; });
+        claim();
+        earlier.swap(m_items);
+    }
+    for (const auto &item : earlier) {
+        item();
+    }
+    work();
+    release();
 }
 
 void SerialQueue::run()
@@ -55,14 +73,16 @@ void SerialQueue::run()
         std::function<void()> work;
         {
             std::unique_lock lock(m_mutex);
-            m_wake.wait(lock, [this] { return m_stopping || !m_items.empty(); });
+            m_wake.wait(lock, [this] { return m_stopping || (!m_running && !m_items.empty()); });
             if (m_stopping) {
                 return;
             }
+            claim();
             work = std::move(m_items.front());
             m_items.pop_front();
         }
         work();
+        release();
     }
 }
 

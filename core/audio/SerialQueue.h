@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -9,9 +10,9 @@
 
 namespace sayvo {
 
-// A private serial queue: one worker thread runs the submitted work items one at a time in
-// submission order. Destroying the queue discards the work not yet started and joins the
-// worker.
+// A private serial queue: the submitted work items run one at a time in submission order,
+// on the queue's worker thread, except that sync() runs them itself. Destroying the queue
+// discards the work not yet started and joins the worker.
 class SerialQueue
 {
 public:
@@ -25,19 +26,29 @@ public:
 
     // Queues the work and returns at once.
     void async(std::function<void()> work);
-    // Queues the work behind everything already queued and waits until it has run. Called
-    // from the queue's own thread it runs the work at once instead of deadlocking.
+    // Runs the work behind everything already queued and returns once it has run. Once the
+    // item under way (if any) is over, the caller's thread runs the waiting items and then
+    // the work itself, as the queue: a caller never waits for the worker thread to be
+    // scheduled, which on a busy machine can take milliseconds. Called from the queue's own
+    // work it runs the work at once instead of deadlocking.
     void sync(const std::function<void()> &work);
 
-    bool isCurrent() const { return std::this_thread::get_id() == m_worker.get_id(); }
+    // Whether this thread is running the queue's work now.
+    bool isCurrent() const { return m_runner.load() == std::this_thread::get_id(); }
 
 private:
     void run();
+    // Under m_mutex: the calling thread runs the queue's work until release().
+    void claim();
+    void release();
 
     std::string m_label;
     std::mutex m_mutex;
+    // Work arrived, or the queue is free for a waiting sync().
     std::condition_variable m_wake;
     std::deque<std::function<void()>> m_items;
+    bool m_running = false;
+    std::atomic<std::thread::id> m_runner;
     bool m_stopping = false;
     std::thread m_worker;
 };

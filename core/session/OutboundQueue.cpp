@@ -38,12 +38,20 @@ void OutboundQueue::enqueue(OutboundEvent event)
             return;
         }
         m_events.push_back(std::move(event));
-        if (m_busy) {
+        if (!needsWake()) {
             return;
         }
-        m_busy = true;
     }
     wake();
+}
+
+bool OutboundQueue::needsWake()
+{
+    if (m_pumping || m_wakePosted) {
+        return false;
+    }
+    m_wakePosted = true;
+    return true;
 }
 
 void OutboundQueue::holdAudio()
@@ -63,10 +71,9 @@ void OutboundQueue::releaseAudio()
         }
         std::move(m_heldAudio.begin(), m_heldAudio.end(), std::back_inserter(m_events));
         m_heldAudio.clear();
-        if (m_busy) {
+        if (!needsWake()) {
             return;
         }
-        m_busy = true;
     }
     wake();
 }
@@ -98,6 +105,17 @@ size_t OutboundQueue::pendingCount() const
     return m_events.size();
 }
 
+void OutboundQueue::handOutNow()
+{
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_pumping) {
+            return;
+        }
+    }
+    pump();
+}
+
 void OutboundQueue::wake()
 {
     // The weak flag lets a wake-up that was already posted find the queue gone.
@@ -105,25 +123,38 @@ void OutboundQueue::wake()
     QMetaObject::invokeMethod(
         m_context,
         [this, alive] {
-            if (alive.lock() && *alive.lock()) {
-                pumpNext();
+            const auto flag = alive.lock();
+            if (!flag || !*flag) {
+                return;
             }
+            {
+                std::lock_guard lock(m_mutex);
+                m_wakePosted = false;
+                if (m_pumping) {
+                    return;
+                }
+            }
+            pump();
         },
         Qt::QueuedConnection);
 }
 
-void OutboundQueue::pumpNext()
+void OutboundQueue::pump()
 {
     // Events whose handling is over when the consumer returns go out in this same turn (a
     // key-up's last audio and its end wait for no event-loop turn between them); one that
     // completes later continues the queue from the event loop. A long run yields to the
     // event loop now and then.
+    {
+        std::lock_guard lock(m_mutex);
+        m_pumping = true;
+    }
     for (int handled = 0; handled < kEventsPerTurn; ++handled) {
         std::optional<OutboundEvent> next;
         {
             std::lock_guard lock(m_mutex);
             if (m_finished || m_events.empty()) {
-                m_busy = false;
+                m_pumping = false;
                 return;
             }
             next = std::move(m_events.front());
@@ -143,9 +174,11 @@ void OutboundQueue::pumpNext()
                 return;
             }
             const auto flag = alive.lock();
-            if (flag && *flag) {
-                wake();
+            if (!flag || !*flag) {
+                return;
             }
+            // Completed later: the queue goes on from the event loop.
+            continueFromEventLoop();
         });
         // The consumer may have ended the queue's owner.
         const auto flag = alive.lock();
@@ -154,6 +187,18 @@ void OutboundQueue::pumpNext()
         }
         step->returned = true;
         if (!step->done) {
+            return;
+        }
+    }
+    continueFromEventLoop();
+}
+
+void OutboundQueue::continueFromEventLoop()
+{
+    {
+        std::lock_guard lock(m_mutex);
+        m_pumping = false;
+        if (!needsWake()) {
             return;
         }
     }

@@ -39,6 +39,11 @@ public:
     // Drops the audio events not yet handed out (those of an utterance that has ended).
     void discardAudio();
 
+    // On the consumer's thread: hands out the waiting events now, as the wake-up on its way
+    // would, unless one is being handled (its completion continues the queue). The key-up's
+    // end then goes out before the state's observers run, not after them.
+    void handOutNow();
+
     // No further events are accepted or handed out.
     void finish();
     bool isFinished() const;
@@ -49,8 +54,12 @@ public:
     static constexpr int kEventsPerTurn = 64;
 
 private:
+    // Under m_mutex: posts a wake-up unless one is on its way or the consumer is at work.
+    bool needsWake();
     void wake(); // any thread
-    void pumpNext(); // consumer thread
+    void pump(); // consumer thread
+    // The consumer stops; a wake-up hands out what is left.
+    void continueFromEventLoop();
 
     QObject *m_context;
     Consumer m_consume;
@@ -59,7 +68,9 @@ private:
     std::deque<OutboundEvent> m_heldAudio;
     bool m_holdingAudio = false;
     bool m_finished = false;
-    bool m_busy = false; // an event is being handled or a wake-up is on its way
+    // The consumer is handing out events, or waits for an event's completion.
+    bool m_pumping = false;
+    bool m_wakePosted = false;
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
 };
 

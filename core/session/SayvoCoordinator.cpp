@@ -378,9 +378,10 @@ void SayvoCoordinator::endUtterance()
     }
     // Returns only after the last chunks went into the queue, so the end follows them.
     m_audioCapture.stopForwarding(true);
-    // Queued before the state's observers run, so that its wake-up comes before whatever
-    // they post (a repaint of the HUD).
+    // On the wire before the state's observers run (the HUD and the tray icon redraw), not in
+    // a later turn behind them.
     m_outbound->enqueue(OutboundEvent {OutboundEvent::End {*m_currentUtteranceId}});
+    m_outbound->handOutNow();
     setState(AppState::processing());
     m_finalDeadlineTimer.start(m_finalDeadline.forAudioBytes(m_audioCapture.lastUtteranceBytes()));
     // The clipboard is saved while the engine finishes, once the end has gone out (its
@@ -567,10 +568,14 @@ void SayvoCoordinator::engineClientDidReceiveFinal(EngineClient &, const FinalMe
     // The clipboard saved for the paste is not kept past it, nor when there is none.
     const auto forgetSavedClipboard = qScopeGuard([this] { m_textInserter.forgetPrepared(); });
     closeUtterance();
-    setResolvedDomain(text(message.domain));
-    if (message.stats) {
-        m_usageStats.record(*message.stats);
-    }
+    // Booked once the text is on its way: their observers (the settings window, the preference
+    // file) are no part of the paste.
+    const auto bookkeeping = qScopeGuard([this, &message] {
+        setResolvedDomain(text(message.domain));
+        if (message.stats) {
+            m_usageStats.record(*message.stats);
+        }
+    });
     if (std::optional<CalibrationSink> sink = std::exchange(m_calibrationSink, std::nullopt)) {
         setState(AppState::idle());
         if (sink->onFinal) {

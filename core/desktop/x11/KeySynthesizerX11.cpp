@@ -44,8 +44,9 @@ bool KeySynthesizerX11::postPaste(PasteShortcut shortcut)
     }
     Display *display = m_connection->display();
     // A layout switched since the last paste moves keys: reading the server's notifications
-    // marks Xlib's copy of the key map stale, and the lookups below fetch it afresh.
-    XSync(display, False);
+    // marks Xlib's copy of the key map stale, and the lookups below fetch it afresh. Those
+    // already sent are read without a round trip, which would hold the chord up.
+    XEventsQueued(display, QueuedAfterReading);
     m_connection->dispatchPending();
     int eventBase = 0;
     int errorBase = 0;

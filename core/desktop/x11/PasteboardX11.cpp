@@ -245,12 +245,14 @@ bool PasteboardX11::takeOwnership(PasteboardItem offered)
     const Time time = serverTime();
     m_offered = std::move(offered);
     XSetSelectionOwner(display, m_clipboard, m_window, time);
+    // The reply comes after the owner-change notification our write caused, so counting what
+    // Xlib has read by then keeps the change count right without another round trip.
     m_owned = XGetSelectionOwner(display, m_clipboard) == m_window;
     m_ownedSince = time;
     if (!m_owned) {
         m_offered.clear();
     }
-    syncOwnerNotifications();
+    m_connection->dispatchPending();
     return m_owned;
 }
 

@@ -2,7 +2,9 @@
 
 #include "desktop/x11/X11Connection.h"
 
-#include <X11/Xutil.h>
+#include <X11/Xatom.h>
+
+#include <QList>
 
 namespace sayvo {
 
@@ -23,23 +25,24 @@ std::optional<FrontApplication> WorkspaceX11::frontmostApplication()
         return std::nullopt;
     }
     FrontApplication front;
-    if (const auto pid = m_connection->cardinal(*window, m_connection->atom("_NET_WM_PID"))) {
+    const auto pid = m_connection->cardinal(*window, m_connection->atom("_NET_WM_PID"));
+    if (pid) {
         front.pid = qint64(*pid);
     }
-    XClassHint hint {nullptr, nullptr};
-    m_connection->clearError();
-    if (XGetClassHint(m_connection->display(), *window, &hint)) {
-        if (hint.res_class && *hint.res_class) {
-            front.bundleId = QString::fromUtf8(hint.res_class);
+    // WM_CLASS is the instance name and the class, each ending in a zero byte. Read as a
+    // property, whose reply carries its own error: no extra round trip to learn of one.
+    const auto wmClass = m_connection->property(*window, XA_WM_CLASS);
+    if (wmClass && wmClass->format == 8) {
+        const QList<QByteArray> parts = wmClass->data.split('\0');
+        if (!parts.value(0).isEmpty()) {
+            front.name = QString::fromUtf8(parts.value(0));
         }
-        if (hint.res_name && *hint.res_name) {
-            front.name = QString::fromUtf8(hint.res_name);
+        if (!parts.value(1).isEmpty()) {
+            front.bundleId = QString::fromUtf8(parts.value(1));
         }
-        XFree(hint.res_name);
-        XFree(hint.res_class);
     }
     // The active window may have been destroyed since the window manager named it.
-    if (m_connection->hadError() && front.pid == 0) {
+    if (!pid && !wmClass) {
         return std::nullopt;
     }
     return front;

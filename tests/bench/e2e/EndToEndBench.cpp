@@ -31,6 +31,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <tuple>
 
 using namespace sayvo;
@@ -206,6 +207,37 @@ std::vector<TriggerPath> triggerPaths()
     };
 }
 
+// One of sayvo's latency marks: when, and the marking thread's CPU time and run-queue time
+// by then (-1 where not reported).
+struct Mark
+{
+    qint64 atNs = 0;
+    qint64 cpuNs = -1;
+    qint64 waitedNs = -1;
+};
+
+// What one thread did between two of its marks: its own work (CPU time), waiting to be
+// scheduled while runnable, and the rest, blocked (on a lock, the X server, the socket).
+struct Split
+{
+    double cpuMs = 0.0;
+    double runQueueMs = 0.0;
+    double blockedMs = 0.0;
+};
+
+std::optional<Split> splitBetween(const Mark &from, const Mark &to)
+{
+    if (from.atNs == 0 || to.atNs == 0 || from.cpuNs < 0 || to.cpuNs < 0 || from.waitedNs < 0
+        || to.waitedNs < 0) {
+        return std::nullopt;
+    }
+    Split split;
+    split.cpuMs = msBetween(from.cpuNs, to.cpuNs);
+    split.runQueueMs = msBetween(from.waitedNs, to.waitedNs);
+    split.blockedMs = msBetween(from.atNs, to.atNs) - split.cpuMs - split.runQueueMs;
+    return split;
+}
+
 // The moments of one dictation, steady_clock nanoseconds, 0 when not seen.
 struct Moments
 {
@@ -219,18 +251,25 @@ struct Moments
     qint64 textInserted = 0;
     qint64 clipboardServed = 0;
     qint64 textShown = 0;
+    // sayvo's main thread from the key-up's mark to the end on the wire, and from the final
+    // to the paste chord.
+    std::optional<Split> keyUpWork;
+    std::optional<Split> finalWork;
 };
 
-// sayvo's latency marks ("latency: end-sent 123") from line `from` on.
-std::map<QString, qint64> marksSince(DictationDesk &desk, qsizetype from)
+// sayvo's latency marks ("latency: end-sent 123 cpu 45 waited 6") from line `from` on.
+std::map<QString, Mark> marksSince(DictationDesk &desk, qsizetype from)
 {
-    static const QRegularExpression mark(QStringLiteral("latency: ([a-z-]+) (\\d+)"));
-    std::map<QString, qint64> marks;
+    static const QRegularExpression mark(
+        QStringLiteral("latency: ([a-z-]+) (\\d+)(?: cpu (\\d+))?(?: waited (\\d+))?"));
+    std::map<QString, Mark> marks;
     const QStringList lines = desk.log();
     for (qsizetype i = from; i < lines.size(); ++i) {
         const auto match = mark.match(lines.at(i));
         if (match.hasMatch() && !marks.count(match.captured(1))) {
-            marks[match.captured(1)] = match.captured(2).toLongLong();
+            marks[match.captured(1)] = {match.captured(2).toLongLong(),
+                match.captured(3).isEmpty() ? -1 : match.captured(3).toLongLong(),
+                match.captured(4).isEmpty() ? -1 : match.captured(4).toLongLong()};
         }
     }
     return marks;
@@ -277,10 +316,11 @@ std::optional<Moments> dictate(Rig &r, const TriggerPath &path, const QByteArray
         return std::nullopt;
     }
     const auto marks = marksSince(desk, from);
-    auto at = [&](const char *name) {
+    auto markOf = [&](const char *name) {
         const auto it = marks.find(QString::fromLatin1(name));
-        return it == marks.end() ? qint64 {0} : it->second;
+        return it == marks.end() ? Mark {} : it->second;
     };
+    auto at = [&](const char *name) { return markOf(name).atNs; };
     m.triggerDown = at("trigger-down");
     m.microphoneOpen = at("microphone-open");
     m.triggerUp = at("trigger-up");
@@ -288,6 +328,8 @@ std::optional<Moments> dictate(Rig &r, const TriggerPath &path, const QByteArray
     m.finalReceived = at("final-received");
     m.textInserted = at("text-inserted");
     m.clipboardServed = at("clipboard-served");
+    m.keyUpWork = splitBetween(markOf("trigger-up"), markOf("end-sent"));
+    m.finalWork = splitBetween(markOf("final-received"), markOf("text-inserted"));
     if (++r.dictationsDone == kWarmUpDictations) {
         QTest::qWait(kSettleMs); // as the last figure is taken
         r.clientKiBWarm = test::residentKiB(desk.sayvoPid());
@@ -389,6 +431,15 @@ void BM_KeyUpToText(benchmark::State &state, const TriggerPath &path)
             // engine and the editor).
             stages["client_own"].push_back(
                 msBetween(m->keyUp, m->endSent) + msBetween(m->finalReceived, m->textInserted));
+            // The main thread's part of those stretches (from its key-up mark on): its own
+            // work, waiting for a core, and blocked.
+            if (m->keyUpWork && m->finalWork) {
+                stages["own_main_cpu"].push_back(m->keyUpWork->cpuMs + m->finalWork->cpuMs);
+                stages["own_main_runqueue"].push_back(
+                    m->keyUpWork->runQueueMs + m->finalWork->runQueueMs);
+                stages["own_main_blocked"].push_back(
+                    m->keyUpWork->blockedMs + m->finalWork->blockedMs);
+            }
         }
         const Spread total = spreadOf(stages["keyup_to_text"]);
         state.SetIterationTime(total.p50 / 1000.0);
@@ -398,7 +449,8 @@ void BM_KeyUpToText(benchmark::State &state, const TriggerPath &path)
     for (const char *stage : {"keydown_to_mic", "keydown_to_trigger", "trigger_to_mic",
              "keyup_to_end_sent", "keyup_to_trigger", "trigger_to_end_sent", "end_to_final",
              "final_to_inserted", "inserted_to_served", "served_to_text", "final_to_text",
-             "keyup_to_text", "client_share", "client_own"}) {
+             "keyup_to_text", "client_share", "client_own", "own_main_cpu", "own_main_runqueue",
+             "own_main_blocked"}) {
         report(state, stage, stages[stage]);
     }
     state.counters["failed"] = failed;

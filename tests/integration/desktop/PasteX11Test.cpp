@@ -338,6 +338,9 @@ TEST(DesktopServicesLinuxTest, TheFactoryGivesWorkingX11AndAtSpiAdapters)
     const auto front = services.workspace->frontmostApplication();
     ASSERT_TRUE(front);
     EXPECT_EQ(front->pid, editor.pid());
+    // WM_CLASS: the instance name, then the class, which picks the paste chord.
+    EXPECT_EQ(front->name, std::optional<QString>(QStringLiteral("sayvo-test-editor")));
+    EXPECT_EQ(front->bundleId, std::optional<QString>(QStringLiteral("SayvoTestEditor")));
     EXPECT_TRUE(services.windowList->onScreenWindows());
     EXPECT_TRUE(services.pasteboard->setConcealedString(QStringLiteral("from the factory")));
     EXPECT_TRUE(services.keySynthesizer->postPaste(PasteShortcut::standard));

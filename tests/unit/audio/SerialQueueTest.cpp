@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -14,19 +15,94 @@ TEST(SerialQueueTest, RunsWorkInSubmissionOrderOnItsOwnThread)
     SerialQueue queue("com.sayvoapp.audiocapture");
     std::vector<int> order;
     std::thread::id worker;
+    std::atomic<bool> last {false};
     for (int i = 0; i < 100; ++i) {
         queue.async([&, i] {
             order.push_back(i);
             worker = std::this_thread::get_id();
+            last = i == 99;
         });
     }
-    queue.sync([] {});
+    // Waited for without a sync(), which would run what is still waiting itself.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!last && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    ASSERT_TRUE(last);
     ASSERT_EQ(order.size(), 100u);
     for (int i = 0; i < 100; ++i) {
         EXPECT_EQ(order[std::size_t(i)], i);
     }
     EXPECT_NE(worker, std::this_thread::get_id());
     EXPECT_EQ(queue.label(), "com.sayvoapp.audiocapture");
+}
+
+TEST(SerialQueueTest, SyncOnAnIdleQueueRunsOnTheCallersThreadAsTheQueue)
+{
+    SerialQueue queue("test");
+    std::thread::id ran;
+    bool current = false;
+    queue.sync([&] {
+        ran = std::this_thread::get_id();
+        current = queue.isCurrent();
+    });
+    EXPECT_EQ(ran, std::this_thread::get_id());
+    EXPECT_TRUE(current);
+    EXPECT_FALSE(queue.isCurrent());
+}
+
+TEST(SerialQueueTest, SyncRunsEverythingQueuedBeforeItFirstAndLaterWorkStillRuns)
+{
+    SerialQueue queue("test");
+    std::vector<int> order;
+    for (int i = 0; i < 100; ++i) {
+        queue.async([&, i] { order.push_back(i); });
+    }
+    std::size_t seenBySync = 0;
+    queue.sync([&] { seenBySync = order.size(); });
+    EXPECT_EQ(seenBySync, 100u);
+    // Work queued after a sync is the worker's again.
+    std::atomic<bool> later {false};
+    queue.async([&] { later = true; });
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!later && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    EXPECT_TRUE(later);
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(order[std::size_t(i)], i);
+    }
+}
+
+TEST(SerialQueueTest, SyncsFromManyThreadsNeverOverlap)
+{
+    SerialQueue queue("test");
+    int inside = 0;
+    int most = 0;
+    int total = 0;
+    auto enter = [&] {
+        most = std::max(most, ++inside);
+        ++total;
+        std::this_thread::yield();
+        --inside;
+    };
+    constexpr int kCallers = 4;
+    std::vector<std::thread> callers;
+    callers.reserve(kCallers);
+    for (int t = 0; t < kCallers; ++t) {
+        callers.emplace_back([&] {
+            for (int i = 0; i < 200; ++i) {
+                queue.async(enter);
+                queue.sync(enter);
+            }
+        });
+    }
+    for (auto &caller : callers) {
+        caller.join();
+    }
+    queue.sync([] {});
+    EXPECT_EQ(most, 1);
+    EXPECT_EQ(total, 1600);
 }
 
 TEST(SerialQueueTest, SyncWaitsForEarlierWork)

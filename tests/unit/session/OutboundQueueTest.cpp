@@ -30,6 +30,15 @@ protected:
     OutboundEvent audio(const char *bytes) { return {OutboundEvent::Audio {QByteArray(bytes)}}; }
     OutboundEvent end(const QString &id) { return {OutboundEvent::End {id}}; }
 
+    // A consumer whose events complete when the test calls `pending`.
+    OutboundQueue::Consumer completingLater(std::function<void()> &pending)
+    {
+        return [this, &pending](const OutboundEvent &event, const std::function<void()> &done) {
+            handled << name(event);
+            pending = done;
+        };
+    }
+
     bool waitForCount(int count)
     {
         return QTest::qWaitFor([&] { return handled.size() == count; }, 2000);
@@ -74,14 +83,43 @@ TEST_F(OutboundQueueTest, EventsHandledAtOnceGoOutInOneEventLoopTurn)
 TEST_F(OutboundQueueTest, AnEventCompletedLaterHoldsBackTheNextUntilItIsDone)
 {
     std::function<void()> pending;
-    OutboundQueue slow(&context, [&](OutboundEvent event, const std::function<void()> &done) {
-        handled << name(event);
-        pending = done;
-    });
+    OutboundQueue slow(&context, completingLater(pending));
     slow.enqueue(start("U1"));
     slow.enqueue(end("U1"));
     ASSERT_TRUE(waitForCount(1));
     QTest::qWait(50);
+    EXPECT_EQ(handled, QStringList {"start U1"});
+    pending();
+    ASSERT_TRUE(waitForCount(2));
+    EXPECT_EQ(handled, (QStringList {"start U1", "end U1"}));
+}
+
+// The key-up's end goes out inside the key's own handling, before anything else in that turn,
+// including what a capture thread queued and woke the queue for.
+TEST_F(OutboundQueueTest, HandingOutNowSendsWhatWaitsWithinTheCall)
+{
+    std::thread capture([&] { queue.enqueue(audio("a")); });
+    capture.join();
+    queue.enqueue(end("U1"));
+    queue.handOutNow();
+    EXPECT_EQ(handled, (QStringList {"audio a", "end U1"}));
+    // The wake-up already on its way finds nothing left to send, and later events still go out.
+    queue.enqueue(start("U2"));
+    ASSERT_TRUE(waitForCount(3));
+    QTest::qWait(50);
+    EXPECT_EQ(handled, (QStringList {"audio a", "end U1", "start U2"}));
+}
+
+// An event still being handled keeps its place: nothing overtakes it.
+TEST_F(OutboundQueueTest, HandingOutNowLeavesAnEventInHandAlone)
+{
+    std::function<void()> pending;
+    OutboundQueue slow(&context, completingLater(pending));
+    slow.enqueue(start("U1"));
+    slow.handOutNow();
+    EXPECT_EQ(handled, QStringList {"start U1"});
+    slow.enqueue(end("U1"));
+    slow.handOutNow();
     EXPECT_EQ(handled, QStringList {"start U1"});
     pending();
     ASSERT_TRUE(waitForCount(2));

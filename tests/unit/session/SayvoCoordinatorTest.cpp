@@ -206,9 +206,9 @@ TEST_F(CoordinatorTest, HoldToTalkSendsContextStartAudioEndInOrderAndInsertsTheF
 }
 
 // The trigger key's way to the microphone and to the wire, in event-loop turns: the key's own
-// turn opens the microphone or ends the utterance; the next one writes the last audio and
-// utterance.end onto the socket, where nothing else waits for a turn.
-TEST_F(CoordinatorTest, TheTriggerKeyReachesTheMicrophoneInOneTurnAndTheWireInTwo)
+// turn opens the microphone, or ends the utterance and writes the last audio and
+// utterance.end onto the socket.
+TEST_F(CoordinatorTest, TheTriggerKeyReachesTheMicrophoneAndTheWireInOneTurn)
 {
     QLoggingCategory::setFilterRules(QStringLiteral("com.sayvoapp.shell.latency.debug=true"));
     h.answerWith(CoordinatorHarness::finalWithText("Hi."));
@@ -227,22 +227,24 @@ TEST_F(CoordinatorTest, TheTriggerKeyReachesTheMicrophoneInOneTurnAndTheWireInTw
     bool sent = false;
     h.hotkeys->release();
     afterTurns(&c(), 1, [&] { processing = c().state().is<AppState::Processing>(); });
-    afterTurns(&c(), 2, [&] { sent = endSent(); });
+    afterTurns(&c(), 1, [&] { sent = endSent(); });
     ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Success>(); }));
     QLoggingCategory::setFilterRules(QString());
     EXPECT_TRUE(processing);
     EXPECT_TRUE(sent);
 }
 
-// What the processing state sets off (the HUD's repaint, posted to the event loop) comes
-// after utterance.end has gone out, not before it.
+// What the processing state sets off (the HUD and the tray icon redrawn by its observers, and
+// what they post to the event loop) comes after utterance.end has gone out, not before it.
 TEST_F(CoordinatorTest, TheEndGoesOutBeforeWhatTheProcessingStatePosts)
 {
     QLoggingCategory::setFilterRules(QStringLiteral("com.sayvoapp.shell.latency.debug=true"));
     h.answerWith(CoordinatorHarness::finalWithText("Hi."));
+    std::optional<bool> sentBeforeObservers;
     std::optional<bool> sentBeforeRepaint;
     QObject::connect(&c(), &SayvoCoordinator::stateChanged, &c(), [&](const AppState &state) {
         if (state.is<AppState::Processing>()) {
+            sentBeforeObservers = loggedLine(h, "latency: end-sent");
             QMetaObject::invokeMethod(
                 &c(), [&] { sentBeforeRepaint = loggedLine(h, "latency: end-sent"); },
                 Qt::QueuedConnection);
@@ -254,6 +256,8 @@ TEST_F(CoordinatorTest, TheEndGoesOutBeforeWhatTheProcessingStatePosts)
     c().handleTriggerUp();
     ASSERT_TRUE(waitFor([&] { return c().state().is<AppState::Success>(); }));
     QLoggingCategory::setFilterRules(QString());
+    ASSERT_TRUE(sentBeforeObservers.has_value());
+    EXPECT_TRUE(*sentBeforeObservers);
     ASSERT_TRUE(sentBeforeRepaint.has_value());
     EXPECT_TRUE(*sentBeforeRepaint);
 }
@@ -311,6 +315,27 @@ TEST_F(CoordinatorTest, StatsOfTheFinalReachTheUsageStore)
     EXPECT_EQ(h.usage->utterances(), 1);
     EXPECT_EQ(h.usage->totalWords(), 25);
     EXPECT_DOUBLE_EQ(h.usage->totalAudioSeconds(), 10.0);
+}
+
+// The paste chord does not wait for the statistics and the domain to be booked.
+TEST_F(CoordinatorTest, TheChordGoesOutBeforeTheStatisticsAndTheDomainAreBooked)
+{
+    FinalMessage final = CoordinatorHarness::finalWithText("Two words.");
+    final.stats = Stats {10.0, 25, 150.0, 0.3, 0.2, 2, 0.08};
+    final.domain = "email";
+    h.answerWith(final);
+    std::optional<std::size_t> chordsWhenRecorded;
+    std::optional<std::size_t> chordsWhenResolved;
+    QObject::connect(h.usage.get(), &UsageStatsStore::changed, &c(),
+        [&] { chordsWhenRecorded = h.synthesizer->posted.size(); });
+    QObject::connect(&c(), &SayvoCoordinator::resolvedDomainChanged, &c(),
+        [&] { chordsWhenResolved = h.synthesizer->posted.size(); });
+    dictate();
+    EXPECT_EQ(h.pastedTexts(), std::vector<QString> {"Two words."});
+    EXPECT_EQ(chordsWhenRecorded, std::optional<std::size_t>(1));
+    EXPECT_EQ(chordsWhenResolved, std::optional<std::size_t>(1));
+    EXPECT_EQ(h.usage->utterances(), 1);
+    EXPECT_EQ(c().resolvedDomain(), std::optional<QString>(QStringLiteral("email")));
 }
 
 TEST_F(CoordinatorTest, AnEmptyFinalIsShownAsEmptyAndLoggedWithoutInsertion)

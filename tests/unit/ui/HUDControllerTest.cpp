@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QGuiApplication>
+#include <QLabel>
 #include <QPainter>
 #include <QScreen>
 #include <QTest>
@@ -58,6 +59,38 @@ TEST(HUDViewTest, IndicatorsForEveryState)
     EXPECT_EQ(HUDView::symbolName(AppState::error("x")), "exclamationmark.triangle.fill");
     EXPECT_EQ(HUDView::symbolName(AppState::emptyTranscript()), "mic.slash");
     EXPECT_EQ(HUDView::indicator(AppState::emptyTranscript()), HUDView::Indicator::symbol);
+}
+
+namespace {
+
+qint64 shownSymbolKey(const HUDView &view)
+{
+    for (const QLabel *label : view.findChildren<QLabel *>()) {
+        if (!label->pixmap().isNull()) {
+            return label->pixmap().cacheKey();
+        }
+    }
+    return 0;
+}
+
+} // namespace
+
+// Every dictation ends in an outcome; showing it again reuses the drawing instead of adding
+// another copy to Qt's pixmap cache each time.
+TEST(HUDViewTest, AnOutcomeShownAgainReusesItsSymbol)
+{
+    HUDView view;
+    view.setState(AppState::success("One.", false), true);
+    const qint64 first = shownSymbolKey(view);
+    ASSERT_NE(first, 0);
+    for (int i = 0; i < 20; ++i) {
+        view.setState(AppState::listening(), true);
+        view.setState(AppState::processing(), true);
+        view.setState(AppState::success("Again.", false), true);
+        EXPECT_EQ(shownSymbolKey(view), first);
+    }
+    view.setState(AppState::error("connection lost"), true);
+    EXPECT_NE(shownSymbolKey(view), first);
 }
 
 TEST(WaveformViewTest, BarsAreFourPointsAtSilenceAndSixteenAtFullLevel)
