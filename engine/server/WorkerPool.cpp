@@ -1,6 +1,7 @@
 #include "engine/server/WorkerPool.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace sayvo {
 
@@ -30,20 +31,28 @@ void WorkerThread::post(std::function<void()> task)
     m_wake.notify_one();
 }
 
+std::size_t WorkerThread::pending()
+{
+    const std::lock_guard lock(m_mutex);
+    return m_tasks.size() + (m_running ? 1 : 0);
+}
+
 void WorkerThread::run()
 {
+    std::unique_lock lock(m_mutex);
     while (true) {
-        std::function<void()> task;
-        {
-            std::unique_lock lock(m_mutex);
-            m_wake.wait(lock, [this] { return m_stopping || !m_tasks.empty(); });
-            if (m_stopping) {
-                return;
-            }
-            task = std::move(m_tasks.front());
-            m_tasks.pop_front();
+        m_running = false;
+        m_wake.wait(lock, [this] { return m_stopping || !m_tasks.empty(); });
+        if (m_stopping) {
+            return;
         }
+        std::function<void()> task = std::move(m_tasks.front());
+        m_tasks.pop_front();
+        m_running = true;
+        lock.unlock();
         task();
+        task = nullptr;
+        lock.lock();
     }
 }
 
@@ -53,10 +62,7 @@ public:
     Lease(ThreadWorkerPool &pool, std::size_t index, WorkerThread &thread)
         : m_pool(pool), m_index(index), m_thread(thread)
     { }
-    ~Lease() override
-    {
-        m_thread.post([pool = &m_pool, index = m_index] { pool->release(index); });
-    }
+    ~Lease() override { m_pool.release(m_index); }
     Lease(const Lease &) = delete;
     Lease &operator=(const Lease &) = delete;
 
@@ -77,16 +83,26 @@ ThreadWorkerPool::~ThreadWorkerPool() = default;
 std::unique_ptr<TaskLane> ThreadWorkerPool::acquire()
 {
     const std::lock_guard lock(m_mutex);
-    const auto free = std::find(m_leased.begin(), m_leased.end(), false);
-    if (free == m_leased.end()) {
+    std::optional<std::size_t> best;
+    std::size_t bestPending = 0;
+    for (std::size_t i = 0; i < m_leased.size(); ++i) {
+        if (m_leased[i]) {
+            continue;
+        }
+        const std::size_t pending = m_threads[i] ? m_threads[i]->pending() : 0;
+        if (!best || pending < bestPending) {
+            best = i;
+            bestPending = pending;
+        }
+    }
+    if (!best) {
         return nullptr;
     }
-    *free = true;
-    const auto index = static_cast<std::size_t>(free - m_leased.begin());
-    if (!m_threads[index]) {
-        m_threads[index] = std::make_unique<WorkerThread>();
+    m_leased[*best] = true;
+    if (!m_threads[*best]) {
+        m_threads[*best] = std::make_unique<WorkerThread>();
     }
-    return std::make_unique<Lease>(*this, index, *m_threads[index]);
+    return std::make_unique<Lease>(*this, *best, *m_threads[*best]);
 }
 
 void ThreadWorkerPool::release(std::size_t index)

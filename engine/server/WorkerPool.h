@@ -26,7 +26,8 @@ public:
     virtual ~WorkerPool() = default;
     virtual int capacity() const = 0;
     // A lane on a worker of its own, or null while every worker is leased. Dropping the lane
-    // frees its worker once the tasks already posted to it have run.
+    // frees its worker at once: the tasks already posted to it still run, before any task
+    // of the worker's next lane.
     virtual std::unique_ptr<TaskLane> acquire() = 0;
 };
 
@@ -41,6 +42,8 @@ public:
     WorkerThread &operator=(const WorkerThread &) = delete;
 
     void post(std::function<void()> task) override;
+    // Tasks queued or running.
+    std::size_t pending();
 
 private:
     void run();
@@ -48,11 +51,14 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_wake;
     std::deque<std::function<void()>> m_tasks;
+    bool m_running = false;
     bool m_stopping = false;
     std::thread m_thread;
 };
 
-// `capacity` worker threads, each started the first time it is leased.
+// `capacity` worker threads, each started the first time it is leased. A new lease goes to
+// the free worker with the least work left, so that it rarely waits behind another
+// utterance's final pass.
 class ThreadWorkerPool : public WorkerPool
 {
 public:

@@ -1,6 +1,11 @@
 // Engine performance on real speech synthesised at start-up with festival:
 //  - Recognition: PocketSphinx's real-time factor on one core (processing time over audio
 //    time, so the audio duration is the baseline), against a bare pass over the same samples.
+//  - Final pass: the recogniser's work after the last sample of a 4 s utterance, with the
+//    final pass the engine runs (best path through the streaming search's lattice) against
+//    PocketSphinx's default second, flat search over the whole utterance, alternating
+//    utterance by utterance in the same run; both as thread CPU time on one core.
+//  - Accuracy: the word error rate of both final passes over 40 festival sentences.
 //  - Latency: a real engine process streamed at real time, as a microphone delivers; the time
 //    from sending "utterance.end" to receiving "final", p50 and p95 (the same measurement
 //    as the end-to-end bench's engine baseline).
@@ -10,6 +15,7 @@
 //  - Responsiveness: a second client's hello -> hello.ack round trip while another client's
 //    60-second utterance is being recognised and finalised, against the same round trip on
 //    the idle engine, p50 and p95.
+#include "calibration/WordErrorRate.h"
 #include "engine/asr/PocketSphinxRecognizer.h"
 #include "engine/format/Formatter.h"
 #include "support/engine/EngineProcess.h"
@@ -55,28 +61,32 @@ QTemporaryDir &workDir()
     return dir;
 }
 
+// Festival's US English voice saying each sentence, as 16 kHz mono PCM; `tag` keeps the
+// files of one set apart from another's.
+std::vector<QByteArray> synthesise(const std::vector<std::string> &sentences, const QString &tag)
+{
+    std::vector<QByteArray> out;
+    for (std::size_t i = 0; i < sentences.size(); ++i) {
+        const QString wav = workDir().filePath(QString("%1%2.wav").arg(tag).arg(i));
+        const QString raw = workDir().filePath(QString("%1%2.raw").arg(tag).arg(i));
+        QProcess tts;
+        tts.start("text2wave", {"-eval", "(voice_cmu_us_slt_arctic_hts)", "-o", wav});
+        tts.write(QByteArray::fromStdString(sentences[i]));
+        tts.closeWriteChannel();
+        tts.waitForFinished(60000);
+        QProcess sox;
+        sox.start("sox",
+            {wav, "-r", "16000", "-c", "1", "-b", "16", "-e", "signed-integer", "-t", "raw", raw});
+        sox.waitForFinished(30000);
+        QFile file(raw);
+        out.push_back(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray());
+    }
+    return out;
+}
+
 const std::vector<QByteArray> &speech()
 {
-    static const std::vector<QByteArray> audio = [] {
-        std::vector<QByteArray> out;
-        for (std::size_t i = 0; i < kSentences.size(); ++i) {
-            const QString wav = workDir().filePath(QString("b%1.wav").arg(i));
-            const QString raw = workDir().filePath(QString("b%1.raw").arg(i));
-            QProcess tts;
-            tts.start("text2wave", {"-eval", "(voice_cmu_us_slt_arctic_hts)", "-o", wav});
-            tts.write(QByteArray::fromStdString(kSentences[i]));
-            tts.closeWriteChannel();
-            tts.waitForFinished(60000);
-            QProcess sox;
-            sox.start("sox",
-                {wav, "-r", "16000", "-c", "1", "-b", "16", "-e", "signed-integer", "-t", "raw",
-                    raw});
-            sox.waitForFinished(30000);
-            QFile file(raw);
-            out.push_back(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray());
-        }
-        return out;
-    }();
+    static const std::vector<QByteArray> audio = synthesise(kSentences, "b");
     return audio;
 }
 
@@ -161,6 +171,162 @@ void BM_RecognitionRealTimeFactor(benchmark::State &state)
 }
 BENCHMARK(BM_RecognitionRealTimeFactor)->Iterations(12)->Unit(benchmark::kMillisecond);
 
+// About 4 s of speech, as a sentence or two a user dictates at once: sentences joined by a
+// short pause, cut at 4 s, then the pause before the key is let go.
+const std::vector<QByteArray> &fourSecondUtterances()
+{
+    static const std::vector<QByteArray> audio = [] {
+        constexpr qsizetype kFourSecondsBytes = qsizetype {4} * 32000;
+        std::vector<QByteArray> out;
+        for (std::size_t i = 0; i < speech().size(); ++i) {
+            QByteArray pcm;
+            for (std::size_t j = i; pcm.size() < kFourSecondsBytes; ++j) {
+                pcm += speech()[j % speech().size()] + QByteArray(kTrailingSilenceBytes, '\0');
+            }
+            out.push_back(pcm.left(kFourSecondsBytes) + QByteArray(kTrailingSilenceBytes, '\0'));
+        }
+        return out;
+    }();
+    return audio;
+}
+
+// Thread CPU milliseconds of feeding `pcm` in 100 ms frames and of finishing, in `fed` and
+// `finished`.
+void recognise(RecognizerFactory &factory, const QByteArray &pcm, double &fed, double &finished)
+{
+    auto recognizer = factory.create();
+    const auto all = samples(pcm);
+    const double start = threadCpuSeconds();
+    for (std::size_t at = 0; at < all.size(); at += 1600) {
+        recognizer->feed(all.subspan(at, std::min<std::size_t>(1600, all.size() - at)));
+    }
+    const double finishStart = threadCpuSeconds();
+    benchmark::DoNotOptimize(recognizer->finish());
+    const double end = threadCpuSeconds();
+    fed += (finishStart - start) * 1000.0;
+    finished += (end - finishStart) * 1000.0;
+}
+
+void BM_FinalPassOfAFourSecondUtterance(benchmark::State &state)
+{
+    const PinnedToOneCore pinned;
+    const std::string models = PocketSphinxRecognizerFactory::defaultModelDir();
+    auto bestPath = PocketSphinxRecognizerFactory::load(models, FinalPass::bestPath);
+    auto flat = PocketSphinxRecognizerFactory::load(models, FinalPass::flatRedecode);
+    if (!bestPath || !flat) {
+        state.SkipWithError("the speech model did not load");
+        return;
+    }
+    double bestPathFed = 0.0;
+    double bestPathFinished = 0.0;
+    double flatFed = 0.0;
+    double flatFinished = 0.0;
+    int utterances = 0;
+    std::size_t next = 0;
+    for (auto _ : state) {
+        const QByteArray &pcm = fourSecondUtterances()[next++ % fourSecondUtterances().size()];
+        recognise(**bestPath, pcm, bestPathFed, bestPathFinished);
+        recognise(**flat, pcm, flatFed, flatFinished);
+        ++utterances;
+    }
+    const double n = utterances > 0 ? utterances : 1.0;
+    state.counters["finish_ms"] = bestPathFinished / n;
+    state.counters["feed_ms"] = bestPathFed / n;
+    state.counters["flat_finish_ms"] = flatFinished / n;
+    state.counters["flat_feed_ms"] = flatFed / n;
+    state.counters["finish_ratio"] = flatFinished > 0.0 ? bestPathFinished / flatFinished : 0.0;
+}
+BENCHMARK(BM_FinalPassOfAFourSecondUtterance)->Iterations(12)->Unit(benchmark::kMillisecond);
+
+// Everyday dictation beyond the calibration sentences, for word error rates with less noise.
+const std::vector<std::string> kAccuracySentences = {
+    "please send me the report before the meeting",
+    "the meeting is at three pm in room two oh four",
+    "can you send me the file when you're done",
+    "there's a bug in the checkout flow we should fix it",
+    "i think we should ship it on friday",
+    "we need to update the budget for next year",
+    "call me when you get home tonight",
+    "the weather is nice today",
+    "let me know if you have any questions",
+    "the total comes to forty two dollars",
+    "i will be late for the meeting this morning",
+    "could you review the document before lunch",
+    "we should talk about the new project next week",
+    "my flight leaves at seven in the evening",
+    "thanks for your help with the presentation",
+    "the printer on the second floor is broken again",
+    "please remember to buy milk and bread on the way home",
+    "i have attached the latest version of the contract",
+    "the team will meet again on monday afternoon",
+    "can we move the call to tomorrow morning",
+    "she said the results look very good so far",
+    "the server went down for about ten minutes last night",
+    "we are still waiting for the customer to reply",
+    "he wants to know when the order will arrive",
+    "let us meet in the lobby at noon",
+    "the new design looks much cleaner than the old one",
+    "please sign the form and send it back to me",
+    "our sales grew by twelve percent this quarter",
+    "the kids are playing in the garden",
+    "i forgot my password again can you reset it",
+    "the train was delayed because of the snow",
+    "we need more chairs for the conference room",
+    "this is the best coffee i have had in years",
+    "the doctor will see you in a few minutes",
+    "turn left at the next light and park behind the bank",
+    "the package was left at the front door",
+    "i am writing to ask about the open position",
+    "the library closes at six on weekends",
+    "remind me to call my mother on sunday",
+    "the numbers in the spreadsheet do not add up",
+};
+
+// Word errors of `factory` over the accuracy set, each sentence followed by the pause before
+// the key is let go; `words` gets the number of reference words.
+double wordErrors(RecognizerFactory &factory, const std::vector<QByteArray> &audio, double &words)
+{
+    double errors = 0.0;
+    words = 0.0;
+    for (std::size_t i = 0; i < audio.size(); ++i) {
+        auto recognizer = factory.create();
+        const QByteArray pcm = audio[i] + QByteArray(kTrailingSilenceBytes, '\0');
+        const auto all = samples(pcm);
+        for (std::size_t at = 0; at < all.size(); at += 1600) {
+            recognizer->feed(all.subspan(at, std::min<std::size_t>(1600, all.size() - at)));
+        }
+        const QString reference = QString::fromStdString(kAccuracySentences[i]);
+        const auto n = static_cast<double>(normalizedWords(reference).size());
+        errors += wordErrorRate(reference, QString::fromStdString(recognizer->finish())) * n;
+        words += n;
+    }
+    return errors;
+}
+
+// Both final passes over the same 40 sentences: what the cheaper pass costs in accuracy.
+void BM_WordErrorRateOfBothFinalPasses(benchmark::State &state)
+{
+    const std::string models = PocketSphinxRecognizerFactory::defaultModelDir();
+    auto bestPath = PocketSphinxRecognizerFactory::load(models, FinalPass::bestPath);
+    auto flat = PocketSphinxRecognizerFactory::load(models, FinalPass::flatRedecode);
+    if (!bestPath || !flat) {
+        state.SkipWithError("the speech model did not load");
+        return;
+    }
+    static const std::vector<QByteArray> audio = synthesise(kAccuracySentences, "w");
+    double words = 0.0;
+    double errors = 0.0;
+    double flatErrors = 0.0;
+    for (auto _ : state) {
+        errors = wordErrors(**bestPath, audio, words);
+        flatErrors = wordErrors(**flat, audio, words);
+    }
+    state.counters["words"] = words;
+    state.counters["wer"] = words > 0.0 ? errors / words : 0.0;
+    state.counters["flat_wer"] = words > 0.0 ? flatErrors / words : 0.0;
+}
+BENCHMARK(BM_WordErrorRateOfBothFinalPasses)->Iterations(1)->Unit(benchmark::kMillisecond);
+
 // The baseline for the recogniser: touching every sample once.
 void BM_RecognitionBaselineSampleSum(benchmark::State &state)
 {
@@ -183,6 +349,16 @@ void BM_RecognitionBaselineSampleSum(benchmark::State &state)
 }
 BENCHMARK(BM_RecognitionBaselineSampleSum)->Iterations(12)->Unit(benchmark::kMicrosecond);
 
+double percentileOf(std::vector<double> values, double p)
+{
+    if (values.empty()) {
+        return 0.0;
+    }
+    std::sort(values.begin(), values.end());
+    return values[std::min(
+        values.size() - 1, static_cast<std::size_t>(p * static_cast<double>(values.size())))];
+}
+
 void BM_EndToFinalLatency(benchmark::State &state)
 {
     test::EngineProcess engine;
@@ -197,6 +373,9 @@ void BM_EndToFinalLatency(benchmark::State &state)
     }
     std::vector<double> latencies;
     std::vector<double> engineTotals;
+    std::vector<double> finalPasses;
+    std::vector<double> formatting;
+    std::vector<double> queued;
     std::size_t next = 0;
     for (auto _ : state) {
         // The same utterance the end-to-end bench's baseline sends: the sentence, then the
@@ -210,20 +389,26 @@ void BM_EndToFinalLatency(benchmark::State &state)
         }
         latencies.push_back(*latency);
         const auto finals = client.received<FinalMessage>();
-        if (finals.back().timingsMs) {
-            engineTotals.push_back(finals.back().timingsMs->total.value_or(0.0));
+        if (const auto &t = finals.back().timingsMs) {
+            const double total = t->total.value_or(0.0);
+            const double finalPass = t->finalPass.value_or(0.0);
+            const double format = t->gec.value_or(0.0);
+            engineTotals.push_back(total);
+            finalPasses.push_back(finalPass);
+            formatting.push_back(format);
+            // Audio still queued for the recogniser when the end arrived, and the hop there.
+            queued.push_back(total - finalPass - format - t->streamFinal.value_or(0.0));
         }
     }
-    std::sort(latencies.begin(), latencies.end());
-    std::sort(engineTotals.begin(), engineTotals.end());
-    auto percentile = [](const std::vector<double> &v, double p) {
-        return v.empty() ? 0.0
-                         : v[std::min(v.size() - 1,
-                             static_cast<std::size_t>(p * static_cast<double>(v.size())))];
-    };
-    state.counters["p50_ms"] = percentile(latencies, 0.50);
-    state.counters["p95_ms"] = percentile(latencies, 0.95);
-    state.counters["engine_p50_ms"] = percentile(engineTotals, 0.50);
+    state.counters["p50_ms"] = percentileOf(latencies, 0.50);
+    state.counters["p95_ms"] = percentileOf(latencies, 0.95);
+    state.counters["engine_p50_ms"] = percentileOf(engineTotals, 0.50);
+    state.counters["engine_p95_ms"] = percentileOf(engineTotals, 0.95);
+    state.counters["final_pass_p50_ms"] = percentileOf(finalPasses, 0.50);
+    state.counters["final_pass_p95_ms"] = percentileOf(finalPasses, 0.95);
+    state.counters["format_p50_ms"] = percentileOf(formatting, 0.50);
+    state.counters["queued_p50_ms"] = percentileOf(queued, 0.50);
+    state.counters["queued_p95_ms"] = percentileOf(queued, 0.95);
     state.counters["rss_MiB"] = static_cast<double>(test::residentKiB(engine.pid())) / 1024.0;
 
     test::EngineProcess placeholder;
@@ -257,16 +442,6 @@ double helloRoundTripMs(QWebSocket &socket)
     loop.exec();
     QObject::disconnect(connection);
     return acked ? static_cast<double>(timer.nsecsElapsed()) / 1e6 : -1.0;
-}
-
-double percentileOf(std::vector<double> values, double p)
-{
-    if (values.empty()) {
-        return 0.0;
-    }
-    std::sort(values.begin(), values.end());
-    return values[std::min(
-        values.size() - 1, static_cast<std::size_t>(p * static_cast<double>(values.size())))];
 }
 
 void BM_HelloWhileAnotherFinalPassRuns(benchmark::State &state)

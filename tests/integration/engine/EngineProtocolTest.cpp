@@ -69,6 +69,15 @@ protected:
         client.send(UtteranceEndMessage {.utteranceId = id});
     }
 
+    // How many utterances the engine recognises at once, as its start-up log says; 0 when
+    // the log does not say.
+    int recognitionWorkers()
+    {
+        const auto found = QRegularExpression(QStringLiteral("recognisers: up to (\\d+) at once"))
+                               .match(m_engine.log());
+        return found.hasMatch() ? found.captured(1).toInt() : 0;
+    }
+
     QTemporaryDir m_dir;
     EngineProcess m_engine;
 };
@@ -250,11 +259,8 @@ TEST_F(OtherUsers, OverIpv6LoopbackToo)
 
 TEST_F(EngineProtocol, PastOneUtterancePerCoreANewOneIsBusyUntilOneEnds)
 {
-    const auto found = QRegularExpression(QStringLiteral("recognisers: up to (\\d+) at once"))
-                           .match(m_engine.log());
-    ASSERT_TRUE(found.hasMatch()) << m_engine.log().toStdString();
-    const int workers = found.captured(1).toInt();
-    ASSERT_GE(workers, 1);
+    const int workers = recognitionWorkers();
+    ASSERT_GE(workers, 1) << m_engine.log().toStdString();
     std::vector<std::unique_ptr<EngineTestClient>> talking;
     for (int i = 0; i < workers; ++i) {
         talking.push_back(std::make_unique<EngineTestClient>());
@@ -278,6 +284,32 @@ TEST_F(EngineProtocol, PastOneUtterancePerCoreANewOneIsBusyUntilOneEnds)
     ASSERT_TRUE(late.waitFor<FinalMessage>());
     EXPECT_EQ(late.received<FinalMessage>()[0].utteranceId, "AGAIN");
     EXPECT_EQ(late.errorCodes().size(), 1u);
+}
+
+// Every worker but one is held by an open utterance, so back-to-back dictation has exactly
+// one worker: each start sent the moment the previous final arrives must find it free.
+TEST_F(EngineProtocol, AStartRightAfterAFinalIsNeverBusy)
+{
+    const int workers = recognitionWorkers();
+    ASSERT_GE(workers, 1) << m_engine.log().toStdString();
+    std::vector<std::unique_ptr<EngineTestClient>> holding;
+    for (int i = 0; i + 1 < workers; ++i) {
+        holding.push_back(std::make_unique<EngineTestClient>());
+        ASSERT_TRUE(holding.back()->connectTo(m_engine.url()));
+        holding.back()->send(UtteranceStartMessage {.utteranceId = "H" + std::to_string(i)});
+        holding.back()->send(SuggestionsRequestMessage {});
+        ASSERT_TRUE(holding.back()->waitFor<SuggestionsMessage>());
+    }
+    EngineTestClient dictating;
+    ASSERT_TRUE(dictating.connectTo(m_engine.url()));
+    constexpr int kSentences = 30;
+    for (int i = 0; i < kSentences; ++i) {
+        speak(dictating, "S" + std::to_string(i), 2);
+        ASSERT_TRUE(dictating.waitFor<FinalMessage>(static_cast<std::size_t>(i) + 1))
+            << "sentence " << i << "; errors: " << dictating.errorCodes().size();
+        ASSERT_TRUE(dictating.errorCodes().empty())
+            << "sentence " << i << " was refused: " << dictating.errorCodes().front();
+    }
 }
 
 TEST_F(EngineProtocol, TwoSessionsAreIndependent)
