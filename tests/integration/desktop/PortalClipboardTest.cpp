@@ -12,6 +12,7 @@
 #include "support/desktop/TestPortal.h"
 
 #include <QElapsedTimer>
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QTest>
 
@@ -238,6 +239,33 @@ TEST_F(PortalClipboardTest, SignalsForAnotherSessionAreIgnored)
     EXPECT_TRUE(m_portal->callsOf("Clipboard.SelectionWrite").isEmpty());
     EXPECT_TRUE(m_portal->callsOf("Clipboard.SelectionWriteDone").isEmpty());
     EXPECT_EQ(m_clipboard->string(), QStringLiteral("the user's own text"));
+}
+
+// A frontend that can keep the permission (xdg-desktop-portal 1.17 and later) hands out a
+// restore token; the next launch offers it, so the desktop need not ask again.
+TEST_F(PortalClipboardTest, ThePermissionKeptAtOneLaunchIsOfferedAtTheNext)
+{
+    QStringList tokens;
+    const KeySynthesizerPortal::Handlers handlers {[](const DesktopCapabilityStatus &) {},
+        [&tokens](const QString &token) { tokens << token; }};
+    {
+        KeySynthesizerPortal first;
+        first.request({}, handlers);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return first.isAvailable(); }, 10000));
+    }
+    ASSERT_EQ(tokens.size(), 1);
+    ASSERT_FALSE(tokens.first().isEmpty());
+
+    KeySynthesizerPortal second;
+    second.request(tokens.first(), handlers);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return second.isAvailable(); }, 10000));
+    const QJsonArray selected = m_portal->callsOf(QStringLiteral("RemoteDesktop.SelectDevices"));
+    ASSERT_EQ(selected.size(), 2);
+    const QJsonObject firstOptions = selected.at(0).toObject().value("options").toObject();
+    const QJsonObject secondOptions = selected.at(1).toObject().value("options").toObject();
+    EXPECT_EQ(firstOptions.value("persist_mode").toInt(), 2);
+    EXPECT_FALSE(firstOptions.contains("restore_token"));
+    EXPECT_EQ(secondOptions.value("restore_token").toString(), tokens.first());
 }
 
 } // namespace

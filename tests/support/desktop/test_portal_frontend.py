@@ -152,12 +152,17 @@ def on_remote_call(_conn, sender, _path, _iface, method, params, invocation):
             invocation.return_dbus_error("org.freedesktop.portal.Error.Failed", "test portal failed")
             return
         results = {}
+        if method == "SelectDevices" and "persist_mode" in options:
+            sessions.setdefault(session, {})["persist_mode"] = options["persist_mode"]
         if method == "Start":
             state = sessions.get(session, {})
             shared = state.get("clipboard_requested", False) \
                 and answers.get("Clipboard.Access", "grant") == "grant"
             results = {"devices": GLib.Variant("u", 1),
                        "clipboard_enabled": GLib.Variant("b", shared)}
+            # A newer frontend hands out a token that lets the next launch skip the dialog.
+            if state.get("persist_mode") == 2:
+                results["restore_token"] = GLib.Variant("s", "kept-permission-%d" % len(calls))
             if shared:
                 state["clipboard"] = True
                 if selection["owner"] == "desktop":
