@@ -9,7 +9,9 @@
 
 namespace sayvo {
 
-KeySynthesizerX11::KeySynthesizerX11() = default;
+// Connected now rather than at the first paste, which would otherwise wait for the
+// connection handshake and keep its buffers as growth after launch.
+KeySynthesizerX11::KeySynthesizerX11() : m_connection(X11Connection::open()) { }
 KeySynthesizerX11::~KeySynthesizerX11() = default;
 
 bool KeySynthesizerX11::ensureConnection()

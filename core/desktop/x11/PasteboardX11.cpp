@@ -25,7 +25,12 @@ const char *const kConcealedType = "x-kde-passwordManagerHint";
 
 } // namespace
 
-PasteboardX11::PasteboardX11(Selection selection) : m_selectionKind(selection) { }
+// Connected now: the first dictation reads the clipboard as its key goes down, and the
+// connection handshake there would hold the microphone up.
+PasteboardX11::PasteboardX11(Selection selection) : m_selectionKind(selection)
+{
+    ensureConnection();
+}
 
 PasteboardX11::~PasteboardX11()
 {
