@@ -472,13 +472,16 @@ QString DictationDesk::closeStandInSettingsWindow()
         return QStringLiteral("the settings window did not appear");
     }
     // Activation can fail while the window manager is still taking the new window in; the
-    // user would simply press Escape again.
+    // user would simply press Escape again. The key goes to the focus on its own: chained
+    // to the search, xdotool gives up on the release once the window it pressed into has
+    // closed, and the server would hold Escape down from then on.
     const bool closed = QTest::qWaitFor(
         [&] {
             m_desktop->run(QStringLiteral("xdotool"),
                 findSettings
-                    + QStringList {QStringLiteral("windowactivate"), QStringLiteral("--sync"),
-                        QStringLiteral("key"), QStringLiteral("Escape")});
+                    + QStringList {QStringLiteral("windowactivate"), QStringLiteral("--sync")});
+            m_desktop->run(
+                QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("Escape")});
             return !shown();
         },
         15000);
