@@ -6,7 +6,9 @@
 
 namespace sayvo {
 
-WindowListX11::WindowListX11() = default;
+// Connected now: the first dictation may look through the windows as its key goes down, and
+// the connection handshake there would hold the microphone up.
+WindowListX11::WindowListX11() : m_connection(X11Connection::open()) { }
 WindowListX11::~WindowListX11() = default;
 
 std::optional<std::vector<WindowInfo>> WindowListX11::onScreenWindows()

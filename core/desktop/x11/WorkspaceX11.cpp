@@ -8,7 +8,9 @@
 
 namespace sayvo {
 
-WorkspaceX11::WorkspaceX11() = default;
+// Connected now: the first dictation asks for the window in front as its key goes down, and
+// the connection handshake there would hold the microphone up.
+WorkspaceX11::WorkspaceX11() : m_connection(X11Connection::open()) { }
 WorkspaceX11::~WorkspaceX11() = default;
 
 std::optional<FrontApplication> WorkspaceX11::frontmostApplication()
