@@ -1,5 +1,6 @@
 // sayvo-engine: the reference speech engine. Listens for Sayvo clients on a WebSocket,
 // recognises their speech, formats it and learns from their corrections.
+#include "engine/HeapArenas.h"
 #include "engine/asr/PocketSphinxRecognizer.h"
 #include "engine/asr/ReplayRecognizer.h"
 #include "engine/format/Formatter.h"
@@ -37,6 +38,8 @@ enum ExitCode {
 
 int main(int argc, char **argv)
 {
+    // Before any thread exists.
+    sayvo::shareOneHeapAcrossThreads();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("sayvo-engine"));
     QCoreApplication::setApplicationVersion(QStringLiteral(SAYVO_ENGINE_VERSION));
